@@ -1,0 +1,43 @@
+#include "host/startup.h"
+
+#include <xmmintrin.h>
+
+#include "host/constants.h"
+#include "host/cpu_features.h"
+#include "host/install.h"
+#include "host/startup_tables.h"
+#include "host/suites.h"
+
+namespace tarnell {
+
+int32_t startup(HostInfo* hostInfo, int16_t* result) {
+  flagsAtStartup();
+
+  const int32_t acquired = acquireSuites(hostInfo);
+  *result = static_cast<int16_t>(acquired);
+  if (acquired != 0) return acquired;
+
+  buildStartupTables();
+  *result = 0;
+
+  // Denormals are flushed on the host's start-up thread only, and never restored:
+  // the host expects that lasting change there and nowhere else.
+  if (g_cpuFeatureFlags.sse != 0) _mm_setcsr(_mm_getcsr() | 0x8000u);
+
+  installNoiseHook(hostInfo);
+  InstallBlendRoutines(hostInfo);
+  installConvertSuite(hostInfo);
+  installEmptyStep(hostInfo);
+  installFilterSuite(hostInfo);
+  installMemorySuite(hostInfo);
+  installPaintSuite(hostInfo);
+  installResampleSuite(hostInfo);
+  installSelectionSuite(hostInfo);
+  installPathSuite(hostInfo);
+
+  if (g_cpuFeatureFlags.sse2 != 0) fillConstantVectors();
+  *result = 0;
+  return 0;
+}
+
+}  // namespace tarnell
