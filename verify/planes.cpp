@@ -1,0 +1,155 @@
+#include "verify/planes.h"
+
+#include <cstring>
+#include <stdexcept>
+
+#if defined(_WIN32)
+#include <windows.h>
+#else
+#include <sys/mman.h>
+#include <unistd.h>
+#endif
+
+namespace tarnell::verify {
+
+namespace {
+
+std::size_t pageSize() {
+#if defined(_WIN32)
+  SYSTEM_INFO info;
+  GetSystemInfo(&info);
+  return info.dwPageSize;
+#else
+  return static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+#endif
+}
+
+std::size_t roundUp(std::size_t n, std::size_t to) { return (n + to - 1) / to * to; }
+
+unsigned char* mapPages(std::size_t bytes) {
+#if defined(_WIN32)
+  return static_cast<unsigned char*>(VirtualAlloc(nullptr, bytes, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
+#else
+  void* p = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  return p == MAP_FAILED ? nullptr : static_cast<unsigned char*>(p);
+#endif
+}
+
+void protectPage(unsigned char* page, std::size_t bytes) {
+#if defined(_WIN32)
+  DWORD old;
+  VirtualProtect(page, bytes, PAGE_NOACCESS, &old);
+#else
+  mprotect(page, bytes, PROT_NONE);
+#endif
+}
+
+void unmapPages(unsigned char* p, std::size_t bytes) {
+#if defined(_WIN32)
+  (void)bytes;
+  VirtualFree(p, 0, MEM_RELEASE);
+#else
+  munmap(p, bytes);
+#endif
+}
+
+}  // namespace
+
+bool guardPagesSupported() { return true; }
+
+PlaneBuffer::PlaneBuffer(const PlaneLayout& layout, Placement placement) : layout_(layout) {
+  const int32_t rows = layout.rows < 1 ? 1 : layout.rows;
+  layout_.rows = rows;
+  const std::size_t pitch = static_cast<std::size_t>(layout.stride < 0 ? -static_cast<int64_t>(layout.stride)
+                                                                        : layout.stride);
+  const std::size_t span = pitch * static_cast<std::size_t>(rows - 1) + static_cast<std::size_t>(layout.rowBytes);
+
+  if (placement == Placement::Heap) {
+    // [guard][misalignment][rows][guard]; the comparisons cover all of it.
+    heap_.resize(span + 2 * kGuardBytes + 64 + 64);
+    auto base = reinterpret_cast<uintptr_t>(heap_.data());
+    auto* aligned = reinterpret_cast<unsigned char*>(roundUp(base + kGuardBytes, 64));
+    lowestRow_ = aligned + layout.misalign;
+    begin_ = lowestRow_ - kGuardBytes;
+    size_ = span + 2 * kGuardBytes;
+  } else {
+    // One inaccessible page on each side; the rows touch one of them. A routine
+    // allowed to read past a row's end gets exactly that many readable bytes.
+    const std::size_t page = pageSize();
+    const std::size_t body = roundUp(span + static_cast<std::size_t>(layout.slackBytes) + 64, page);
+    mappingSize_ = body + 2 * page;
+    mapping_ = mapPages(mappingSize_);
+    if (mapping_ == nullptr) throw std::runtime_error("cannot map guard pages");
+    protectPage(mapping_, page);
+    protectPage(mapping_ + page + body, page);
+    if (placement == Placement::GuardPageAfter) {
+      lowestRow_ = mapping_ + page + body - span - static_cast<std::size_t>(layout.slackBytes);
+    } else {
+      lowestRow_ = mapping_ + page;
+    }
+    begin_ = mapping_ + page;
+    size_ = body;
+  }
+  first_ = layout.stride < 0 ? lowestRow_ + pitch * static_cast<std::size_t>(rows - 1) : lowestRow_;
+}
+
+PlaneBuffer::~PlaneBuffer() {
+  if (mapping_ != nullptr) unmapPages(mapping_, mappingSize_);
+}
+
+bool PlaneBuffer::inRow(std::size_t i, int32_t& row, int32_t& byteInRow) const {
+  const unsigned char* p = begin_ + i;
+  if (p < lowestRow_) return false;
+  const auto offset = static_cast<std::size_t>(p - lowestRow_);
+  const std::size_t pitch = static_cast<std::size_t>(layout_.stride < 0 ? -static_cast<int64_t>(layout_.stride)
+                                                                         : layout_.stride);
+  const std::size_t memRow = pitch == 0 ? 0 : offset / pitch;
+  const std::size_t col = pitch == 0 ? offset : offset % pitch;
+  if (memRow >= static_cast<std::size_t>(layout_.rows) || col >= static_cast<std::size_t>(layout_.rowBytes))
+    return false;
+  row = static_cast<int32_t>(layout_.stride < 0 ? static_cast<std::size_t>(layout_.rows) - 1 - memRow : memRow);
+  byteInRow = static_cast<int32_t>(col);
+  return true;
+}
+
+void fillSamples(Rng& rng, Samples kind, unsigned char* bytes, std::size_t count) {
+  switch (kind) {
+    case Samples::Bytes:
+      for (std::size_t i = 0; i < count; ++i) {
+        const uint32_t r = rng.below(64);
+        bytes[i] = r == 0 ? 0 : r == 1 ? 255 : static_cast<unsigned char>(rng.next() >> 56);
+      }
+      break;
+    case Samples::Mask: {
+      static constexpr unsigned char kEdges[] = {0, 0, 0, 255, 255, 255, 1, 127, 128, 254};
+      for (std::size_t i = 0; i < count; ++i) {
+        const uint32_t r = rng.below(16);
+        bytes[i] = r < 10 ? kEdges[r] : static_cast<unsigned char>(rng.next() >> 56);
+      }
+      break;
+    }
+    case Samples::Words15:
+    case Samples::Words16: {
+      const uint32_t full = kind == Samples::Words15 ? 32768 : 65535;
+      for (std::size_t i = 0; i + 1 < count; i += 2) {
+        const uint32_t r = rng.below(32);
+        const uint16_t v = static_cast<uint16_t>(r == 0 ? 0 : r == 1 ? full : r == 2 ? full - 1 : rng.below(full + 1));
+        std::memcpy(bytes + i, &v, 2);
+      }
+      break;
+    }
+    case Samples::Floats01:
+    case Samples::FloatsWide: {
+      const bool wide = kind == Samples::FloatsWide;
+      static constexpr float kEdges[] = {0.0f, 1.0f, 0.5f, 0.00196078f, 0.99803922f, -0.25f, 1.5f, -0.0f};
+      for (std::size_t i = 0; i + 3 < count; i += 4) {
+        const uint32_t r = rng.below(16);
+        float v = r < (wide ? 8u : 5u) ? kEdges[r] : (wide ? rng.uniform(-0.5f, 1.5f) : rng.uniform(0.0f, 1.0f));
+        std::memcpy(bytes + i, &v, 4);
+      }
+      break;
+    }
+  }
+}
+
+}  // namespace tarnell::verify
