@@ -1,10 +1,109 @@
+#include "blend/blend8.h"
 #include "host/install.h"
 #include "host/module_state.h"
 
+// Forwarders to the host's own blending routines. The first five stand in the
+// slots whose routines the module does not implement (their contracts are the
+// host's alone); they are installed so that the slot order of the group is the
+// host's, and reach the host's routine with the arguments untouched.
+TARNELL_FORWARDER(blendForward53, kBlnd, 53);
+TARNELL_FORWARDER(blendForward66, kBlnd, 66);
+TARNELL_FORWARDER(blendForward72, kBlnd, 72);
+TARNELL_FORWARDER(blendForward96, kBlnd, 96);
+TARNELL_FORWARDER(blendForward97, kBlnd, 97);
+// The fallbacks a module routine may hand a case back to. None is called today.
+TARNELL_FORWARDER(blendForward2, kBlnd, 2);
+TARNELL_FORWARDER(blendForward3, kBlnd, 3);
+TARNELL_FORWARDER(blendForward7, kBlnd, 7);
+TARNELL_FORWARDER(blendForward8, kBlnd, 8);
+TARNELL_FORWARDER(blendForward10, kBlnd, 10);
+TARNELL_FORWARDER(blendForward11, kBlnd, 11);
+TARNELL_FORWARDER(blendForward22, kBlnd, 22);
+TARNELL_FORWARDER(blendForward23, kBlnd, 23);
+TARNELL_FORWARDER(blendForward24, kBlnd, 24);
+TARNELL_FORWARDER(blendForward25, kBlnd, 25);
+TARNELL_FORWARDER(blendForward27, kBlnd, 27);
+TARNELL_FORWARDER(blendForward28, kBlnd, 28);
+TARNELL_FORWARDER(blendForward29, kBlnd, 29);
+TARNELL_FORWARDER(blendForward30, kBlnd, 30);
+TARNELL_FORWARDER(blendForward31, kBlnd, 31);
+TARNELL_FORWARDER(blendForward40, kBlnd, 40);
+TARNELL_FORWARDER(blendForward41, kBlnd, 41);
+TARNELL_FORWARDER(blendForward54, kBlnd, 54);
+TARNELL_FORWARDER(blendForward56, kBlnd, 56);
+TARNELL_FORWARDER(blendForward57, kBlnd, 57);
+TARNELL_FORWARDER(blendForward60, kBlnd, 60);
+TARNELL_FORWARDER(blendForward73, kBlnd, 73);
+
 namespace tarnell {
 
-void installBlend(const SuiteWriter<code::blnd>& /*writer*/, const CpuFeatureFlags& /*flags*/) {
-  // Nothing is replaced in this suite yet.
+namespace {
+HostRoutine routine(void (*forwarder)()) { return reinterpret_cast<HostRoutine>(forwarder); }
+}  // namespace
+
+namespace blend8 {
+
+ForwarderList blendForwarders() {
+  static const Forwarder list[] = {
+      {2, routine(&blendForward2)},   {3, routine(&blendForward3)},   {7, routine(&blendForward7)},
+      {8, routine(&blendForward8)},   {10, routine(&blendForward10)}, {11, routine(&blendForward11)},
+      {22, routine(&blendForward22)}, {23, routine(&blendForward23)}, {24, routine(&blendForward24)},
+      {25, routine(&blendForward25)}, {27, routine(&blendForward27)}, {28, routine(&blendForward28)},
+      {29, routine(&blendForward29)}, {30, routine(&blendForward30)}, {31, routine(&blendForward31)},
+      {40, routine(&blendForward40)}, {41, routine(&blendForward41)}, {53, routine(&blendForward53)},
+      {54, routine(&blendForward54)}, {56, routine(&blendForward56)}, {57, routine(&blendForward57)},
+      {60, routine(&blendForward60)}, {72, routine(&blendForward72)}, {73, routine(&blendForward73)},
+      {96, routine(&blendForward96)}, {97, routine(&blendForward97)},
+  };
+  return {list, static_cast<int>(sizeof(list) / sizeof(list[0]))};
+}
+
+}  // namespace blend8
+
+void installBlend(const SuiteWriter<code::blnd>& w, const CpuFeatureFlags& flags) {
+  using namespace blend8;
+  // The table-driven overlay and screen routines need nothing beyond the
+  // baseline; the second SSE flag is the one that gates this suite.
+  if (flags.sseSecond != 0) {
+    w.put<50>(&SourceBasedOverlayThroughMask8);
+    w.put<51>(&ConstantBasedOverlayThroughMask8);
+    w.put<52>(&SourceBasedOverlay8);
+    w.put<59>(&SourceBasedOverlayWithOpacity8);
+    w.put<47>(&OverlaySourceThroughMask8);
+    w.put<48>(&OverlayConstantThroughMask8);
+    w.put<49>(&OverlaySource8);
+    w.put<58>(&OverlaySourceWithOpacity8);
+    w.put<57>(&ScreenSourceWithOpacity8);
+    w.put<26>(&ScreenConstantThroughMask8);
+    w.put<27>(&ScreenSource8);
+  }
+  if (flags.sse2 == 0) return;
+  // The SSE2 group, 8-bit members in the group's order. Its 16-bit and float
+  // members are not written yet; their slots keep the host's routines.
+  w.put<1>(&ScaleByConstant8);
+  w.put<3>(&MixConstantThroughMask8);
+  w.put<2>(&MixSourceThroughMask8);
+  w.put<30>(&CopyWhereMaskSet8);
+  w.put<31>(&FillWhereMaskSet8);
+  w.put<24>(&MultiplySource8);
+  w.put<28>(&MaxSource8);
+  w.put<29>(&MinSource8);
+  w.write(53, routine(&blendForward53));
+  w.put<54>(&SubtractCoverage8);
+  w.write(96, routine(&blendForward96));
+  w.put<7>(&DarkenTowardSourceThroughMask8);
+  w.put<8>(&DarkenTowardConstantThroughMask8);
+  w.put<10>(&LightenTowardSourceThroughMask8);
+  w.put<11>(&LightenTowardConstantThroughMask8);
+  w.put<22>(&MultiplySourceThroughMask8);
+  w.write(66, routine(&blendForward66));
+  w.write(72, routine(&blendForward72));
+  w.put<74>(&MultiplyInto8);
+  w.put<75>(&InverseMultiplyInto8);
+  w.write(97, routine(&blendForward97));
+  w.put<106>(&FillWhereMaskClear8);
+  w.put<115>(&OrderedCombineInto8);
+  w.put<56>(&MultiplyWithOpacity8);
 }
 
 int32_t InstallBlendRoutines(HostInfo* /*hostInfo*/) {

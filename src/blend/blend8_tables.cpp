@@ -1,0 +1,153 @@
+// The table-driven 8-bit overlay and screen routines of the blending suite.
+//
+// Scalar code only: every result is a look-up in the start-up tables. A row of up
+// to 4096 samples first has one operand row (the source, or the mask where there
+// is no source) copied into an aligned buffer on the stack, then is rewritten
+// four samples a step; longer rows are rewritten in place two samples a step.
+// The staging copy is a plain memcpy: the routine must not depend on what is
+// installed in another suite's live table, and the bytes are the same either way.
+#include <cstdint>
+#include <cstring>
+
+#include "blend/blend8.h"
+#include "host/startup_tables.h"
+
+namespace tarnell::blend8 {
+
+namespace {
+
+#if defined(__GNUC__)
+#define BLEND8T_INLINE inline __attribute__((always_inline))
+#else
+#define BLEND8T_INLINE inline
+#endif
+
+constexpr int32_t kStagedColumns = 4096;
+
+BLEND8T_INLINE int M(int a, int b) { return Mul255Table[a][b]; }
+BLEND8T_INLINE int S(int a, int b) { return Screen255Table[a][b]; }
+BLEND8T_INLINE uint8_t mixTo(int d, int target, int w) {
+  return static_cast<uint8_t>(d + SignedMul255Table[w][target - d + 255]);
+}
+
+// The two overlay forms. O, with the destination as base, maps the upper half of
+// the base to 1..255 before screening; H, with the other operand as base, maps it
+// to 0..254. The asymmetry is the host's and is kept.
+BLEND8T_INLINE int O(int base, int x) { return base < 128 ? M(2 * base, x) : S(2 * base - 255, x); }
+BLEND8T_INLINE int H(int base, int x) { return base < 128 ? M(2 * base, x) : S(2 * base - 256, x); }
+
+// Runs f(d[i], staged[i], other[i]) over every sample. `staged` is the operand
+// row copied to the stack buffer for rows of up to 4096 samples; `other` is a
+// second read-only plane (the mask of the three-plane members), or none.
+template <bool HasOther, class PerSample>
+BLEND8T_INLINE void runRows(const uint8_t* staged, int32_t stagedStride, uint8_t* destination,
+                            int32_t destinationStride, const uint8_t* other, int32_t otherStride, int32_t rows,
+                            int32_t columns, PerSample f) {
+  if (rows < 1 || columns < 1) return;
+  auto at = [](int32_t i) { return static_cast<std::size_t>(i); };
+  if (columns <= kStagedColumns) {
+    alignas(16) uint8_t buffer[kStagedColumns];
+    for (; rows-- > 0; staged += stagedStride, destination += destinationStride) {
+      std::memcpy(buffer, staged, at(columns));
+      uint8_t* d = destination;
+      const uint8_t* o = other;
+      int32_t i = 0;
+      for (; i + 4 <= columns; i += 4) {
+        d[i] = f(d[i], buffer[i], HasOther ? o[i] : 0);
+        d[i + 1] = f(d[i + 1], buffer[i + 1], HasOther ? o[i + 1] : 0);
+        d[i + 2] = f(d[i + 2], buffer[i + 2], HasOther ? o[i + 2] : 0);
+        d[i + 3] = f(d[i + 3], buffer[i + 3], HasOther ? o[i + 3] : 0);
+      }
+      for (; i < columns; ++i) d[i] = f(d[i], buffer[i], HasOther ? o[i] : 0);
+      if (HasOther) other += otherStride;
+    }
+  } else {
+    for (; rows-- > 0; staged += stagedStride, destination += destinationStride) {
+      uint8_t* d = destination;
+      const uint8_t* s = staged;
+      const uint8_t* o = other;
+      int32_t i = 0;
+      for (; i + 2 <= columns; i += 2) {
+        d[i] = f(d[i], s[i], HasOther ? o[i] : 0);
+        d[i + 1] = f(d[i + 1], s[i + 1], HasOther ? o[i + 1] : 0);
+      }
+      if (i < columns) d[i] = f(d[i], s[i], HasOther ? o[i] : 0);
+      if (HasOther) other += otherStride;
+    }
+  }
+}
+
+}  // namespace
+
+void OverlaySource8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t columns, int32_t sourceStride,
+                    int32_t destinationStride) {
+  runRows<false>(source, sourceStride, destination, destinationStride, nullptr, 0, rows, columns,
+                 [](int d, int s, int) { return static_cast<uint8_t>(O(d, s)); });
+}
+
+void SourceBasedOverlay8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t columns,
+                         int32_t sourceStride, int32_t destinationStride) {
+  runRows<false>(source, sourceStride, destination, destinationStride, nullptr, 0, rows, columns,
+                 [](int d, int s, int) { return static_cast<uint8_t>(H(s, d)); });
+}
+
+void OverlaySourceThroughMask8(const uint8_t* source, uint8_t* destination, const uint8_t* mask, int32_t rows,
+                               int32_t columns, int32_t sourceStride, int32_t destinationStride, int32_t maskStride) {
+  runRows<true>(source, sourceStride, destination, destinationStride, mask, maskStride, rows, columns,
+                [](int d, int s, int m) { return mixTo(d, O(d, s), m); });
+}
+
+void SourceBasedOverlayThroughMask8(const uint8_t* source, uint8_t* destination, const uint8_t* mask, int32_t rows,
+                                    int32_t columns, int32_t sourceStride, int32_t destinationStride,
+                                    int32_t maskStride) {
+  runRows<true>(source, sourceStride, destination, destinationStride, mask, maskStride, rows, columns,
+                [](int d, int s, int m) { return mixTo(d, H(s, d), m); });
+}
+
+void OverlayConstantThroughMask8(uint8_t c, uint8_t* destination, const uint8_t* mask, int32_t rows, int32_t columns,
+                                 int32_t destinationStride, int32_t maskStride) {
+  runRows<false>(mask, maskStride, destination, destinationStride, nullptr, 0, rows, columns,
+                 [c](int d, int m, int) { return mixTo(d, O(d, c), m); });
+}
+
+void ConstantBasedOverlayThroughMask8(uint8_t c, uint8_t* destination, const uint8_t* mask, int32_t rows,
+                                      int32_t columns, int32_t destinationStride, int32_t maskStride) {
+  // The constant is the base: its half and its table row are decided once.
+  const uint8_t* overlayRow = c < 128 ? Mul255Table[2 * c] : Screen255Table[(2 * c) & 255];
+  runRows<false>(mask, maskStride, destination, destinationStride, nullptr, 0, rows, columns,
+                 [overlayRow](int d, int m, int) { return mixTo(d, overlayRow[d], m); });
+}
+
+void OverlaySourceWithOpacity8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t columns,
+                               int32_t sourceStride, int32_t destinationStride, uint8_t k) {
+  runRows<false>(source, sourceStride, destination, destinationStride, nullptr, 0, rows, columns,
+                 [k](int d, int s, int) { return mixTo(d, O(d, s), k); });
+}
+
+void SourceBasedOverlayWithOpacity8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t columns,
+                                    int32_t sourceStride, int32_t destinationStride, uint8_t k) {
+  runRows<false>(source, sourceStride, destination, destinationStride, nullptr, 0, rows, columns,
+                 [k](int d, int s, int) { return mixTo(d, H(s, d), k); });
+}
+
+void ScreenSource8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t columns, int32_t sourceStride,
+                   int32_t destinationStride) {
+  runRows<false>(source, sourceStride, destination, destinationStride, nullptr, 0, rows, columns,
+                 [](int d, int s, int) { return static_cast<uint8_t>(S(s, d)); });
+}
+
+// In the two screen mixes S(d, x) - d is never negative, so the unsigned
+// product table scales it.
+void ScreenSourceWithOpacity8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t columns,
+                              int32_t sourceStride, int32_t destinationStride, uint8_t k) {
+  runRows<false>(source, sourceStride, destination, destinationStride, nullptr, 0, rows, columns,
+                 [k](int d, int s, int) { return static_cast<uint8_t>(d + M((S(d, s) - d) & 255, k)); });
+}
+
+void ScreenConstantThroughMask8(uint8_t c, uint8_t* destination, const uint8_t* mask, int32_t rows, int32_t columns,
+                                int32_t destinationStride, int32_t maskStride) {
+  runRows<false>(mask, maskStride, destination, destinationStride, nullptr, 0, rows, columns,
+                 [c](int d, int m, int) { return static_cast<uint8_t>(d + M((S(d, c) - d) & 255, m)); });
+}
+
+}  // namespace tarnell::blend8
