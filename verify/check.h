@@ -91,6 +91,9 @@ struct PlaneShape {
   int32_t (*usedStride)(int plane, int32_t passedStride) = nullptr;
   // Parameters for benchmarks (paramCount values); null: drawn as for verification.
   const int64_t* benchParams = nullptr;
+  // Run host and module on the same plane addresses, one after the other (results
+  // that depend on where the destination lies, such as a dither pattern).
+  bool sameAddresses = false;
 };
 
 class Context;

@@ -1,7 +1,172 @@
+// Checks of the 'conv' suite. All five are plane checks; dithered conversions read
+// the noise buffer that the reference host registered, and the runner's widths of
+// 4095..4097 and 8191/8193 columns pass the 2048 columns that the host's default
+// 8192 bytes of repeated noise allow, so the column splitting is exercised.
 #include "verify/families.h"
 
 namespace tarnell::verify {
 
-std::span<const Check> convertChecks() { return {}; }
+namespace {
+
+template <uint32_t Suite, int Slot>
+SlotFn<Suite, Slot> as(HostRoutine routine) {
+  return reinterpret_cast<SlotFn<Suite, Slot>>(routine);
+}
+
+template <typename T>
+T* plane(const PlaneCall& call, int p) {
+  return static_cast<T*>(call.plane[p]);
+}
+
+uint8_t byteParam(const PlaneCall& call, int i) { return static_cast<uint8_t>(call.param[i]); }
+
+// 16-bit planes step rows by the stride rounded down to even bytes, float planes
+// by the stride divided by 4 truncating; the runner passes odd strides as they come.
+int32_t wordStride(int32_t stride) { return stride - (stride & 1); }
+int32_t floatStride(int32_t stride) { return stride / 4 * 4; }
+
+// Dither flag: 0 (none), else any non-zero byte.
+constexpr ParamSpec kDither{"dither", 0, 255, {0, 1, 0, 1, 255, 128}, 6};
+constexpr int64_t kBenchNoDither[] = {0};
+
+// --- slot 16: three 16-bit planes to three 8-bit planes
+
+uint64_t invokePlanar3(HostRoutine routine, const PlaneCall& c) {
+  as<code::conv, 16>(routine)(plane<const uint16_t>(c, 0), plane<const uint16_t>(c, 1), plane<const uint16_t>(c, 2),
+                              plane<uint8_t>(c, 3), plane<uint8_t>(c, 4), plane<uint8_t>(c, 5), c.rows, c.columns,
+                              c.stride[0], c.stride[3], byteParam(c, 0));
+  return 0;
+}
+int32_t planar3Stride(int p, int32_t stride) { return p < 3 ? wordStride(stride) : stride; }
+
+const PlaneShape kPlanar3{{{"source0", 2, Role::Input, Samples::Words15},
+                           {"source1", 2, Role::Input, Samples::Words15},
+                           {"source2", 2, Role::Input, Samples::Words15},
+                           {"destination0", 1, Role::Output, Samples::Bytes},
+                           {"destination1", 1, Role::Output, Samples::Bytes},
+                           {"destination2", 1, Role::Output, Samples::Bytes}},
+                          6,
+                          {kDither},
+                          1,
+                          &invokePlanar3,
+                          3,
+                          false,
+                          true,
+                          true,  // one stride per sample size: the slot takes one for the sources, one for the destinations
+                          1,
+                          0,
+                          &planar3Stride,
+                          kBenchNoDither,
+                          true};  // the dither pattern follows the destination address
+
+// --- slot 17: one 16-bit plane to one 8-bit plane
+
+uint64_t invoke16To8(HostRoutine routine, const PlaneCall& c) {
+  as<code::conv, 17>(routine)(plane<const uint16_t>(c, 0), plane<uint8_t>(c, 1), c.rows, c.columns, c.stride[0],
+                              c.stride[1], byteParam(c, 0));
+  return 0;
+}
+int32_t sourceWordStride(int p, int32_t stride) { return p == 0 ? wordStride(stride) : stride; }
+
+const PlaneShape k16To8{{{"source", 2, Role::Input, Samples::Words15}, {"destination", 1, Role::Output, Samples::Bytes}},
+                        2,
+                        {kDither},
+                        1,
+                        &invoke16To8,
+                        1,
+                        false,
+                        true,
+                        false,
+                        1,
+                        0,
+                        &sourceWordStride,
+                        kBenchNoDither,
+                        true};
+
+// --- slot 18: one 8-bit plane to one 16-bit plane
+
+uint64_t invoke8To16(HostRoutine routine, const PlaneCall& c) {
+  as<code::conv, 18>(routine)(plane<const uint8_t>(c, 0), plane<uint16_t>(c, 1), c.rows, c.columns, c.stride[0],
+                              c.stride[1]);
+  return 0;
+}
+int32_t destinationWordStride(int p, int32_t stride) { return p == 1 ? wordStride(stride) : stride; }
+
+const PlaneShape k8To16{{{"source", 1, Role::Input, Samples::Bytes}, {"destination", 2, Role::Output, Samples::Words15}},
+                        2,
+                        {},
+                        0,
+                        &invoke8To16,
+                        1,
+                        false,
+                        true,
+                        false,
+                        1,
+                        0,
+                        &destinationWordStride,
+                        nullptr};
+
+// --- slot 19: 16-bit range re-scaling in place. The pair parameter picks
+// (source maximum, target maximum): 0 is 65535 -> 32768 and 1 is 32768 -> 65535 (the
+// module's own), the others go to the host's routine through the module.
+
+constexpr uint32_t kRangePairs[][2] = {{65535, 32768}, {32768, 65535}, {65535, 65535}, {32768, 32768},
+                                       {255, 32768},   {32768, 255},   {65536, 32768}, {0, 65535}};
+
+uint64_t invokeRescale(HostRoutine routine, const PlaneCall& c) {
+  const auto* pair = kRangePairs[c.param[0]];
+  as<code::conv, 19>(routine)(plane<uint16_t>(c, 0), pair[0], pair[1], c.rows, c.columns, c.stride[0]);
+  return 0;
+}
+int32_t dataWordStride(int, int32_t stride) { return wordStride(stride); }
+constexpr int64_t kBenchUp[] = {1};
+
+const PlaneShape kRescale{{{"data", 2, Role::InOut, Samples::Words16}},
+                          1,
+                          {{"pair", 0, 7, {0, 1, 0, 1, 0, 1}, 6}},
+                          1,
+                          &invokeRescale,
+                          0,
+                          false,
+                          true,
+                          false,
+                          1,
+                          0,
+                          &dataWordStride,
+                          kBenchUp};
+
+// --- slot 58: float plane to 8-bit plane. With dither the module hands the call
+// to the host's routine, which must then produce the host's bytes.
+
+uint64_t invokeFloatTo8(HostRoutine routine, const PlaneCall& c) {
+  as<code::conv, 58>(routine)(plane<const float>(c, 0), plane<uint8_t>(c, 1), c.rows, c.columns, c.stride[0],
+                              c.stride[1], byteParam(c, 0));
+  return 0;
+}
+int32_t sourceFloatStride(int p, int32_t stride) { return p == 0 ? floatStride(stride) : stride; }
+
+const PlaneShape kFloatTo8{{{"source", 4, Role::Input, Samples::FloatsWide}, {"destination", 1, Role::Output, Samples::Bytes}},
+                           2,
+                           {{"dither", 0, 0, {0, 0, 0, 1}, 4}},
+                           1,
+                           &invokeFloatTo8,
+                           1,
+                           false,
+                           true,
+                           false,
+                           1,
+                           0,
+                           &sourceFloatStride,
+                           kBenchNoDither,
+                           true};
+
+const Check kChecks[] = {
+    planeCheck<code::conv, 16>(kPlanar3), planeCheck<code::conv, 17>(k16To8), planeCheck<code::conv, 18>(k8To16),
+    planeCheck<code::conv, 19>(kRescale), planeCheck<code::conv, 58>(kFloatTo8),
+};
+
+}  // namespace
+
+std::span<const Check> convertChecks() { return kChecks; }
 
 }  // namespace tarnell::verify

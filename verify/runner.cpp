@@ -74,7 +74,7 @@ bool runPlaneCase(Context& ctx, const PlaneShape& shape, HostRoutine reference, 
   refCall.columns = modCall.columns = g.columns;
   for (int i = 0; i < shape.paramCount; ++i) refCall.param[i] = modCall.param[i] = g.param[i];
 
-  int32_t sharedStride = 0;
+  int32_t sharedStride[9] = {};  // by sample size (1, 2, 4 or 8 bytes)
   for (int p = 0; p < shape.planeCount; ++p) {
     const PlaneSpec& spec = shape.planes[p];
     PlaneLayout layout;
@@ -82,8 +82,9 @@ bool runPlaneCase(Context& ctx, const PlaneShape& shape, HostRoutine reference, 
     layout.rowBytes = (g.columns < 1 ? 16 : g.columns) * spec.sampleBytes;
     int32_t stride = layout.rowBytes + g.pad[p];
     if (shape.sharedStride) {
-      if (p == 0) sharedStride = stride;
-      stride = std::max(sharedStride, layout.rowBytes);
+      int32_t& shared = sharedStride[spec.sampleBytes];
+      if (shared == 0) shared = stride;
+      stride = std::max(shared, layout.rowBytes);
     }
     const int32_t passedStride = g.negative ? -stride : stride;
     layout.stride = shape.usedStride != nullptr ? shape.usedStride(p, passedStride) : passedStride;
@@ -109,7 +110,23 @@ bool runPlaneCase(Context& ctx, const PlaneShape& shape, HostRoutine reference, 
   }
 
   const uint64_t refResult = shape.invoke(reference, refCall);
-  const uint64_t modResult = shape.invoke(candidate, modCall);
+  uint64_t modResult = 0;
+  if (shape.sameAddresses) {
+    // Both routines run on the very same addresses: the host's bytes are moved
+    // aside, the planes restored, and the module's bytes moved to its own copies.
+    for (int p = 0; p < shape.planeCount; ++p) {
+      std::memcpy(mod[p]->begin(), ref[p]->begin(), pristine[p].size());
+      std::memcpy(ref[p]->begin(), pristine[p].data(), pristine[p].size());
+    }
+    modResult = shape.invoke(candidate, refCall);
+    for (int p = 0; p < shape.planeCount; ++p) {
+      std::vector<unsigned char> moduleBytes(ref[p]->begin(), ref[p]->begin() + pristine[p].size());
+      std::memcpy(ref[p]->begin(), mod[p]->begin(), pristine[p].size());
+      std::memcpy(mod[p]->begin(), moduleBytes.data(), moduleBytes.size());
+    }
+  } else {
+    modResult = shape.invoke(candidate, modCall);
+  }
   ctx.countCase();
 
   if (shape.compareResult && refResult != modResult) {

@@ -1,10 +1,19 @@
+#include "convert/convert_sse2.h"
+#include "convert/noise_table.h"
 #include "host/install.h"
 #include "host/module_state.h"
 
 namespace tarnell {
 
-void installConvert(const SuiteWriter<code::conv>& /*writer*/, const CpuFeatureFlags& /*flags*/) {
-  // Nothing is replaced in this suite yet.
+// Slot 19 is written before the processor test, on every processor: re-scaling
+// needs nothing beyond the x86-64 baseline. The other conversions need SSE2.
+void installConvert(const SuiteWriter<code::conv>& writer, const CpuFeatureFlags& flags) {
+  writer.put<19>(&rescale16);
+  if (flags.sse2 == 0) return;
+  writer.put<16>(&convert16To8Planar3);
+  writer.put<17>(&convert16To8);
+  writer.put<18>(&convert8To16);
+  writer.put<58>(&convertFloatTo8);
 }
 
 int32_t installConvertSuite(HostInfo* /*hostInfo*/) {
@@ -12,13 +21,9 @@ int32_t installConvertSuite(HostInfo* /*hostInfo*/) {
   return 1;
 }
 
-}  // namespace tarnell
-
-namespace tarnell {
-
-void installNoiseHookInto(const SuiteWriter<code::core>& /*writer*/) {
-  // The noise hook is not installed yet.
-}
+// The noise hook goes in whatever the processor: the dithering routines of every
+// suite read the table it keeps.
+void installNoiseHookInto(const SuiteWriter<code::core>& writer) { writer.put<3>(&registerNoiseTable); }
 
 int32_t installNoiseHook(HostInfo* /*hostInfo*/) {
   installNoiseHookInto(SuiteWriter<code::core>(g_liveTables[kCore]));
