@@ -1,7 +1,710 @@
+// Checks of the 'memo' routines: one-dimensional runs and blocks of 8-, 16- and
+// 32-bit values, copies that overlap, and tests that answer yes or no.
+//
+// Every case runs the host's routine and the module's on two identical arenas
+// (random bytes, guard areas on both sides) at the same offsets, then compares
+// the two arenas byte for byte, guards included, and the results exactly. Blocks
+// keep random bytes in their row padding, so a routine that reads or writes past
+// a row's end shows up.
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <sstream>
+#include <vector>
+
+#include "refhost/refhost.h"
 #include "verify/families.h"
+#include "verify/runner.h"
 
 namespace tarnell::verify {
 
-std::span<const Check> memoryChecks() { return {}; }
+namespace {
+
+using Byte = unsigned char;
+constexpr std::size_t kGuard = 64;
+constexpr std::size_t kMiB = std::size_t{1} << 20;
+
+// Two copies of the same random bytes, for the host's routine and the module's,
+// each starting on a 64-byte boundary with kGuard guard bytes on both sides.
+class Twin {
+ public:
+  Twin(Rng& rng, std::size_t bytes) : bytes_(bytes), pristine_(bytes + 2 * kGuard) {
+    for (std::size_t i = 0; i < pristine_.size(); i += 8) {
+      const uint64_t r = rng.next();
+      std::memcpy(pristine_.data() + i, &r, std::min<std::size_t>(8, pristine_.size() - i));
+    }
+    for (int side = 0; side < 2; ++side) {
+      raw_[side].resize(pristine_.size() + 64);
+      const auto base = reinterpret_cast<uintptr_t>(raw_[side].data());
+      start_[side] = raw_[side].data() + ((base + kGuard + 63) / 64 * 64 - base);
+    }
+    reset();
+  }
+
+  std::size_t size() const { return bytes_; }
+  // Content both sides start from (reset() copies it over).
+  Byte& at(std::size_t offset) { return pristine_[kGuard + offset]; }
+  void fill(std::size_t offset, std::size_t n, Byte value) { std::memset(&at(offset), value, n); }
+  void reset() {
+    for (Byte* start : start_) std::memcpy(start - kGuard, pristine_.data(), pristine_.size());
+  }
+  Byte* host(std::ptrdiff_t offset) { return start_[0] + offset; }
+  Byte* module(std::ptrdiff_t offset) { return start_[1] + offset; }
+
+  // Empty when both sides are alike; else where they first differ.
+  std::string difference() const {
+    const Byte* h = start_[0] - kGuard;
+    const Byte* m = start_[1] - kGuard;
+    if (std::memcmp(h, m, pristine_.size()) == 0) return {};
+    std::size_t i = 0;
+    while (h[i] == m[i]) ++i;
+    std::ostringstream out;
+    out << "memory differs at offset " << static_cast<std::ptrdiff_t>(i) - static_cast<std::ptrdiff_t>(kGuard)
+        << " of " << bytes_ << ": host 0x" << std::hex << int{h[i]} << " module 0x" << int{m[i]} << " before 0x"
+        << int{pristine_[i]};
+    return out.str();
+  }
+
+ private:
+  std::size_t bytes_;
+  std::vector<Byte> pristine_;
+  std::vector<Byte> raw_[2];
+  Byte* start_[2] = {};
+};
+
+// Compares a case's outcome; false when the check should stop.
+bool compare(Context& ctx, const std::string& what, const Twin& twin, uint64_t hostResult, uint64_t moduleResult) {
+  ctx.countCase();
+  std::string problem = twin.difference();
+  if (problem.empty() && hostResult != moduleResult) {
+    std::ostringstream out;
+    out << "result host " << hostResult << " module " << moduleResult;
+    problem = out.str();
+  }
+  if (problem.empty()) return true;
+  ctx.fail(checkLabel(ctx.check()) + " [seed " + std::to_string(ctx.seed()) + "] " + what + ": " + problem);
+  return ctx.failures() < 8;
+}
+
+template <typename... T>
+std::string describe(const char* first, T... rest) {
+  std::ostringstream out;
+  out << first;
+  ((out << ' ' << rest), ...);
+  return out.str();
+}
+
+// Where a block's rows lie in an arena: the first row's offset and the bytes spanned.
+struct BlockPlace {
+  std::size_t firstRow;
+  std::size_t lowest;
+  std::size_t span;
+};
+BlockPlace placeBlock(std::size_t lowest, int32_t rows, std::size_t rowBytes, int32_t step) {
+  const std::size_t pitch = static_cast<std::size_t>(step < 0 ? -int64_t{step} : int64_t{step});
+  const std::size_t r = rows < 1 ? 0 : static_cast<std::size_t>(rows - 1);
+  const std::size_t span = pitch * r + rowBytes;
+  return {step < 0 ? lowest + pitch * r : lowest, lowest, span};
+}
+std::size_t rowOffset(const BlockPlace& b, int32_t row, int32_t step) {
+  return static_cast<std::size_t>(static_cast<std::ptrdiff_t>(b.firstRow) + static_cast<std::ptrdiff_t>(row) * step);
+}
+
+// A row step for a row of rowBytes: tight, padded, or going down in memory.
+int32_t drawStep(Rng& rng, std::size_t rowBytes, int kind) {
+  const auto tight = static_cast<int32_t>(rowBytes);
+  switch (kind) {
+    case 0: return tight;
+    case 1: return tight + 1 + static_cast<int32_t>(rng.below(40));
+    case 2: return tight + 64;
+    default: return -(tight + static_cast<int32_t>(rng.below(24)));
+  }
+}
+
+// Small and awkward widths first, then ones around vector and loop boundaries.
+std::vector<int32_t> blockWidths(Context& ctx) {
+  std::vector<int32_t> widths;
+  const int32_t dense = ctx.thorough() ? 80 : 40;
+  for (int32_t w = 1; w <= dense; ++w) widths.push_back(w);
+  for (int32_t w : {95, 96, 97, 127, 128, 129, 191, 255, 256, 257, 300, 1000, 4095, 4097}) widths.push_back(w);
+  return widths;
+}
+
+// ============================================================ copies (0, 1)
+
+using CopyFn = SlotFn<code::memo, 0>;
+using CopyBlockFn = SlotFn<code::memo, 1>;
+
+bool copyCase(Context& ctx, CopyFn host, CopyFn module, std::size_t arena, std::size_t from, std::size_t to,
+              int32_t count) {
+  Twin twin(ctx.rng(), arena);
+  host(twin.host(static_cast<std::ptrdiff_t>(from)), twin.host(static_cast<std::ptrdiff_t>(to)), count);
+  module(twin.module(static_cast<std::ptrdiff_t>(from)), twin.module(static_cast<std::ptrdiff_t>(to)), count);
+  return compare(ctx, describe("count", count, "source at", from, "destination at", to, "arena", arena), twin, 0, 0);
+}
+
+void verifyCopyBytes(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRoutine) {
+  const auto host = reinterpret_cast<CopyFn>(hostRoutine);
+  const auto module = reinterpret_cast<CopyFn>(moduleRoutine);
+  Rng& rng = ctx.rng();
+  // Separate runs: every length up to 300, every destination misalignment, and
+  // independently every source misalignment.
+  for (int32_t n = 0; n <= 300; ++n) {
+    const std::size_t len = static_cast<std::size_t>(n);
+    for (std::size_t mis = 0; mis < 16; ++mis) {
+      if (!ctx.thorough() && mis != static_cast<std::size_t>(n) % 16) continue;
+      const std::size_t other = rng.below(64);
+      if (!copyCase(ctx, host, module, 2 * len + 192, 64 + len + 32 + mis, other, n)) return;
+      if (!copyCase(ctx, host, module, 2 * len + 192, mis, 64 + len + 32 + other, n)) return;
+    }
+  }
+  // Overlap: destination inside the source, source inside the destination, the
+  // same run, and runs that just touch.
+  std::vector<int32_t> lengths;
+  for (int32_t n = 1; n <= 300; n += ctx.thorough() ? 1 : 7) lengths.push_back(n);
+  for (int32_t n : {1000, 4096, 4099, 70001}) lengths.push_back(n);
+  for (int32_t n : lengths) {
+    std::vector<int32_t> shifts = {0, 1, -1, 2, -2, 15, -15, 16, -16, 17, -17, 33, -33, n - 1, 1 - n, n, -n};
+    for (int i = 0; i < 4; ++i) shifts.push_back(static_cast<int32_t>(rng.range(-int64_t{n}, n)));
+    for (int32_t shift : shifts) {
+      const std::size_t magnitude = static_cast<std::size_t>(shift < 0 ? -int64_t{shift} : shift);
+      const std::size_t base = rng.below(32);
+      const std::size_t from = shift < 0 ? base + magnitude : base;
+      const std::size_t to = shift < 0 ? base : base + magnitude;
+      if (!copyCase(ctx, host, module, static_cast<std::size_t>(n) + magnitude + 64, from, to, n)) return;
+    }
+  }
+  // Long runs: inside the caches and past the non-temporal threshold; apart and
+  // overlapping both ways.
+  for (std::size_t n : {3 * kMiB + 17, 9 * kMiB + 5}) {
+    const auto count = static_cast<int32_t>(n);
+    if (!copyCase(ctx, host, module, 2 * n + 128, rng.below(64), n + 64 + rng.below(64), count)) return;
+    if (!copyCase(ctx, host, module, n + 64, 3, 1, count)) return;
+    if (!copyCase(ctx, host, module, n + 64, 1, 20, count)) return;
+    if (!copyCase(ctx, host, module, n + 4096, 4000, 5, count)) return;
+  }
+  // Nothing to do.
+  for (int32_t n : {-1, -300, INT32_MIN})
+    if (!copyCase(ctx, host, module, 256, 7, 100, n)) return;
+}
+
+bool copyBlockCase(Context& ctx, CopyBlockFn host, CopyBlockFn module, int32_t rows, int32_t width,
+                   int32_t sourceStep, int32_t destinationStep, std::ptrdiff_t shift) {
+  const std::size_t rowBytes = width < 1 ? 0 : static_cast<std::size_t>(width);
+  const BlockPlace s0 = placeBlock(0, rows, rowBytes, sourceStep);
+  const BlockPlace d0 = placeBlock(0, rows, rowBytes, destinationStep);
+  // shift: where the destination's lowest byte lies relative to the source's; the
+  // blocks overlap when it is small, and lie apart when it is 0x7FFFFFFF.
+  std::size_t sourceLow = 16 + ctx.rng().below(16), destinationLow;
+  std::size_t arena;
+  if (shift == PTRDIFF_MAX) {
+    destinationLow = sourceLow + s0.span + 32 + ctx.rng().below(32);
+    arena = destinationLow + d0.span + 32;
+  } else {
+    if (shift < 0 && static_cast<std::size_t>(-shift) > sourceLow) sourceLow = static_cast<std::size_t>(-shift) + 16;
+    destinationLow = static_cast<std::size_t>(static_cast<std::ptrdiff_t>(sourceLow) + shift);
+    arena = std::max(sourceLow + s0.span, destinationLow + d0.span) + 32;
+  }
+  const BlockPlace s = placeBlock(sourceLow, rows, rowBytes, sourceStep);
+  const BlockPlace d = placeBlock(destinationLow, rows, rowBytes, destinationStep);
+  Twin twin(ctx.rng(), arena);
+  const auto sOff = static_cast<std::ptrdiff_t>(s.firstRow), dOff = static_cast<std::ptrdiff_t>(d.firstRow);
+  host(twin.host(sOff), twin.host(dOff), rows, width, sourceStep, destinationStep);
+  module(twin.module(sOff), twin.module(dOff), rows, width, sourceStep, destinationStep);
+  return compare(ctx,
+                 describe("rows", rows, "width", width, "source step", sourceStep, "destination step",
+                          destinationStep, "source at", s.firstRow, "destination at", d.firstRow),
+                 twin, 0, 0);
+}
+
+void verifyCopyBlock(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRoutine) {
+  const auto host = reinterpret_cast<CopyBlockFn>(hostRoutine);
+  const auto module = reinterpret_cast<CopyBlockFn>(moduleRoutine);
+  Rng& rng = ctx.rng();
+  constexpr std::ptrdiff_t kApart = PTRDIFF_MAX;
+  for (int32_t width : blockWidths(ctx)) {
+    const auto rowBytes = static_cast<std::size_t>(width);
+    for (int32_t rows : {1, 2, 3, 5}) {
+      for (int kinds = 0; kinds < 16; ++kinds) {
+        const int32_t ss = drawStep(rng, rowBytes, kinds % 4), ds = drawStep(rng, rowBytes, kinds / 4);
+        if (!copyBlockCase(ctx, host, module, rows, width, ss, ds, kApart)) return;
+      }
+      // Overlapping blocks: tight steps copy as one run, padded ones row by row.
+      for (int kind : {0, 1, 2}) {
+        const int32_t step = drawStep(rng, rowBytes, kind);
+        for (std::ptrdiff_t shift : {std::ptrdiff_t{1}, std::ptrdiff_t{-1}, std::ptrdiff_t{step},
+                                     -std::ptrdiff_t{step}, std::ptrdiff_t{17}, std::ptrdiff_t{-17}})
+          if (!copyBlockCase(ctx, host, module, rows, width, step, step, shift)) return;
+      }
+      // Source and destination the same block: nothing happens.
+      if (!copyBlockCase(ctx, host, module, rows, width, width + 3, width + 3, 0)) return;
+    }
+  }
+  // A large tight block (one long run) and a large padded one.
+  if (!copyBlockCase(ctx, host, module, 72, 131072 + 5, 131072 + 5, 131072 + 5, kApart)) return;
+  if (!copyBlockCase(ctx, host, module, 40, 70000, 70000 + 48, 70000 + 16, kApart)) return;
+  // Nothing to do.
+  const int32_t empties[][2] = {{0, 37}, {-1, 37}, {INT32_MIN, 5}, {2, 0}, {2, -3}, {-2, -2}};
+  for (const auto& e : empties)
+    if (!copyBlockCase(ctx, host, module, e[0], e[1], 64, 64, kApart)) return;
+}
+
+// ==================================================== fills (3, 65, 136)
+
+template <typename T>
+using FillFn = void (*)(void*, int32_t, T);
+template <typename T>
+using FillBlockFn = void (*)(void*, int32_t, int32_t, int32_t, T);
+
+template <typename T>
+T drawValue(Rng& rng) {
+  switch (rng.below(4)) {
+    case 0: return T{0};
+    case 1: return static_cast<T>(~T{0});
+    default: return static_cast<T>(rng.next());
+  }
+}
+
+template <typename T>
+bool fillCase(Context& ctx, FillFn<T> host, FillFn<T> module, std::size_t offset, int32_t count, T value) {
+  const std::size_t bytes = count < 1 ? 0 : static_cast<std::size_t>(count) * sizeof(T);
+  Twin twin(ctx.rng(), offset + bytes + 64);
+  host(twin.host(static_cast<std::ptrdiff_t>(offset)), count, value);
+  module(twin.module(static_cast<std::ptrdiff_t>(offset)), count, value);
+  return compare(ctx, describe("count", count, "at", offset, "value", uint64_t{value}), twin, 0, 0);
+}
+
+template <typename T>
+void verifyFill(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRoutine) {
+  const auto host = reinterpret_cast<FillFn<T>>(hostRoutine);
+  const auto module = reinterpret_cast<FillFn<T>>(moduleRoutine);
+  Rng& rng = ctx.rng();
+  for (int32_t n = 0; n <= 300; ++n)
+    for (std::size_t mis = 0; mis < 16; ++mis) {
+      if (!ctx.thorough() && mis != static_cast<std::size_t>(n) % 16) continue;
+      if (!fillCase<T>(ctx, host, module, mis + 64 * rng.below(2), n, drawValue<T>(rng))) return;
+    }
+  for (std::size_t bytes : {3 * kMiB + 12, 9 * kMiB + 36})
+    for (std::size_t mis : {std::size_t{0}, std::size_t{1}, std::size_t{6}, std::size_t{45}})
+      if (!fillCase<T>(ctx, host, module, mis, static_cast<int32_t>(bytes / sizeof(T)), drawValue<T>(rng))) return;
+  for (int32_t n : {-1, -64, INT32_MIN})
+    if (!fillCase<T>(ctx, host, module, 5, n, drawValue<T>(rng))) return;
+}
+
+template <typename T>
+bool fillBlockCase(Context& ctx, FillBlockFn<T> host, FillBlockFn<T> module, int32_t rows, int32_t width,
+                   int32_t step, T value) {
+  const std::size_t rowBytes = width < 1 ? 0 : static_cast<std::size_t>(width) * sizeof(T);
+  const BlockPlace b = placeBlock(ctx.rng().below(48), rows, rowBytes, step);
+  Twin twin(ctx.rng(), b.lowest + b.span + 64);
+  const auto at = static_cast<std::ptrdiff_t>(b.firstRow);
+  host(twin.host(at), rows, width, step, value);
+  module(twin.module(at), rows, width, step, value);
+  return compare(ctx, describe("rows", rows, "width", width, "step", step, "at", b.firstRow, "value", uint64_t{value}),
+                 twin, 0, 0);
+}
+
+template <typename T>
+void verifyFillBlock(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRoutine) {
+  const auto host = reinterpret_cast<FillBlockFn<T>>(hostRoutine);
+  const auto module = reinterpret_cast<FillBlockFn<T>>(moduleRoutine);
+  Rng& rng = ctx.rng();
+  for (int32_t width : blockWidths(ctx))
+    for (int32_t rows : {1, 2, 3, 7})
+      for (int kind = 0; kind < 4; ++kind)
+        if (!fillBlockCase<T>(ctx, host, module, rows, width,
+                              drawStep(rng, static_cast<std::size_t>(width) * sizeof(T), kind), drawValue<T>(rng)))
+          return;
+  // Large: one tight run past the non-temporal threshold, and a padded block.
+  const auto wide = static_cast<int32_t>(262144 / sizeof(T)) + 3;
+  if (!fillBlockCase<T>(ctx, host, module, 40, wide, wide * static_cast<int32_t>(sizeof(T)), drawValue<T>(rng))) return;
+  if (!fillBlockCase<T>(ctx, host, module, 12, wide, wide * static_cast<int32_t>(sizeof(T)) + 40, drawValue<T>(rng)))
+    return;
+  const int32_t empties[][2] = {{0, 37}, {-1, 37}, {INT32_MIN, 5}, {2, 0}, {2, -3}, {-2, -2}};
+  for (const auto& e : empties)
+    if (!fillBlockCase<T>(ctx, host, module, e[0], e[1], 256, drawValue<T>(rng))) return;
+}
+
+// ===================================================== tests (17, 18, ...)
+
+// Where a planted difference goes: element index in the block's rows (row-major).
+// The corners that the 16-bit tests look at first, the first element, the ends of
+// each 16- and 32-byte step and a random one.
+std::vector<int64_t> differencePositions(Rng& rng, int32_t rows, int32_t width, std::size_t elementBytes) {
+  const int64_t total = int64_t{rows} * width;
+  std::vector<int64_t> at = {0, width - 1, int64_t{rows - 1} * width, total - 1};
+  for (int64_t k = 16; k < int64_t{width} * static_cast<int64_t>(elementBytes) && at.size() < 14; k += 16) {
+    at.push_back(k / static_cast<int64_t>(elementBytes) - 1);
+    at.push_back(k / static_cast<int64_t>(elementBytes));
+  }
+  for (int i = 0; i < 3; ++i) at.push_back(rng.range(0, total - 1));
+  std::vector<int64_t> valid;
+  for (int64_t p : at)
+    if (p >= 0 && p < total && std::find(valid.begin(), valid.end(), p) == valid.end()) valid.push_back(p);
+  return valid;
+}
+
+// A block of elements all equal to value (padding stays random), optionally one
+// element with one byte changed.
+template <typename T>
+BlockPlace uniformBlock(Twin& twin, std::size_t lowest, int32_t rows, int32_t width, int32_t step, T value,
+                        int64_t differing, Rng& rng) {
+  const std::size_t rowBytes = static_cast<std::size_t>(width) * sizeof(T);
+  const BlockPlace b = placeBlock(lowest, rows, rowBytes, step);
+  for (int32_t r = 0; r < rows; ++r) {
+    const std::size_t row = rowOffset(b, r, step);
+    for (int32_t c = 0; c < width; ++c) std::memcpy(&twin.at(row + static_cast<std::size_t>(c) * sizeof(T)), &value, sizeof(T));
+  }
+  if (differing >= 0) {
+    const std::size_t row = rowOffset(b, static_cast<int32_t>(differing / width), step);
+    const std::size_t byte = static_cast<std::size_t>(differing % width) * sizeof(T) + rng.below(sizeof(T));
+    twin.at(row + byte) ^= static_cast<Byte>(1u << rng.below(8));
+  }
+  twin.reset();
+  return b;
+}
+
+// The recorded 'core' slot 0 calls since the log was cleared, with the address
+// argument made relative to the arena side's start.
+std::vector<refhost::CallRecord> notifications(refhost::ReferenceHost& host, const Byte* start) {
+  std::vector<refhost::CallRecord> calls;
+  for (const refhost::CallRecord& c : host.calls())
+    if (c.suite == code::core && c.slot == 0) calls.push_back(c);
+  for (refhost::CallRecord& c : calls) c.args[0] -= reinterpret_cast<uintptr_t>(start);
+  return calls;
+}
+
+// Runs a block test on both sides. The routine's result and, for the 16-bit tests,
+// the 'core' slot 0 calls it made must match.
+template <typename Invoke>
+bool testCase(Context& ctx, Twin& twin, std::ptrdiff_t at, bool notifies, const std::string& what, Invoke invoke) {
+  refhost::ReferenceHost& host = ctx.host();
+  host.clearLogs();
+  const uint64_t h = invoke(true, twin.host(at));
+  const auto hostCalls = notifications(host, twin.host(0));
+  host.clearLogs();
+  const uint64_t m = invoke(false, twin.module(at));
+  const auto moduleCalls = notifications(host, twin.module(0));
+  host.clearLogs();
+  if (notifies) {
+    const bool same = hostCalls.size() == moduleCalls.size() &&
+                      std::equal(hostCalls.begin(), hostCalls.end(), moduleCalls.begin(),
+                                 [](const refhost::CallRecord& a, const refhost::CallRecord& b) {
+                                   return std::memcmp(a.args, b.args, sizeof a.args) == 0;
+                                 });
+    if (!same || hostCalls.size() != 1) {
+      ctx.countCase();
+      ctx.fail(checkLabel(ctx.check()) + " [seed " + std::to_string(ctx.seed()) + "] " + what + ": 'core' slot 0 calls " +
+               std::to_string(hostCalls.size()) + " by the host, " + std::to_string(moduleCalls.size()) +
+               " by the module" + (hostCalls.size() == moduleCalls.size() ? ", with other arguments" : ""));
+      return ctx.failures() < 8;
+    }
+  }
+  return compare(ctx, what, twin, h, m);
+}
+
+// The block tests: (address, rows, width, step[, value]) with a 0/1 or value answer.
+enum class TestKind { BytesEqual, WordsUniformValue, WordsEqual, DwordsUniform };
+
+template <typename T, TestKind Kind>
+uint64_t callTest(HostRoutine routine, const Byte* address, int32_t rows, int32_t width, int32_t step, T value,
+                  Byte* resultByte) {
+  if constexpr (Kind == TestKind::BytesEqual)
+    return reinterpret_cast<SlotFn<code::memo, 18>>(routine)(address, rows, width, step, static_cast<uint8_t>(value));
+  if constexpr (Kind == TestKind::WordsUniformValue)
+    return reinterpret_cast<SlotFn<code::memo, 83>>(routine)(address, rows, width, step);
+  if constexpr (Kind == TestKind::WordsEqual)
+    return reinterpret_cast<SlotFn<code::memo, 102>>(routine)(address, rows, width, step, static_cast<uint16_t>(value));
+  if constexpr (Kind == TestKind::DwordsUniform) {
+    (void)value;
+    return reinterpret_cast<SlotFn<code::memo, 135>>(routine)(address, rows, width, step, resultByte);
+  }
+  return 0;
+}
+
+template <typename T, TestKind Kind>
+bool blockTestCase(Context& ctx, HostRoutine host, HostRoutine module, int32_t rows, int32_t width, int32_t step,
+                   T value, int64_t differing, bool withResultByte) {
+  Rng& rng = ctx.rng();
+  const std::size_t rowBytes = width < 1 ? 16 : static_cast<std::size_t>(width) * sizeof(T);
+  const std::size_t lowest = 8 + rng.below(48);
+  const BlockPlace probe = placeBlock(lowest, rows < 1 ? 1 : rows, rowBytes, step);
+  Twin twin(rng, probe.lowest + probe.span + 64);
+  std::ptrdiff_t at = static_cast<std::ptrdiff_t>(probe.firstRow);
+  if (rows >= 1 && width >= 1) uniformBlock<T>(twin, lowest, rows, width, step, value, differing, rng);
+  // The result byte of slot 135 sits in the arena, past the block.
+  const std::size_t resultAt = probe.lowest + probe.span + 8;
+  const bool notifies = Kind == TestKind::WordsUniformValue || Kind == TestKind::WordsEqual;
+  return testCase(ctx, twin, at, notifies,
+                  describe("rows", rows, "width", width, "step", step, "at", probe.firstRow, "value", uint64_t{value},
+                           "differing element", differing, withResultByte ? "with result byte" : ""),
+                  [&](bool hostSide, Byte* address) {
+                    Byte* resultByte = nullptr;
+                    if (withResultByte)
+                      resultByte = hostSide ? twin.host(static_cast<std::ptrdiff_t>(resultAt))
+                                            : twin.module(static_cast<std::ptrdiff_t>(resultAt));
+                    return callTest<T, Kind>(hostSide ? host : module, address, rows, width, step, value, resultByte);
+                  });
+}
+
+template <typename T, TestKind Kind>
+void verifyBlockTest(Context& ctx, HostRoutine host, HostRoutine module) {
+  Rng& rng = ctx.rng();
+  for (int32_t width : blockWidths(ctx)) {
+    for (int32_t rows : {1, 2, 3, 5}) {
+      for (int kind = 0; kind < 4; ++kind) {
+        const int32_t step = drawStep(rng, static_cast<std::size_t>(width) * sizeof(T), kind);
+        const T value = drawValue<T>(rng);
+        const bool resultByte = rng.chance(2);
+        if (!blockTestCase<T, Kind>(ctx, host, module, rows, width, step, value, -1, resultByte)) return;
+        for (int64_t p : differencePositions(rng, rows, width, sizeof(T)))
+          if (!blockTestCase<T, Kind>(ctx, host, module, rows, width, step, value, p, resultByte)) return;
+      }
+    }
+  }
+  // Large blocks: uniform, and one difference near the end.
+  for (int kind : {0, 1}) {
+    const int32_t width = static_cast<int32_t>(131072 / sizeof(T)) + 9;
+    const int32_t step = drawStep(rng, static_cast<std::size_t>(width) * sizeof(T), kind);
+    const T value = drawValue<T>(rng);
+    if (!blockTestCase<T, Kind>(ctx, host, module, 24, width, step, value, -1, true)) return;
+    if (!blockTestCase<T, Kind>(ctx, host, module, 24, width, step, value, int64_t{24} * width - 2, true)) return;
+    if (!blockTestCase<T, Kind>(ctx, host, module, 24, width, step, value, int64_t{11} * width + 5000, false)) return;
+  }
+  const int32_t empties[][2] = {{0, 37}, {-1, 37}, {INT32_MIN, 5}, {2, 0}, {2, -3}, {-2, -2}};
+  for (const auto& e : empties)
+    if (!blockTestCase<T, Kind>(ctx, host, module, e[0], e[1], 256, drawValue<T>(rng), -1, true)) return;
+}
+
+// Slot 17: one-dimensional.
+void verifyBytesAllEqual(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRoutine) {
+  const auto host = reinterpret_cast<SlotFn<code::memo, 17>>(hostRoutine);
+  const auto module = reinterpret_cast<SlotFn<code::memo, 17>>(moduleRoutine);
+  Rng& rng = ctx.rng();
+  auto run = [&](std::size_t offset, int32_t count, uint8_t value, int64_t differing) {
+    const std::size_t bytes = count < 1 ? 0 : static_cast<std::size_t>(count);
+    Twin twin(rng, offset + bytes + 64);
+    twin.fill(offset, bytes, value);
+    if (differing >= 0) twin.at(offset + static_cast<std::size_t>(differing)) ^= static_cast<Byte>(1u << rng.below(8));
+    twin.reset();
+    const auto at = static_cast<std::ptrdiff_t>(offset);
+    const uint64_t h = host(twin.host(at), count, value);
+    const uint64_t m = module(twin.module(at), count, value);
+    return compare(ctx, describe("count", count, "at", offset, "value", int{value}, "differing byte", differing), twin, h, m);
+  };
+  for (int32_t n = 0; n <= 300; ++n) {
+    for (std::size_t mis = 0; mis < 16; ++mis) {
+      if (!ctx.thorough() && mis != static_cast<std::size_t>(n) % 16) continue;
+      const uint8_t value = drawValue<uint8_t>(rng);
+      if (!run(mis, n, value, -1)) return;
+      if (n == 0) continue;
+      for (int64_t p : differencePositions(rng, 1, n, 1))
+        if (!run(mis, n, value, p)) return;
+    }
+  }
+  for (std::size_t bytes : {3 * kMiB + 7}) {
+    const auto n = static_cast<int32_t>(bytes);
+    const uint8_t value = drawValue<uint8_t>(rng);
+    for (int64_t p : {int64_t{-1}, int64_t{n} - 1, int64_t{n} - 40, int64_t{n} / 2})
+      if (!run(3, n, value, p)) return;
+  }
+  for (int32_t n : {-1, INT32_MIN})
+    if (!run(0, n, 7, -1)) return;
+}
+
+// ============================================================ bounds (36)
+
+void verifyByteBounds(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRoutine) {
+  const auto host = reinterpret_cast<SlotFn<code::memo, 36>>(hostRoutine);
+  const auto module = reinterpret_cast<SlotFn<code::memo, 36>>(moduleRoutine);
+  Rng& rng = ctx.rng();
+  // plants: element positions (row-major) given a byte other than the value.
+  auto run = [&](int32_t rows, int32_t width, int32_t step, uint8_t value, const std::vector<int64_t>& plants,
+                 bool nullResult) {
+    const std::size_t rowBytes = width < 1 ? 16 : static_cast<std::size_t>(width);
+    const std::size_t lowest = 8 + rng.below(48);
+    const BlockPlace b = placeBlock(lowest, rows < 1 ? 1 : rows, rowBytes, step);
+    const std::size_t resultAt = (b.lowest + b.span + 8 + 1) & ~std::size_t{1};
+    Twin twin(rng, resultAt + 8 + 64);
+    if (rows >= 1 && width >= 1) {
+      uniformBlock<uint8_t>(twin, lowest, rows, width, step, value, -1, rng);
+      for (int64_t p : plants)
+        twin.at(rowOffset(b, static_cast<int32_t>(p / width), step) + static_cast<std::size_t>(p % width)) =
+            static_cast<Byte>(value ^ (1 + rng.below(255)));
+      twin.reset();
+    }
+    const auto at = static_cast<std::ptrdiff_t>(b.firstRow), res = static_cast<std::ptrdiff_t>(resultAt);
+    host(twin.host(at), rows, width, step, value, nullResult ? nullptr : reinterpret_cast<int16_t*>(twin.host(res)));
+    module(twin.module(at), rows, width, step, value,
+           nullResult ? nullptr : reinterpret_cast<int16_t*>(twin.module(res)));
+    std::ostringstream planted;
+    for (int64_t p : plants) planted << ' ' << p;
+    return compare(ctx,
+                   describe("rows", rows, "width", width, "step", step, "value", int{value}, "differing elements",
+                            planted.str(), nullResult ? "null result" : ""),
+                   twin, 0, 0);
+  };
+  for (int32_t width : blockWidths(ctx)) {
+    for (int32_t rows : {1, 2, 3, 4, 7}) {
+      for (int kind = 0; kind < 4; ++kind) {
+        const int32_t step = drawStep(rng, static_cast<std::size_t>(width), kind);
+        const uint8_t value = drawValue<uint8_t>(rng);
+        const int64_t total = int64_t{rows} * width;
+        if (!run(rows, width, step, value, {}, false)) return;
+        for (int64_t p : differencePositions(rng, rows, width, 1))
+          if (!run(rows, width, step, value, {p}, false)) return;
+        for (int i = 0; i < 3; ++i) {
+          std::vector<int64_t> plants;
+          for (uint32_t k = 1 + rng.below(4); k > 0; --k) plants.push_back(rng.range(0, total - 1));
+          if (!run(rows, width, step, value, plants, rng.chance(8))) return;
+        }
+        // One difference on each edge of the block: the rectangle is the whole block.
+        if (!run(rows, width, step, value, {int64_t{rows / 2} * width, int64_t{width} - 1, total - width / 2 - 1},
+                 false))
+          return;
+      }
+    }
+  }
+  // Rows wider than 16-bit results can hold: stored modulo 2^16 on both sides.
+  if (!run(3, 40000, 40000, 9, {int64_t{40000} + 39990}, false)) return;
+  if (!run(2, 40000, 40017, 9, {}, false)) return;
+  const int32_t empties[][2] = {{0, 37}, {-1, 37}, {INT32_MIN, 5}, {2, 0}, {2, -3}, {-2, -2}};
+  for (const auto& e : empties)
+    if (!run(e[0], e[1], 256, 3, {}, false)) return;
+}
+
+// =============================================================== benchmarks
+
+// Arrays for one benchmark case, 64-byte aligned.
+struct Buffer {
+  explicit Buffer(std::size_t bytes, Byte fill) : raw(bytes + 64, fill) {
+    const auto base = reinterpret_cast<uintptr_t>(raw.data());
+    data = raw.data() + ((base + 63) / 64 * 64 - base);
+  }
+  std::vector<Byte> raw;
+  Byte* data;
+};
+
+std::size_t benchBytes(int width, int height) {
+  return static_cast<std::size_t>(std::max(1, width)) * static_cast<std::size_t>(std::max(1, height));
+}
+
+struct CopyBench final : BenchCase {
+  CopyBench(int width, int height) : n(benchBytes(width, height)), from(n, 0x5A), to(n, 0) { bytesMoved = 2 * n; }
+  void run(HostRoutine routine) override {
+    reinterpret_cast<CopyFn>(routine)(from.data, to.data, static_cast<int32_t>(n));
+  }
+  std::size_t n;
+  Buffer from, to;
+};
+
+struct CopyBlockBench final : BenchCase {
+  CopyBlockBench(int width, int height) : w(std::max(1, width)), h(std::max(1, height)), from(benchBytes(width, height), 1), to(benchBytes(width, height), 0) {
+    bytesMoved = 2 * benchBytes(width, height);
+  }
+  void run(HostRoutine routine) override { reinterpret_cast<CopyBlockFn>(routine)(from.data, to.data, h, w, w, w); }
+  int32_t w, h;
+  Buffer from, to;
+};
+
+template <typename T>
+struct FillBench final : BenchCase {
+  FillBench(int width, int height) : n(benchBytes(width, height) / sizeof(T)), to(benchBytes(width, height), 0) {
+    bytesMoved = n * sizeof(T);
+  }
+  void run(HostRoutine routine) override {
+    reinterpret_cast<FillFn<T>>(routine)(to.data, static_cast<int32_t>(n), static_cast<T>(0x3C5A1E69u));
+  }
+  std::size_t n;
+  Buffer to;
+};
+
+template <typename T>
+struct FillBlockBench final : BenchCase {
+  FillBlockBench(int width, int height)
+      : w(std::max<int32_t>(1, width / static_cast<int32_t>(sizeof(T)))), h(std::max(1, height)),
+        to(benchBytes(width, height) + sizeof(T), 0) {
+    bytesMoved = static_cast<std::size_t>(w) * static_cast<std::size_t>(h) * sizeof(T);
+  }
+  void run(HostRoutine routine) override {
+    reinterpret_cast<FillBlockFn<T>>(routine)(to.data, h, w, w * static_cast<int32_t>(sizeof(T)),
+                                              static_cast<T>(0x3C5A1E69u));
+  }
+  int32_t w, h;
+  Buffer to;
+};
+
+// The block tests on a uniform block, the case where every element is read.
+template <typename T, TestKind Kind>
+struct BlockTestBench final : BenchCase {
+  BlockTestBench(int width, int height)
+      : w(std::max<int32_t>(1, width / static_cast<int32_t>(sizeof(T)))), h(std::max(1, height)),
+        block(benchBytes(width, height) + sizeof(T), 0x42) {
+    bytesMoved = static_cast<std::size_t>(w) * static_cast<std::size_t>(h) * sizeof(T);
+  }
+  void run(HostRoutine routine) override {
+    callTest<T, Kind>(routine, block.data, h, w, w * static_cast<int32_t>(sizeof(T)), static_cast<T>(0x4242424242424242ULL),
+                      &result);
+    // The 16-bit tests notify the host each call; keep its log short.
+    if constexpr (Kind == TestKind::WordsEqual || Kind == TestKind::WordsUniformValue)
+      if (++calls % 4096 == 0)
+        if (refhost::ReferenceHost* host = refhost::ReferenceHost::active()) host->clearLogs();
+  }
+  int32_t w, h;
+  Buffer block;
+  Byte result = 0;
+  uint64_t calls = 0;
+};
+
+struct BytesEqualBench final : BenchCase {
+  BytesEqualBench(int width, int height) : n(benchBytes(width, height)), block(n, 0x42) { bytesMoved = n; }
+  void run(HostRoutine routine) override {
+    reinterpret_cast<SlotFn<code::memo, 17>>(routine)(block.data, static_cast<int32_t>(n), 0x42);
+  }
+  std::size_t n;
+  Buffer block;
+};
+
+struct BoundsBench final : BenchCase {
+  BoundsBench(int width, int height) : w(std::max(1, width)), h(std::max(1, height)), block(benchBytes(width, height), 0x42) {
+    bytesMoved = benchBytes(width, height);
+  }
+  void run(HostRoutine routine) override {
+    reinterpret_cast<SlotFn<code::memo, 36>>(routine)(block.data, h, w, w, 0x42, bounds);
+  }
+  int32_t w, h;
+  Buffer block;
+  int16_t bounds[4] = {};
+};
+
+template <typename B>
+BenchCase* makeBench(int width, int height) {
+  return new B(width, height);
+}
+
+const Check kMemoryChecks[] = {
+    customCheck<code::memo, 0>(&verifyCopyBytes, &makeBench<CopyBench>),
+    customCheck<code::memo, 1>(&verifyCopyBlock, &makeBench<CopyBlockBench>),
+    customCheck<code::memo, 3>(&verifyFill<uint8_t>, &makeBench<FillBench<uint8_t>>),
+    customCheck<code::memo, 4>(&verifyFillBlock<uint8_t>, &makeBench<FillBlockBench<uint8_t>>),
+    customCheck<code::memo, 17>(&verifyBytesAllEqual, &makeBench<BytesEqualBench>),
+    customCheck<code::memo, 18>(&verifyBlockTest<uint8_t, TestKind::BytesEqual>,
+                                &makeBench<BlockTestBench<uint8_t, TestKind::BytesEqual>>),
+    customCheck<code::memo, 36>(&verifyByteBounds, &makeBench<BoundsBench>),
+    customCheck<code::memo, 65>(&verifyFill<uint16_t>, &makeBench<FillBench<uint16_t>>),
+    customCheck<code::memo, 66>(&verifyFillBlock<uint16_t>, &makeBench<FillBlockBench<uint16_t>>),
+    customCheck<code::memo, 83>(&verifyBlockTest<uint16_t, TestKind::WordsUniformValue>,
+                                &makeBench<BlockTestBench<uint16_t, TestKind::WordsUniformValue>>),
+    customCheck<code::memo, 102>(&verifyBlockTest<uint16_t, TestKind::WordsEqual>,
+                                 &makeBench<BlockTestBench<uint16_t, TestKind::WordsEqual>>),
+    customCheck<code::memo, 135>(&verifyBlockTest<uint32_t, TestKind::DwordsUniform>,
+                                 &makeBench<BlockTestBench<uint32_t, TestKind::DwordsUniform>>),
+    customCheck<code::memo, 136>(&verifyFill<uint32_t>, &makeBench<FillBench<uint32_t>>),
+    customCheck<code::memo, 137>(&verifyFillBlock<uint32_t>, &makeBench<FillBlockBench<uint32_t>>),
+};
+
+}  // namespace
+
+std::span<const Check> memoryChecks() { return kMemoryChecks; }
 
 }  // namespace tarnell::verify

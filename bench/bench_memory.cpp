@@ -1,0 +1,137 @@
+// The 'memo' copies and fills against the C library's memcpy and memset, in the
+// same run, from cache-resident sizes to runs far above the last-level cache.
+// The module's routines come from the static library through its installer, for
+// the tiers this processor runs ("best") and for the SSE2 tier alone ("sse2").
+#include <benchmark/benchmark.h>
+
+#include <cstring>
+#include <vector>
+
+#include "host/cpu_features.h"
+#include "host/install.h"
+
+namespace {
+
+using namespace tarnell;
+
+std::vector<HostRoutine> memoTable(bool best) {
+  CpuFeatureFlags f{};
+  if (best) {
+    f = computeFeatureFlags(identification(), topology());
+  } else {
+    f.sse2 = 1;
+  }
+  std::vector<HostRoutine> table(static_cast<std::size_t>(kSuites[kMemo].slotCount), nullptr);
+  installMemory(SuiteWriter<code::memo>(table.data()), f);
+  return table;
+}
+
+template <int Slot>
+SlotFn<code::memo, Slot> routine(bool best) {
+  static const std::vector<HostRoutine> bestTable = memoTable(true), sse2Table = memoTable(false);
+  return reinterpret_cast<SlotFn<code::memo, Slot>>((best ? bestTable : sse2Table)[Slot]);
+}
+
+// A 64-byte aligned array with its pages touched.
+struct Buffer {
+  explicit Buffer(std::size_t n) : raw(n + 64, 1) {
+    const auto base = reinterpret_cast<uintptr_t>(raw.data());
+    data = raw.data() + ((base + 63) / 64 * 64 - base);
+  }
+  std::vector<unsigned char> raw;
+  unsigned char* data;
+};
+
+void sizes(benchmark::internal::Benchmark* b) {
+  for (int64_t n : {int64_t{64}, int64_t{256}, int64_t{64} << 10, int64_t{64} << 20}) b->Arg(n);
+}
+
+void setBytes(benchmark::State& state, std::size_t bytesPerCall) {
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(bytesPerCall));
+}
+
+// ---------------------------------------------------------------- copies
+
+void memoCopy_memcpy(benchmark::State& state) {
+  const auto n = static_cast<std::size_t>(state.range(0));
+  Buffer from(n), to(n);
+  for (auto _ : state) {
+    std::memcpy(to.data, from.data, n);
+    benchmark::ClobberMemory();
+  }
+  setBytes(state, n);
+}
+
+template <bool Best>
+void memoCopy_module(benchmark::State& state) {
+  const auto n = static_cast<std::size_t>(state.range(0));
+  Buffer from(n), to(n);
+  const auto copy = routine<0>(Best);
+  for (auto _ : state) {
+    copy(from.data, to.data, static_cast<int32_t>(n));
+    benchmark::ClobberMemory();
+  }
+  setBytes(state, n);
+}
+
+// ------------------------------------------------------------------ fills
+
+void memoFill_memset(benchmark::State& state) {
+  const auto n = static_cast<std::size_t>(state.range(0));
+  Buffer to(n);
+  int value = 0x5A;
+  benchmark::DoNotOptimize(value);
+  for (auto _ : state) {
+    std::memset(to.data, value, n);
+    benchmark::ClobberMemory();
+  }
+  setBytes(state, n);
+}
+
+template <bool Best>
+void memoFillBytes_module(benchmark::State& state) {
+  const auto n = static_cast<std::size_t>(state.range(0));
+  Buffer to(n);
+  const auto fill = routine<3>(Best);
+  for (auto _ : state) {
+    fill(to.data, static_cast<int32_t>(n), 0x5A);
+    benchmark::ClobberMemory();
+  }
+  setBytes(state, n);
+}
+
+template <bool Best>
+void memoFillWords_module(benchmark::State& state) {
+  const auto n = static_cast<std::size_t>(state.range(0));
+  Buffer to(n);
+  const auto fill = routine<65>(Best);
+  for (auto _ : state) {
+    fill(to.data, static_cast<int32_t>(n / 2), 0x5A3C);
+    benchmark::ClobberMemory();
+  }
+  setBytes(state, n);
+}
+
+template <bool Best>
+void memoFillDwords_module(benchmark::State& state) {
+  const auto n = static_cast<std::size_t>(state.range(0));
+  Buffer to(n);
+  const auto fill = routine<136>(Best);
+  for (auto _ : state) {
+    fill(to.data, static_cast<int32_t>(n / 4), 0x5A3C1E0Fu);
+    benchmark::ClobberMemory();
+  }
+  setBytes(state, n);
+}
+
+BENCHMARK(memoCopy_memcpy)->Apply(sizes);
+BENCHMARK(memoCopy_module<true>)->Name("memoCopy_module/best")->Apply(sizes);
+BENCHMARK(memoCopy_module<false>)->Name("memoCopy_module/sse2")->Apply(sizes);
+BENCHMARK(memoFill_memset)->Apply(sizes);
+BENCHMARK(memoFillBytes_module<true>)->Name("memoFillBytes_module/best")->Apply(sizes);
+BENCHMARK(memoFillBytes_module<false>)->Name("memoFillBytes_module/sse2")->Apply(sizes);
+BENCHMARK(memoFillWords_module<true>)->Name("memoFillWords_module/best")->Apply(sizes);
+BENCHMARK(memoFillDwords_module<true>)->Name("memoFillDwords_module/best")->Apply(sizes);
+BENCHMARK(memoFillDwords_module<false>)->Name("memoFillDwords_module/sse2")->Apply(sizes);
+
+}  // namespace
