@@ -49,6 +49,14 @@ struct Vectors {
 // one -- so a single high multiply does it.
 BLEND8_INLINE __m128i reduce255(const Vectors& v, __m128i t) { return _mm_mulhi_epu16(t, v.words257); }
 
+// round255(a * b) on 16-bit lanes holding 0..255: chained products stay widened
+// between steps instead of being packed and unpacked again.
+BLEND8_INLINE __m128i mul16(const Vectors& v, __m128i a, __m128i b) {
+  return reduce255(v, _mm_add_epi16(_mm_mullo_epi16(a, b), v.words128));
+}
+BLEND8_INLINE __m128i widenLo(const Vectors& v, __m128i x) { return _mm_unpacklo_epi8(x, v.zero); }
+BLEND8_INLINE __m128i widenHi(const Vectors& v, __m128i x) { return _mm_unpackhi_epi8(x, v.zero); }
+
 // round255(a * b) per byte.
 BLEND8_INLINE __m128i mulv(const Vectors& v, __m128i a, __m128i b) {
   const __m128i lo = _mm_add_epi16(_mm_mullo_epi16(_mm_unpacklo_epi8(a, v.zero), _mm_unpacklo_epi8(b, v.zero)), v.words128);
@@ -350,9 +358,12 @@ void MultiplySourceThroughMask8(const uint8_t* source, uint8_t* destination, con
     row<16>(
         d, columns, [&](int32_t i) { d[i] = static_cast<uint8_t>(d[i] - mul(d[i] - mul(s[i], d[i]), m[i])); },
         [&](int32_t i) {
-          const __m128i dv = loada(d + i);
-          const __m128i darkening = _mm_sub_epi8(dv, mulv(v, loadu(s + i), dv));
-          storea(d + i, _mm_sub_epi8(dv, mulv(v, darkening, loadu(m + i))));
+          const __m128i dv = loada(d + i), sv = loadu(s + i), mv = loadu(m + i);
+          auto half = [&](__m128i d16, __m128i s16, __m128i m16) {
+            return _mm_sub_epi16(d16, mul16(v, _mm_sub_epi16(d16, mul16(v, s16, d16)), m16));
+          };
+          storea(d + i, _mm_packus_epi16(half(widenLo(v, dv), widenLo(v, sv), widenLo(v, mv)),
+                                         half(widenHi(v, dv), widenHi(v, sv), widenHi(v, mv))));
         });
   }
 }
@@ -361,16 +372,18 @@ void MultiplyWithOpacity8(const uint8_t* source, uint8_t* destination, int32_t r
                           int32_t sourceStride, int32_t destinationStride, uint8_t k) {
   if (rows < 1 || columns < 1) return;
   const Vectors v;
-  const __m128i kv = _mm_set1_epi8(static_cast<char>(k));
+  const __m128i k16 = _mm_set1_epi16(static_cast<short>(k));
   const uint8_t* s = source;
   uint8_t* d = destination;
   for (; rows-- > 0; s = advance(s, sourceStride), d = advance(d, destinationStride)) {
     row<16>(
         d, columns, [&](int32_t i) { d[i] = static_cast<uint8_t>(d[i] - mul(d[i] - mul(d[i], s[i]), k)); },
         [&](int32_t i) {
-          const __m128i dv = loada(d + i);
-          const __m128i darkening = _mm_sub_epi8(dv, mulv(v, dv, loadu(s + i)));
-          storea(d + i, _mm_sub_epi8(dv, mulv(v, darkening, kv)));
+          const __m128i dv = loada(d + i), sv = loadu(s + i);
+          auto half = [&](__m128i d16, __m128i s16) {
+            return _mm_sub_epi16(d16, mul16(v, _mm_sub_epi16(d16, mul16(v, d16, s16)), k16));
+          };
+          storea(d + i, _mm_packus_epi16(half(widenLo(v, dv), widenLo(v, sv)), half(widenHi(v, dv), widenHi(v, sv))));
         });
   }
 }
@@ -427,9 +440,12 @@ void OrderedCombineInto8(const uint8_t* a, const uint8_t* b, uint8_t* destinatio
         },
         [&](int32_t i) {
           const __m128i av = loadu(pa + i), bv = loadu(pb + i);
-          const __m128i lo = _mm_min_epu8(av, bv), hi = _mm_max_epu8(av, bv);
-          const __m128i p = mulv(v, av, bv);
-          stream(d + i, _mm_sub_epi8(lo, mulv(v, _mm_sub_epi8(hi, lo), _mm_sub_epi8(lo, p))));
+          auto half = [&](__m128i a16, __m128i b16) {
+            const __m128i lo = _mm_min_epi16(a16, b16), hi = _mm_max_epi16(a16, b16);
+            const __m128i p = mul16(v, a16, b16);
+            return _mm_sub_epi16(lo, mul16(v, _mm_sub_epi16(hi, lo), _mm_sub_epi16(lo, p)));
+          };
+          stream(d + i, _mm_packus_epi16(half(widenLo(v, av), widenLo(v, bv)), half(widenHi(v, av), widenHi(v, bv))));
         });
   }
   // Non-temporal stores are weakly ordered: make them visible before returning.
