@@ -170,7 +170,8 @@ inline constexpr CpuFeature k3dnow{CpuRegister::ext1Edx, 31, OsState::none, "3DN
 // Every named feature, for reports and exhaustive tests.
 inline constexpr CpuFeature kAll[] = {
     kFpu, kTsc, kCx8, kCmov, kClflush, kMmx, kFxsr, kSse, kSse2, kHtt,
-    kSse3, kPclmulqdq, kSsse3, kFma, kCx16, kSse41, kSse42, kMovbe, kPopcnt, kAes, kXsave, kOsxsave, kAvx, kF16c, kRdrand,
+    kSse3, kPclmulqdq, kSsse3, kFma, kCx16, kSse41, kSse42, kMovbe, kPopcnt, kAes, kXsave, kOsxsave, kAvx, kF16c,
+    kRdrand,
     kFsgsbase, kBmi1, kHle, kAvx2, kBmi2, kErms, kRtm, kAvx512f, kAvx512dq, kRdseed, kAdx, kAvx512ifma, kClflushopt,
     kClwb, kAvx512pf, kAvx512er, kAvx512cd, kSha, kAvx512bw, kAvx512vl,
     kAvx512vbmi, kAvx512vbmi2, kGfni, kVaes, kVpclmulqdq, kAvx512vnni, kAvx512bitalg, kAvx512vpopcntdq, kRdpid,

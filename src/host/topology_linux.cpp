@@ -129,7 +129,8 @@ std::optional<std::vector<uint32_t>> parseCpuList(std::string_view text) {
     text = comma == std::string_view::npos ? std::string_view() : text.substr(comma + 1);
     const size_t dash = item.find('-');
     const std::optional<uint32_t> first = parseWhole<uint32_t>(item.substr(0, dash));
-    const std::optional<uint32_t> last = dash == std::string_view::npos ? first : parseWhole<uint32_t>(item.substr(dash + 1));
+    const std::optional<uint32_t> last =
+        dash == std::string_view::npos ? first : parseWhole<uint32_t>(item.substr(dash + 1));
     if (!first || !last || *last < *first) return std::nullopt;
     for (uint32_t c = *first;; ++c) {
       cpus.push_back(c);
@@ -221,7 +222,8 @@ Topology topologyFromSysfs(const std::string& cpuDirectory, uint32_t processorCo
 
 Topology queryTopology() {
   const long online = ::sysconf(_SC_NPROCESSORS_ONLN);
-  const uint32_t count = online < 1 ? 1u : static_cast<uint32_t>(std::min<long>(online, std::numeric_limits<uint32_t>::max()));
+  const uint32_t count =
+      online < 1 ? 1u : static_cast<uint32_t>(std::min<long>(online, std::numeric_limits<uint32_t>::max()));
   return topologyFromSysfs("/sys/devices/system/cpu", count);
 }
 
