@@ -39,19 +39,32 @@ void fillPattern(Byte* d, std::size_t n, uint64_t pattern, std::size_t elementBy
     }
     return;
   }
+  // Broadcast in registers (AVX has no 64-bit broadcast from a register, and one
+  // through memory costs a store-to-load round trip on every call).
+  const __m128i x = _mm_set1_epi64x(static_cast<long long>(pattern));
   if (n <= 32) {
-    const __m128i v = _mm_set1_epi64x(static_cast<long long>(pattern));
-    store16(d, v), store16(d + n - 16, v);
+    store16(d, x), store16(d + n - 16, x);
     return;
   }
-  const __m256i v = _mm256_set1_epi64x(static_cast<long long>(pattern));
+  // Up to 256 bytes: stores from both ends, all a whole number of elements in.
+  const __m256i v = _mm256_insertf128_si256(_mm256_castsi128_si256(x), x, 1);
   if (n <= 64) {
     store32(d, v), store32(d + n - 32, v);
     return;
   }
+  if (n <= 128) {
+    store32(d, v), store32(d + 32, v), store32(d + n - 64, v), store32(d + n - 32, v);
+    return;
+  }
+  if (n <= 256) {
+    store32(d, v), store32(d + 32, v), store32(d + 64, v), store32(d + 96, v);
+    store32(d + n - 128, v), store32(d + n - 96, v), store32(d + n - 64, v), store32(d + n - 32, v);
+    return;
+  }
   std::size_t k = (32 - (reinterpret_cast<uintptr_t>(d) & 31)) & 31;
-  const __m256i body =
-      _mm256_set1_epi64x(static_cast<long long>(rotateRight(pattern, static_cast<unsigned>(8 * (k % elementBytes)))));
+  const __m128i y =
+      _mm_set1_epi64x(static_cast<long long>(rotateRight(pattern, static_cast<unsigned>(8 * (k % elementBytes)))));
+  const __m256i body = _mm256_insertf128_si256(_mm256_castsi128_si256(y), y, 1);
   store32(d, v);
   if (n >= kNonTemporalBytes) {
     for (; k + 128 <= n; k += 128)
@@ -98,7 +111,8 @@ bool dwordsMatch(const Byte* p, std::size_t n, uint32_t value) {
     }
     return true;
   }
-  const __m256 v = _mm256_castsi256_ps(_mm256_set1_epi32(static_cast<int>(value)));
+  const __m128i half = _mm_set1_epi32(static_cast<int>(value));
+  const __m256 v = _mm256_castsi256_ps(_mm256_insertf128_si256(_mm256_castsi128_si256(half), half, 1));
   std::size_t k = 0;
   for (; k + 128 <= n; k += 128) {
     const __m256 x = _mm256_or_ps(_mm256_or_ps(differences(p + k, v), differences(p + k + 32, v)),

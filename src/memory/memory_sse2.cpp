@@ -42,12 +42,12 @@ inline std::size_t bytesToAlign(const void* p) {
 // Copies n < 128 bytes: every load happens before the first store, so the result
 // is that of a copy through a temporary whichever way the runs overlap.
 inline void copySmall(const Byte* s, Byte* d, std::size_t n) {
-  if (n >= 64) {
+  if (n > 64) {
     const __m128i a0 = load(s), a1 = load(s + 16), a2 = load(s + 32), a3 = load(s + 48);
     const __m128i b0 = load(s + n - 64), b1 = load(s + n - 48), b2 = load(s + n - 32), b3 = load(s + n - 16);
     store(d, a0), store(d + 16, a1), store(d + 32, a2), store(d + 48, a3);
     store(d + n - 64, b0), store(d + n - 48, b1), store(d + n - 32, b2), store(d + n - 16, b3);
-  } else if (n >= 32) {
+  } else if (n > 32) {
     const __m128i a0 = load(s), a1 = load(s + 16), b0 = load(s + n - 32), b1 = load(s + n - 16);
     store(d, a0), store(d + 16, a1), store(d + n - 32, b0), store(d + n - 16, b1);
   } else if (n >= 16) {
@@ -115,9 +115,23 @@ void fillPattern(Byte* d, std::size_t n, uint64_t pattern, std::size_t elementBy
     }
     return;
   }
+  // Up to 256 bytes: stores from both ends, all a whole number of elements in.
   const __m128i v = _mm_set1_epi64x(static_cast<long long>(pattern));
   if (n <= 32) {
     store(d, v), store(d + n - 16, v);
+    return;
+  }
+  if (n <= 64) {
+    store(d, v), store(d + 16, v), store(d + n - 32, v), store(d + n - 16, v);
+    return;
+  }
+  if (n <= 128) {
+    store(d, v), store(d + 16, v), store(d + 32, v), store(d + 48, v);
+    store(d + n - 64, v), store(d + n - 48, v), store(d + n - 32, v), store(d + n - 16, v);
+    return;
+  }
+  if (n <= 256) {
+    for (std::size_t k = 0; k < 128; k += 16) store(d + k, v), store(d + n - 128 + k, v);
     return;
   }
   std::size_t k = bytesToAlign(d);
