@@ -36,8 +36,8 @@ bool g_groupStridesDiffered = false;
 uint64_t invoke(HostRoutine routine, const PlaneCall& c) {
   g_lastParam = c.param[0];
   g_groupStridesDiffered |= c.stride[0] != c.stride[1];
-  reinterpret_cast<WordFn*>(routine)(static_cast<const uint8_t*>(c.plane[0]), static_cast<uint8_t*>(c.plane[1]),
-                                     c.rows, c.columns, c.stride[0], c.stride[1]);
+  reinterpret_cast<WordFn*>(routine)(static_cast<const uint8_t*>(c.plane[0]), static_cast<uint8_t*>(c.plane[1]), c.rows,
+                                     c.columns, c.stride[0], c.stride[1]);
   return 0;
 }
 
@@ -54,8 +54,14 @@ CheckResult run(const PlaneShape& shape, WordFn* fn) {
 }
 
 TEST(HarnessForConversions, RowsFollowTheStrideTheRoutineUses) {
-  PlaneShape shape{{{"source", 2, Role::Input, Samples::Words15}, {"destination", 2, Role::Output, Samples::Words15}},
-                   2, {}, 0, &invoke, 1, false, true};
+  PlaneShape shape{
+      .planes = {{"source", 2, Role::Input, Samples::Words15}, {"destination", 2, Role::Output, Samples::Words15}},
+      .planeCount = 2,
+      .params = {},
+      .paramCount = 0,
+      .invoke = &invoke,
+      .alignPlane = 1,
+      .negativeStrides = true};
   const CheckResult plain = run(shape, &copyWordsHalvingStrides);
   EXPECT_EQ(plain.outcome, Outcome::Failed);  // odd strides: rows land where the runner does not expect them
   shape.usedStride = &evenStride;
@@ -64,8 +70,14 @@ TEST(HarnessForConversions, RowsFollowTheStrideTheRoutineUses) {
 }
 
 TEST(HarnessForConversions, AddressDependentResultsNeedTheSameAddresses) {
-  PlaneShape shape{{{"source", 1, Role::Input, Samples::Bytes}, {"destination", 1, Role::Output, Samples::Bytes}},
-                   2, {}, 0, &invoke, 1, false, true};
+  PlaneShape shape{
+      .planes = {{"source", 1, Role::Input, Samples::Bytes}, {"destination", 1, Role::Output, Samples::Bytes}},
+      .planeCount = 2,
+      .params = {},
+      .paramCount = 0,
+      .invoke = &invoke,
+      .alignPlane = 1,
+      .negativeStrides = true};
   EXPECT_EQ(run(shape, &copyMarkedByAddress).outcome, Outcome::Failed);
   shape.sameAddresses = true;
   const CheckResult r = run(shape, &copyMarkedByAddress);
@@ -81,8 +93,14 @@ void copyWordsToBytesTwoGroups(const uint8_t* s, uint8_t* d, int32_t rows, int32
 }
 
 TEST(HarnessForConversions, SharedStridesArePerSampleSize) {
-  PlaneShape shape{{{"source", 2, Role::Input, Samples::Words15}, {"destination", 1, Role::Output, Samples::Bytes}},
-                   2, {}, 0, &invoke, 1, false, false, true};
+  PlaneShape shape{
+      .planes = {{"source", 2, Role::Input, Samples::Words15}, {"destination", 1, Role::Output, Samples::Bytes}},
+      .planeCount = 2,
+      .params = {},
+      .paramCount = 0,
+      .invoke = &invoke,
+      .alignPlane = 1,
+      .sharedStride = true};
   g_groupStridesDiffered = false;
   const CheckResult r = run(shape, &copyWordsToBytesTwoGroups);
   EXPECT_EQ(r.outcome, Outcome::Passed) << r.firstFailure;
@@ -91,9 +109,14 @@ TEST(HarnessForConversions, SharedStridesArePerSampleSize) {
 
 TEST(HarnessForConversions, BenchmarksUseTheFixedParameters) {
   static constexpr int64_t kFixed[] = {42};
-  PlaneShape shape{{{"source", 1, Role::Input, Samples::Bytes}, {"destination", 1, Role::Output, Samples::Bytes}},
-                   2, {{"p", 0, 7, {}, 0}}, 1, &invoke, 1};
-  shape.benchParams = kFixed;
+  const PlaneShape shape{
+      .planes = {{"source", 1, Role::Input, Samples::Bytes}, {"destination", 1, Role::Output, Samples::Bytes}},
+      .planeCount = 2,
+      .params = {{"p", 0, 7, {}, 0}},
+      .paramCount = 1,
+      .invoke = &invoke,
+      .alignPlane = 1,
+      .benchParams = kFixed};
   const Check check{code::conv, 999, "TestConvertShape", "test", &shape, nullptr, nullptr};
   for (uint64_t seed : {1u, 2u, 3u}) {
     auto bench = makeBenchCase(check, 64, 4, seed);

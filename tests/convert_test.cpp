@@ -230,8 +230,8 @@ TEST(ConvertFloatTo8, NamedValuesAndTheOnesOutsideZeroToOne) {
   float signalling, negativeNan;
   std::memcpy(&signalling, &signallingBits, 4);
   std::memcpy(&negativeNan, &negativeNanBits, 4);
-  const float in[] = {1.5f, -0.25f, 0.5f, nan, signalling, negativeNan, inf, -inf, -0.0f, 0.0f, 1.0f, denormal,
-                      1.0000001f, 1e30f, -1e30f, 0.001960784f, 0.0019607844f, 0.998f};
+  const float in[] = {1.5f, -0.25f, 0.5f,     nan,        signalling, negativeNan, inf,          -inf,          -0.0f,
+                      0.0f, 1.0f,   denormal, 1.0000001f, 1e30f,      -1e30f,      0.001960784f, 0.0019607844f, 0.998f};
   const uint8_t want[] = {255, 0, 128, 0, 0, 0, 255, 0, 0, 0, 255, 0, 255, 255, 0, 0, 1, 254};
   constexpr int32_t n = 18;
   Buffer source(4 * 32 * n), destination(32 * n);
@@ -239,7 +239,8 @@ TEST(ConvertFloatTo8, NamedValuesAndTheOnesOutsideZeroToOne) {
   for (int32_t columns : {32 * n, 32 * n - 1, 32 * n - 2, 32 * n - 3}) {  // vector body and double tail
     std::memset(destination.data, 0xAA, 32 * n);
     convertFloatTo8(source.as<float>(), destination.data, 1, columns, 0, 0, 0);
-    for (int i = 0; i < columns; ++i) ASSERT_EQ(destination.data[i], want[i % n]) << "value " << in[i % n] << " at " << i;
+    for (int i = 0; i < columns; ++i)
+      ASSERT_EQ(destination.data[i], want[i % n]) << "value " << in[i % n] << " at " << i;
   }
 }
 
@@ -271,7 +272,8 @@ TEST(ConvertFloatTo8, EveryFloatFromZeroToOneIsExact) {
     }
     convertFloatTo8(source.as<float>(), destination.data, 1, static_cast<int32_t>(count == kBlock ? count - 3 : count),
                     0, 0, 0);
-    convertFloatTo8(source.as<float>() + kBlock - 3, destination.data + kBlock - 3, 1, count == kBlock ? 3 : 0, 0, 0, 0);
+    convertFloatTo8(source.as<float>() + kBlock - 3, destination.data + kBlock - 3, 1, count == kBlock ? 3 : 0, 0, 0,
+                    0);
     // Inside 0..1 the exact value is trunc(double(v) * 255 + 0.5); the plain
     // single-precision one is computed alongside to find the hazards.
     for (uint32_t i = 0; i < count; ++i) {
@@ -396,7 +398,8 @@ TEST(Dither, WideRowsAreConvertedInColumnPartsWithFreshStarts) {
   constexpr int32_t kRows = 5, kColumns = 4097;
   Buffer source(2 * kRows * kColumns), whole(kRows * kColumns);
   for (int i = 0; i < kRows * kColumns; ++i)
-    setWord(source.data, static_cast<std::size_t>(i), static_cast<uint16_t>((static_cast<uint32_t>(i) * 2654435761u >> 7) % 32769));
+    setWord(source.data, static_cast<std::size_t>(i),
+            static_cast<uint16_t>((static_cast<uint32_t>(i) * 2654435761u >> 7) % 32769));
   const int32_t sourceStride = 2 * kColumns, destinationStride = kColumns;
   convert16To8(source.as<uint16_t>(), whole.data, kRows, kColumns, sourceStride, destinationStride, 1);
   const std::vector<uint8_t> fromModule(whole.data, whole.data + kRows * kColumns);
@@ -408,7 +411,8 @@ TEST(Dither, WideRowsAreConvertedInColumnPartsWithFreshStarts) {
   EXPECT_EQ(std::memcmp(whole.data, fromModule.data(), fromModule.size()), 0);
   // And the host's routine, with its own walk of its own buffer, agrees.
   std::memset(whole.data, 0, kRows * kColumns);
-  hostRoutine<code::conv, 17>(host)(source.as<uint16_t>(), whole.data, kRows, kColumns, sourceStride, destinationStride, 1);
+  hostRoutine<code::conv, 17>(host)(source.as<uint16_t>(), whole.data, kRows, kColumns, sourceStride, destinationStride,
+                                    1);
   EXPECT_EQ(std::memcmp(whole.data, fromModule.data(), fromModule.size()), 0);
 }
 
@@ -423,7 +427,8 @@ TEST(Dither, PositionExactlyAtTheEndWraps) {
   start(host);
   Buffer source(2 * 2048 * 8), destination(2048 * 8 + 64);
   for (int i = 0; i < 2048 * 8; ++i)
-    setWord(source.data, static_cast<std::size_t>(i), static_cast<uint16_t>((static_cast<uint32_t>(i) * 40503u) % 32769));
+    setWord(source.data, static_cast<std::size_t>(i),
+            static_cast<uint16_t>((static_cast<uint32_t>(i) * 40503u) % 32769));
   int tried = 0;
   for (std::size_t offset = 0; offset < 64 && tried < 12; ++offset) {
     unsigned char* d = destination.data + offset;
@@ -489,10 +494,10 @@ void seeRescale(uint16_t* data, uint32_t s, uint32_t t, int32_t rows, int32_t co
 }
 void seeFloat(const float* source, uint8_t* destination, int32_t rows, int32_t columns, int32_t ss, int32_t ds,
               uint8_t dither) {
-  g_seen = {{reinterpret_cast<uintptr_t>(source), reinterpret_cast<uintptr_t>(destination),
-             static_cast<uintptr_t>(rows), static_cast<uintptr_t>(columns), static_cast<uintptr_t>(ss),
-             static_cast<uintptr_t>(ds), dither},
-            g_seen.count + 1};
+  g_seen = {
+      {reinterpret_cast<uintptr_t>(source), reinterpret_cast<uintptr_t>(destination), static_cast<uintptr_t>(rows),
+       static_cast<uintptr_t>(columns), static_cast<uintptr_t>(ss), static_cast<uintptr_t>(ds), dither},
+      g_seen.count + 1};
 }
 
 TEST(ConvertFallbacks, EveryArgumentIsPassedOn) {

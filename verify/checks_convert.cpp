@@ -39,25 +39,22 @@ uint64_t invokePlanar3(HostRoutine routine, const PlaneCall& c) {
 }
 int32_t planar3Stride(int p, int32_t stride) { return p < 3 ? wordStride(stride) : stride; }
 
-const PlaneShape kPlanar3{{{"source0", 2, Role::Input, Samples::Words15},
-                           {"source1", 2, Role::Input, Samples::Words15},
-                           {"source2", 2, Role::Input, Samples::Words15},
-                           {"destination0", 1, Role::Output, Samples::Bytes},
-                           {"destination1", 1, Role::Output, Samples::Bytes},
-                           {"destination2", 1, Role::Output, Samples::Bytes}},
-                          6,
-                          {kDither},
-                          1,
-                          &invokePlanar3,
-                          3,
-                          false,
-                          true,
-                          true,  // one stride per sample size: the slot takes one for the sources, one for the destinations
-                          1,
-                          0,
-                          &planar3Stride,
-                          kBenchNoDither,
-                          true};  // the dither pattern follows the destination address
+const PlaneShape kPlanar3{.planes = {{"source0", 2, Role::Input, Samples::Words15},
+                                     {"source1", 2, Role::Input, Samples::Words15},
+                                     {"source2", 2, Role::Input, Samples::Words15},
+                                     {"destination0", 1, Role::Output, Samples::Bytes},
+                                     {"destination1", 1, Role::Output, Samples::Bytes},
+                                     {"destination2", 1, Role::Output, Samples::Bytes}},
+                          .planeCount = 6,
+                          .params = {kDither},
+                          .paramCount = 1,
+                          .invoke = &invokePlanar3,
+                          .alignPlane = 3,
+                          .negativeStrides = true,
+                          .sharedStride = true,  // one stride for the sources, one for the destinations
+                          .usedStride = &planar3Stride,
+                          .benchParams = kBenchNoDither,
+                          .sameAddresses = true};  // the dither pattern follows the destination address
 
 // --- slot 17: one 16-bit plane to one 8-bit plane
 
@@ -68,20 +65,17 @@ uint64_t invoke16To8(HostRoutine routine, const PlaneCall& c) {
 }
 int32_t sourceWordStride(int p, int32_t stride) { return p == 0 ? wordStride(stride) : stride; }
 
-const PlaneShape k16To8{{{"source", 2, Role::Input, Samples::Words15}, {"destination", 1, Role::Output, Samples::Bytes}},
-                        2,
-                        {kDither},
-                        1,
-                        &invoke16To8,
-                        1,
-                        false,
-                        true,
-                        false,
-                        1,
-                        0,
-                        &sourceWordStride,
-                        kBenchNoDither,
-                        true};
+const PlaneShape k16To8{
+    .planes = {{"source", 2, Role::Input, Samples::Words15}, {"destination", 1, Role::Output, Samples::Bytes}},
+    .planeCount = 2,
+    .params = {kDither},
+    .paramCount = 1,
+    .invoke = &invoke16To8,
+    .alignPlane = 1,
+    .negativeStrides = true,
+    .usedStride = &sourceWordStride,
+    .benchParams = kBenchNoDither,
+    .sameAddresses = true};
 
 // --- slot 18: one 8-bit plane to one 16-bit plane
 
@@ -92,19 +86,15 @@ uint64_t invoke8To16(HostRoutine routine, const PlaneCall& c) {
 }
 int32_t destinationWordStride(int p, int32_t stride) { return p == 1 ? wordStride(stride) : stride; }
 
-const PlaneShape k8To16{{{"source", 1, Role::Input, Samples::Bytes}, {"destination", 2, Role::Output, Samples::Words15}},
-                        2,
-                        {},
-                        0,
-                        &invoke8To16,
-                        1,
-                        false,
-                        true,
-                        false,
-                        1,
-                        0,
-                        &destinationWordStride,
-                        nullptr};
+const PlaneShape k8To16{
+    .planes = {{"source", 1, Role::Input, Samples::Bytes}, {"destination", 2, Role::Output, Samples::Words15}},
+    .planeCount = 2,
+    .params = {},
+    .paramCount = 0,
+    .invoke = &invoke8To16,
+    .alignPlane = 1,
+    .negativeStrides = true,
+    .usedStride = &destinationWordStride};
 
 // --- slot 19: 16-bit range re-scaling in place. The pair parameter picks
 // (source maximum, target maximum): 0 is 65535 -> 32768 and 1 is 32768 -> 65535 (the
@@ -121,19 +111,15 @@ uint64_t invokeRescale(HostRoutine routine, const PlaneCall& c) {
 int32_t dataWordStride(int, int32_t stride) { return wordStride(stride); }
 constexpr int64_t kBenchUp[] = {1};
 
-const PlaneShape kRescale{{{"data", 2, Role::InOut, Samples::Words16}},
-                          1,
-                          {{"pair", 0, 7, {0, 1, 0, 1, 0, 1}, 6}},
-                          1,
-                          &invokeRescale,
-                          0,
-                          false,
-                          true,
-                          false,
-                          1,
-                          0,
-                          &dataWordStride,
-                          kBenchUp};
+const PlaneShape kRescale{.planes = {{"data", 2, Role::InOut, Samples::Words16}},
+                          .planeCount = 1,
+                          .params = {{"pair", 0, 7, {0, 1, 0, 1, 0, 1}, 6}},
+                          .paramCount = 1,
+                          .invoke = &invokeRescale,
+                          .alignPlane = 0,
+                          .negativeStrides = true,
+                          .usedStride = &dataWordStride,
+                          .benchParams = kBenchUp};
 
 // --- slot 58: float plane to 8-bit plane. With dither the module hands the call
 // to the host's routine, which must then produce the host's bytes.
@@ -145,23 +131,20 @@ uint64_t invokeFloatTo8(HostRoutine routine, const PlaneCall& c) {
 }
 int32_t sourceFloatStride(int p, int32_t stride) { return p == 0 ? floatStride(stride) : stride; }
 
-const PlaneShape kFloatTo8{{{"source", 4, Role::Input, Samples::FloatsWide}, {"destination", 1, Role::Output, Samples::Bytes}},
-                           2,
-                           {{"dither", 0, 0, {0, 0, 0, 1}, 4}},
-                           1,
-                           &invokeFloatTo8,
-                           1,
-                           false,
-                           true,
-                           false,
-                           1,
-                           0,
-                           &sourceFloatStride,
-                           kBenchNoDither,
-                           true};
+const PlaneShape kFloatTo8{
+    .planes = {{"source", 4, Role::Input, Samples::FloatsWide}, {"destination", 1, Role::Output, Samples::Bytes}},
+    .planeCount = 2,
+    .params = {{"dither", 0, 0, {0, 0, 0, 1}, 4}},
+    .paramCount = 1,
+    .invoke = &invokeFloatTo8,
+    .alignPlane = 1,
+    .negativeStrides = true,
+    .usedStride = &sourceFloatStride,
+    .benchParams = kBenchNoDither,
+    .sameAddresses = true};
 
 const Check kChecks[] = {
-    planeCheck<code::conv, 16>(kPlanar3), planeCheck<code::conv, 17>(k16To8), planeCheck<code::conv, 18>(k8To16),
+    planeCheck<code::conv, 16>(kPlanar3), planeCheck<code::conv, 17>(k16To8),    planeCheck<code::conv, 18>(k8To16),
     planeCheck<code::conv, 19>(kRescale), planeCheck<code::conv, 58>(kFloatTo8),
 };
 

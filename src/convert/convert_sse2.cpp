@@ -65,8 +65,10 @@ inline __m128i words15To8(__m128i x, __m128i n) {
 
 template <bool Dither>
 inline uint32_t roundingAt(const Byte* noise, int32_t c) {
-  if constexpr (Dither) return loadWord(noise + 2 * static_cast<intptr_t>(c)) & 0x7FFFu;
-  else return kNoDitherRounding;
+  if constexpr (Dither)
+    return loadWord(noise + 2 * static_cast<intptr_t>(c)) & 0x7FFFu;
+  else
+    return kNoDitherRounding;
 }
 
 // One row of one plane. noise (entries at 16-bit steps, masked to 15 bits) is
@@ -78,7 +80,8 @@ void row16To8(const Byte* source, Byte* destination, int32_t columns, const Byte
   if constexpr (AlignHead) {
     int32_t head = static_cast<int32_t>((16u - misalignment(destination)) & 15u);
     if (head > columns) head = columns;
-    for (; c < head; ++c) destination[c] = word15To8(loadWord(source + 2 * static_cast<intptr_t>(c)), roundingAt<Dither>(noise, c));
+    for (; c < head; ++c)
+      destination[c] = word15To8(loadWord(source + 2 * static_cast<intptr_t>(c)), roundingAt<Dither>(noise, c));
   }
   const __m128i mask15 = _mm_set1_epi16(0x7FFF);
   const __m128i fixed = _mm_set1_epi16(static_cast<short>(kNoDitherRounding));
@@ -91,8 +94,10 @@ void row16To8(const Byte* source, Byte* destination, int32_t columns, const Byte
       n1 = _mm_and_si128(loadu(n + 16), mask15);
     }
     const __m128i packed = _mm_packus_epi16(words15To8(loadu(s), n0), words15To8(loadu(s + 16), n1));
-    if constexpr (AlignHead) storea(destination + c, packed);
-    else storeu(destination + c, packed);
+    if constexpr (AlignHead)
+      storea(destination + c, packed);
+    else
+      storeu(destination + c, packed);
   }
   for (; c < columns; ++c)
     destination[c] = word15To8(loadWord(source + 2 * static_cast<intptr_t>(c)), roundingAt<Dither>(noise, c));
@@ -213,7 +218,7 @@ inline uint16_t word15To16(uint32_t x) {
 }
 inline __m128i words15To16(__m128i x) {
   const __m128i aboveHalf = _mm_cmpgt_epi16(x, _mm_set1_epi16(16384));  // signed: false from 32768 up
-  const __m128i fromFull = _mm_srai_epi16(x, 15);                        // all ones from 32768 up
+  const __m128i fromFull = _mm_srai_epi16(x, 15);                       // all ones from 32768 up
   return _mm_or_si128(_mm_add_epi16(_mm_add_epi16(x, x), aboveHalf), fromFull);
 }
 
@@ -226,7 +231,8 @@ void rescaleRow(Byte* row, int32_t columns) {
   if ((reinterpret_cast<uintptr_t>(row) & 1u) == 0) {
     const int32_t head = static_cast<int32_t>(((16u - misalignment(row)) & 15u) / 2);
     if (columns - head >= 8) {
-      for (; c < head; ++c) storeWord(row + 2 * static_cast<intptr_t>(c), one(loadWord(row + 2 * static_cast<intptr_t>(c))));
+      for (; c < head; ++c)
+        storeWord(row + 2 * static_cast<intptr_t>(c), one(loadWord(row + 2 * static_cast<intptr_t>(c))));
       for (; c + 8 <= columns; c += 8) {
         Byte* p = row + 2 * static_cast<intptr_t>(c);
         const __m128i x = _mm_load_si128(reinterpret_cast<const __m128i*>(p));
@@ -246,8 +252,10 @@ void rescaleRow(Byte* row, int32_t columns) {
 // v * 255 + 0.5 needs at most 33 significant bits). NaN gives 0.
 inline uint8_t floatTo8(float v) {
   double x = v;
-  if (!(x > 0.0)) x = 0.0;
-  else if (x > 1.0) x = 1.0;
+  if (!(x > 0.0))
+    x = 0.0;
+  else if (x > 1.0)
+    x = 1.0;
   return static_cast<uint8_t>(static_cast<int32_t>(x * 255.0 + 0.5));
 }
 
@@ -284,7 +292,8 @@ void rowFloatTo8(const Byte* source, Byte* destination, int32_t columns) {
     storeu(destination + c, _mm_packus_epi16(a, b));
   }
   for (; c < vectorColumns; c += 4) {
-    const __m128i w = _mm_packs_epi32(floatsTo8(loadFloats(source + 4 * static_cast<intptr_t>(c))), _mm_setzero_si128());
+    const __m128i w =
+        _mm_packs_epi32(floatsTo8(loadFloats(source + 4 * static_cast<intptr_t>(c))), _mm_setzero_si128());
     const int32_t four = _mm_cvtsi128_si32(_mm_packus_epi16(w, w));
     std::memcpy(destination + c, &four, 4);
   }
@@ -315,7 +324,8 @@ void convert16To8Planar3(const uint16_t* source0, const uint16_t* source1, const
 
 void convert16To8(const uint16_t* source, uint8_t* destination, int32_t rows, int32_t columns, int32_t sourceStride,
                   int32_t destinationStride, uint8_t dither) {
-  const Planes16To8 planes{{reinterpret_cast<const Byte*>(source), nullptr, nullptr}, {destination, nullptr, nullptr}, 1};
+  const Planes16To8 planes{
+      {reinterpret_cast<const Byte*>(source), nullptr, nullptr}, {destination, nullptr, nullptr}, 1};
   region16To8(planes, rows, columns, sourceStride, destinationStride, dither);
 }
 
@@ -324,7 +334,8 @@ void convert8To16(const uint8_t* source, uint16_t* destination, int32_t rows, in
   if (rows < 1 || columns < 1) return;
   const intptr_t destinationStep = wordRowStep(destinationStride);
   auto* d = reinterpret_cast<Byte*>(destination);
-  for (int32_t r = 0; r < rows; ++r) row8To16(source + r * static_cast<intptr_t>(sourceStride), d + r * destinationStep, columns);
+  for (int32_t r = 0; r < rows; ++r)
+    row8To16(source + r * static_cast<intptr_t>(sourceStride), d + r * destinationStep, columns);
 }
 
 void rescale16(uint16_t* data, uint32_t sourceMax, uint32_t targetMax, int32_t rows, int32_t columns, int32_t stride) {
@@ -338,8 +349,10 @@ void rescale16(uint16_t* data, uint32_t sourceMax, uint32_t targetMax, int32_t r
   const intptr_t step = wordRowStep(stride);
   auto* first = reinterpret_cast<Byte*>(data);
   for (int32_t r = 0; r < rows; ++r) {
-    if (up) rescaleRow<true>(first + r * step, columns);
-    else rescaleRow<false>(first + r * step, columns);
+    if (up)
+      rescaleRow<true>(first + r * step, columns);
+    else
+      rescaleRow<false>(first + r * step, columns);
   }
 }
 
