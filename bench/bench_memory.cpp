@@ -32,15 +32,24 @@ SlotFn<code::memo, Slot> routine(bool best) {
   return reinterpret_cast<SlotFn<code::memo, Slot>>((best ? bestTable : sse2Table)[Slot]);
 }
 
-// A 64-byte aligned array with its pages touched.
-struct Buffer {
-  explicit Buffer(std::size_t n) : raw(n + 64, 1) {
-    const auto base = reinterpret_cast<uintptr_t>(raw.data());
-    data = raw.data() + ((base + 63) / 64 * 64 - base);
+// Two page-aligned arrays shared by every benchmark of this file, so that each
+// routine and its library counterpart see the very same addresses (the distance
+// between source and destination changes timings of short runs by itself).
+struct Arrays {
+  static constexpr std::size_t kBytes = (std::size_t{64} << 20) + 4096;
+  Arrays() : from(kBytes + 4096, 1), to(kBytes + 4096, 0) {}
+  static unsigned char* aligned(std::vector<unsigned char>& v) {
+    const auto base = reinterpret_cast<uintptr_t>(v.data());
+    return v.data() + ((base + 4095) / 4096 * 4096 - base);
   }
-  std::vector<unsigned char> raw;
-  unsigned char* data;
+  std::vector<unsigned char> from, to;
 };
+Arrays& arrays() {
+  static Arrays shared;
+  return shared;
+}
+unsigned char* fromArray() { return Arrays::aligned(arrays().from); }
+unsigned char* toArray() { return Arrays::aligned(arrays().to); }
 
 void sizes(benchmark::internal::Benchmark* b) {
   for (int64_t n : {int64_t{64}, int64_t{256}, int64_t{64} << 10, int64_t{64} << 20}) b->Arg(n);
@@ -54,9 +63,10 @@ void setBytes(benchmark::State& state, std::size_t bytesPerCall) {
 
 void memoCopy_memcpy(benchmark::State& state) {
   const auto n = static_cast<std::size_t>(state.range(0));
-  Buffer from(n), to(n);
+  unsigned char* const from = fromArray();
+  unsigned char* const to = toArray();
   for (auto _ : state) {
-    std::memcpy(to.data, from.data, n);
+    std::memcpy(to, from, n);
     benchmark::ClobberMemory();
   }
   setBytes(state, n);
@@ -65,10 +75,11 @@ void memoCopy_memcpy(benchmark::State& state) {
 template <bool Best>
 void memoCopy_module(benchmark::State& state) {
   const auto n = static_cast<std::size_t>(state.range(0));
-  Buffer from(n), to(n);
+  unsigned char* const from = fromArray();
+  unsigned char* const to = toArray();
   const auto copy = routine<0>(Best);
   for (auto _ : state) {
-    copy(from.data, to.data, static_cast<int32_t>(n));
+    copy(from, to, static_cast<int32_t>(n));
     benchmark::ClobberMemory();
   }
   setBytes(state, n);
@@ -78,11 +89,11 @@ void memoCopy_module(benchmark::State& state) {
 
 void memoFill_memset(benchmark::State& state) {
   const auto n = static_cast<std::size_t>(state.range(0));
-  Buffer to(n);
+  unsigned char* const to = toArray();
   int value = 0x5A;
   benchmark::DoNotOptimize(value);
   for (auto _ : state) {
-    std::memset(to.data, value, n);
+    std::memset(to, value, n);
     benchmark::ClobberMemory();
   }
   setBytes(state, n);
@@ -91,10 +102,10 @@ void memoFill_memset(benchmark::State& state) {
 template <bool Best>
 void memoFillBytes_module(benchmark::State& state) {
   const auto n = static_cast<std::size_t>(state.range(0));
-  Buffer to(n);
+  unsigned char* const to = toArray();
   const auto fill = routine<3>(Best);
   for (auto _ : state) {
-    fill(to.data, static_cast<int32_t>(n), 0x5A);
+    fill(to, static_cast<int32_t>(n), 0x5A);
     benchmark::ClobberMemory();
   }
   setBytes(state, n);
@@ -103,10 +114,10 @@ void memoFillBytes_module(benchmark::State& state) {
 template <bool Best>
 void memoFillWords_module(benchmark::State& state) {
   const auto n = static_cast<std::size_t>(state.range(0));
-  Buffer to(n);
+  unsigned char* const to = toArray();
   const auto fill = routine<65>(Best);
   for (auto _ : state) {
-    fill(to.data, static_cast<int32_t>(n / 2), 0x5A3C);
+    fill(to, static_cast<int32_t>(n / 2), 0x5A3C);
     benchmark::ClobberMemory();
   }
   setBytes(state, n);
@@ -115,10 +126,10 @@ void memoFillWords_module(benchmark::State& state) {
 template <bool Best>
 void memoFillDwords_module(benchmark::State& state) {
   const auto n = static_cast<std::size_t>(state.range(0));
-  Buffer to(n);
+  unsigned char* const to = toArray();
   const auto fill = routine<136>(Best);
   for (auto _ : state) {
-    fill(to.data, static_cast<int32_t>(n / 4), 0x5A3C1E0Fu);
+    fill(to, static_cast<int32_t>(n / 4), 0x5A3C1E0Fu);
     benchmark::ClobberMemory();
   }
   setBytes(state, n);

@@ -24,34 +24,44 @@ __m256i load32(const Byte* p) { return _mm256_loadu_si256(reinterpret_cast<const
 
 uint64_t rotateRight(uint64_t x, unsigned bits) { return bits == 0 ? x : (x >> bits) | (x << (64 - bits)); }
 
-// Fills n bytes (a whole number of elements of elementBytes, which divides 8) with
-// a pattern whose first byte is the first byte of an element. Stores that start a
-// whole number of elements in use the pattern as it is; the aligned body may start
-// mid-element and uses it rotated by that phase.
-void fillPattern(Byte* d, std::size_t n, uint64_t pattern, std::size_t elementBytes) {
-  if (n < 16) {
-    if (n >= 8) {
+// The value in every element of a 16-byte vector.
+__m128i broadcast(uint8_t value) { return _mm_set1_epi8(static_cast<char>(value)); }
+__m128i broadcast(uint32_t value) { return _mm_set1_epi32(static_cast<int>(value)); }
+__m256i widen(__m128i x) { return _mm256_insertf128_si256(_mm256_castsi128_si256(x), x, 1); }
+
+// The value repeated over 64 bits, for scalar stores and the rotated body pattern.
+uint64_t repeated(uint8_t value) { return uint64_t{value} * 0x0101010101010101ULL; }
+uint64_t repeated(uint32_t value) { return uint64_t{value} * 0x100000001ULL; }
+
+// Fills n bytes (a whole number of elements) with the value. Stores that start a
+// whole number of elements in use the broadcast value as it is; the aligned body of
+// a long run may start mid-element and uses the pattern rotated by that phase. The
+// broadcast stays in registers (AVX has no broadcast from a general register, and
+// one through memory costs a store-to-load round trip per call).
+template <typename T>
+void fillRun(Byte* d, std::size_t n, T value) {
+  if (n <= 64) {
+    if (n >= 16) {
+      const __m128i x = broadcast(value);
+      if (n <= 32) {
+        store16(d, x), store16(d + n - 16, x);
+      } else {
+        const __m256i v = widen(x);
+        store32(d, v), store32(d + n - 32, v);
+      }
+    } else if (n >= 8) {
+      const uint64_t pattern = repeated(value);
       __builtin_memcpy(d, &pattern, 8), __builtin_memcpy(d + n - 8, &pattern, 8);
     } else if (n >= 4) {
+      const auto pattern = static_cast<uint32_t>(repeated(value));
       __builtin_memcpy(d, &pattern, 4), __builtin_memcpy(d + n - 4, &pattern, 4);
     } else {
-      for (std::size_t i = 0; i < n; ++i) d[i] = static_cast<Byte>(pattern >> (8 * (i % elementBytes)));
+      for (std::size_t i = 0; i < n; ++i) d[i] = static_cast<Byte>(value);  // bytes only: n is below one dword
     }
     return;
   }
-  // Broadcast in registers (AVX has no 64-bit broadcast from a register, and one
-  // through memory costs a store-to-load round trip on every call).
-  const __m128i x = _mm_set1_epi64x(static_cast<long long>(pattern));
-  if (n <= 32) {
-    store16(d, x), store16(d + n - 16, x);
-    return;
-  }
   // Up to 256 bytes: stores from both ends, all a whole number of elements in.
-  const __m256i v = _mm256_insertf128_si256(_mm256_castsi128_si256(x), x, 1);
-  if (n <= 64) {
-    store32(d, v), store32(d + n - 32, v);
-    return;
-  }
+  const __m256i v = widen(broadcast(value));
   if (n <= 128) {
     store32(d, v), store32(d + 32, v), store32(d + n - 64, v), store32(d + n - 32, v);
     return;
@@ -62,9 +72,8 @@ void fillPattern(Byte* d, std::size_t n, uint64_t pattern, std::size_t elementBy
     return;
   }
   std::size_t k = (32 - (reinterpret_cast<uintptr_t>(d) & 31)) & 31;
-  const __m128i y =
-      _mm_set1_epi64x(static_cast<long long>(rotateRight(pattern, static_cast<unsigned>(8 * (k % elementBytes)))));
-  const __m256i body = _mm256_insertf128_si256(_mm256_castsi128_si256(y), y, 1);
+  const __m256i body = widen(
+      _mm_set1_epi64x(static_cast<long long>(rotateRight(repeated(value), static_cast<unsigned>(8 * (k % sizeof(T)))))));
   store32(d, v);
   if (n >= kNonTemporalBytes) {
     for (; k + 128 <= n; k += 128)
@@ -85,16 +94,16 @@ bool isOneRun(int32_t rows, int32_t width, int32_t step, std::size_t elementByte
          int64_t{rows} * int64_t{width} < kOneRunLimit;
 }
 
-void fillBlockPattern(void* destination, int32_t rows, int32_t width, int32_t step, uint64_t pattern,
-                      std::size_t elementBytes) {
+template <typename T>
+void fillBlockRuns(void* destination, int32_t rows, int32_t width, int32_t step, T value) {
   if (rows < 1 || width < 1) return;
   auto* d = static_cast<Byte*>(destination);
-  const std::size_t rowBytes = static_cast<std::size_t>(width) * elementBytes;
-  if (isOneRun(rows, width, step, elementBytes)) {
-    fillPattern(d, rowBytes * static_cast<std::size_t>(rows), pattern, elementBytes);
+  const std::size_t rowBytes = static_cast<std::size_t>(width) * sizeof(T);
+  if (isOneRun(rows, width, step, sizeof(T))) {
+    fillRun(d, rowBytes * static_cast<std::size_t>(rows), value);
     return;
   }
-  for (int32_t r = 0; r < rows; ++r) fillPattern(d + static_cast<std::ptrdiff_t>(r) * step, rowBytes, pattern, elementBytes);
+  for (int32_t r = 0; r < rows; ++r) fillRun(d + static_cast<std::ptrdiff_t>(r) * step, rowBytes, value);
 }
 
 bool allZero(__m256 x) { return _mm256_testz_si256(_mm256_castps_si256(x), _mm256_castps_si256(x)) != 0; }
@@ -127,12 +136,12 @@ bool dwordsMatch(const Byte* p, std::size_t n, uint32_t value) {
 // Slot 3: below 16 bytes plain stores, otherwise the wide fill.
 void fillBytes(void* destination, int32_t count, uint8_t value) {
   if (count < 1) return;
-  fillPattern(static_cast<Byte*>(destination), static_cast<std::size_t>(count), uint64_t{value} * 0x0101010101010101ULL, 1);
+  fillRun(static_cast<Byte*>(destination), static_cast<std::size_t>(count), value);
 }
 
 // Slot 4.
 void fillBlock(void* destination, int32_t rows, int32_t width, int32_t step, uint8_t value) {
-  fillBlockPattern(destination, rows, width, step, uint64_t{value} * 0x0101010101010101ULL, 1);
+  fillBlockRuns(destination, rows, width, step, value);
 }
 
 // Slot 135: every 32-bit value of the block equals the first. An empty block has
@@ -158,12 +167,12 @@ uint8_t blockDwordsUniform(const void* address, int32_t rows, int32_t width, int
 // Slot 136: below 4 values plain stores, otherwise the wide fill.
 void fillDwords(void* destination, int32_t count, uint32_t value) {
   if (count < 1) return;
-  fillPattern(static_cast<Byte*>(destination), 4 * static_cast<std::size_t>(count), uint64_t{value} * 0x100000001ULL, 4);
+  fillRun(static_cast<Byte*>(destination), 4 * static_cast<std::size_t>(count), value);
 }
 
 // Slot 137.
 void fillDwordBlock(void* destination, int32_t rows, int32_t width, int32_t step, uint32_t value) {
-  fillBlockPattern(destination, rows, width, step, uint64_t{value} * 0x100000001ULL, 4);
+  fillBlockRuns(destination, rows, width, step, value);
 }
 
 }  // namespace

@@ -9,10 +9,21 @@
 
 #include "memory/memory_routines.h"
 
+// The C library's copies (declared here: this file includes no library header
+// that could bring inline code built for this instruction set).
+extern "C" void* memcpy(void*, const void*, std::size_t) noexcept;
+extern "C" void* memmove(void*, const void*, std::size_t) noexcept;
+
 namespace tarnell::memory {
 namespace {
 
 using Byte = unsigned char;
+
+// The library's copies, called through their addresses: one indirect jump straight
+// into the library rather than a second hop through the procedure linkage table.
+using LibraryCopy = void* (*)(void*, const void*, std::size_t);
+constinit const LibraryCopy libraryCopy = &memcpy;
+constinit const LibraryCopy libraryMove = &memmove;
 
 __m128i load(const Byte* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
 void store(Byte* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
@@ -55,12 +66,9 @@ void copyBytes(const void* source, void* destination, int32_t count) {
     copySmall(s, d, n);
     return;
   }
-  const auto sa = reinterpret_cast<uintptr_t>(s), da = reinterpret_cast<uintptr_t>(d);
-  if (da - sa < n || sa - da < n) {
-    __builtin_memmove(d, s, n);
-  } else {
-    __builtin_memcpy(d, s, n);
-  }
+  // The runs overlap when the addresses are less than n apart either way.
+  const uintptr_t apart = reinterpret_cast<uintptr_t>(d) - reinterpret_cast<uintptr_t>(s) + (n - 1);
+  (apart < 2 * n - 1 ? libraryMove : libraryCopy)(d, s, n);
 }
 
 // Slot 1: one copy when both steps equal the width, else row by row.
