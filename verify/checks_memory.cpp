@@ -5,15 +5,18 @@
 // (random bytes, guard areas on both sides) at the same offsets, then compares
 // the two arenas byte for byte, guards included, and the results exactly. Blocks
 // keep random bytes in their row padding, so a routine that reads or writes past
-// a row's end shows up.
+// a row's end shows up. Some cases put the run or block flush against an
+// inaccessible page, where reading a byte beyond it faults.
 #include <algorithm>
 #include <climits>
+#include <memory>
 #include <cstring>
 #include <sstream>
 #include <vector>
 
 #include "refhost/refhost.h"
 #include "verify/families.h"
+#include "verify/planes.h"
 #include "verify/runner.h"
 
 namespace tarnell::verify {
@@ -21,56 +24,65 @@ namespace tarnell::verify {
 namespace {
 
 using Byte = unsigned char;
-constexpr std::size_t kGuard = 64;
 constexpr std::size_t kMiB = std::size_t{1} << 20;
 
-// Two copies of the same random bytes, for the host's routine and the module's,
-// each starting on a 64-byte boundary with kGuard guard bytes on both sides.
+// Two copies of the same random bytes, for the host's routine and the module's.
+// Heap: the arena starts on a 64-byte boundary with kGuardBytes guard bytes on both
+// sides. Guard-page placements put the arena flush against an inaccessible page
+// (after its end or before its start), so that touching a byte beyond it faults.
 class Twin {
  public:
-  Twin(Rng& rng, std::size_t bytes) : bytes_(bytes), pristine_(bytes + 2 * kGuard) {
+  Twin(Rng& rng, std::size_t bytes, Placement placement = Placement::Heap) : bytes_(bytes) {
+    PlaneLayout layout;
+    layout.rows = 1;
+    layout.rowBytes = static_cast<int32_t>(std::max<std::size_t>(bytes, 1));
+    layout.stride = layout.rowBytes;
+    for (auto& side : sides_) side = std::make_unique<PlaneBuffer>(layout, placement);
+    pristine_.resize(sides_[0]->size());
     for (std::size_t i = 0; i < pristine_.size(); i += 8) {
       const uint64_t r = rng.next();
       std::memcpy(pristine_.data() + i, &r, std::min<std::size_t>(8, pristine_.size() - i));
     }
-    for (int side = 0; side < 2; ++side) {
-      raw_[side].resize(pristine_.size() + 64);
-      const auto base = reinterpret_cast<uintptr_t>(raw_[side].data());
-      start_[side] = raw_[side].data() + ((base + kGuard + 63) / 64 * 64 - base);
-    }
+    lead_ = static_cast<std::size_t>(sides_[0]->first() - sides_[0]->begin());
     reset();
   }
 
   std::size_t size() const { return bytes_; }
   // Content both sides start from (reset() copies it over).
-  Byte& at(std::size_t offset) { return pristine_[kGuard + offset]; }
+  Byte& at(std::size_t offset) { return pristine_[lead_ + offset]; }
   void fill(std::size_t offset, std::size_t n, Byte value) { std::memset(&at(offset), value, n); }
   void reset() {
-    for (Byte* start : start_) std::memcpy(start - kGuard, pristine_.data(), pristine_.size());
+    for (auto& side : sides_) std::memcpy(side->begin(), pristine_.data(), pristine_.size());
   }
-  Byte* host(std::ptrdiff_t offset) { return start_[0] + offset; }
-  Byte* module(std::ptrdiff_t offset) { return start_[1] + offset; }
+  Byte* host(std::ptrdiff_t offset) { return sides_[0]->first() + offset; }
+  Byte* module(std::ptrdiff_t offset) { return sides_[1]->first() + offset; }
 
   // Empty when both sides are alike; else where they first differ.
   std::string difference() const {
-    const Byte* h = start_[0] - kGuard;
-    const Byte* m = start_[1] - kGuard;
+    const Byte* h = sides_[0]->begin();
+    const Byte* m = sides_[1]->begin();
     if (std::memcmp(h, m, pristine_.size()) == 0) return {};
     std::size_t i = 0;
     while (h[i] == m[i]) ++i;
     std::ostringstream out;
-    out << "memory differs at offset " << static_cast<std::ptrdiff_t>(i) - static_cast<std::ptrdiff_t>(kGuard)
-        << " of " << bytes_ << ": host 0x" << std::hex << int{h[i]} << " module 0x" << int{m[i]} << " before 0x"
+    out << "memory differs at offset " << static_cast<std::ptrdiff_t>(i) - static_cast<std::ptrdiff_t>(lead_) << " of "
+        << bytes_ << ": host 0x" << std::hex << int{h[i]} << " module 0x" << int{m[i]} << " before 0x"
         << int{pristine_[i]};
     return out.str();
   }
 
  private:
   std::size_t bytes_;
+  std::unique_ptr<PlaneBuffer> sides_[2];
   std::vector<Byte> pristine_;
-  std::vector<Byte> raw_[2];
-  Byte* start_[2] = {};
+  std::size_t lead_ = 0;  // bytes before the arena's start in the compared range
 };
+
+constexpr Placement kGuardPages[] = {Placement::GuardPageAfter, Placement::GuardPageBefore};
+
+const char* placementName(Placement placement) {
+  return placement == Placement::Heap ? "" : placement == Placement::GuardPageAfter ? "against the next page" : "against the previous page";
+}
 
 // Compares a case's outcome; false when the check should stop.
 bool compare(Context& ctx, const std::string& what, const Twin& twin, uint64_t hostResult, uint64_t moduleResult) {
@@ -136,11 +148,14 @@ using CopyFn = SlotFn<code::memo, 0>;
 using CopyBlockFn = SlotFn<code::memo, 1>;
 
 bool copyCase(Context& ctx, CopyFn host, CopyFn module, std::size_t arena, std::size_t from, std::size_t to,
-              int32_t count) {
-  Twin twin(ctx.rng(), arena);
+              int32_t count, Placement placement = Placement::Heap) {
+  Twin twin(ctx.rng(), arena, placement);
   host(twin.host(static_cast<std::ptrdiff_t>(from)), twin.host(static_cast<std::ptrdiff_t>(to)), count);
   module(twin.module(static_cast<std::ptrdiff_t>(from)), twin.module(static_cast<std::ptrdiff_t>(to)), count);
-  return compare(ctx, describe("count", count, "source at", from, "destination at", to, "arena", arena), twin, 0, 0);
+  return compare(ctx,
+                 describe("count", count, "source at", from, "destination at", to, "arena", arena,
+                          placementName(placement)),
+                 twin, 0, 0);
 }
 
 void verifyCopyBytes(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRoutine) {
@@ -183,13 +198,28 @@ void verifyCopyBytes(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRo
     if (!copyCase(ctx, host, module, n + 64, 1, 20, count)) return;
     if (!copyCase(ctx, host, module, n + 4096, 4000, 5, count)) return;
   }
+  // Runs flush against an inaccessible page: the source's end, the destination's
+  // end, or both starts.
+  for (Placement where : kGuardPages) {
+    for (int32_t n = 1; n <= 300; n += n < 140 ? 1 : 23) {
+      const auto len = static_cast<std::size_t>(n);
+      if (where == Placement::GuardPageAfter) {
+        if (!copyCase(ctx, host, module, 2 * len + 40, 0, len + 40, n, where)) return;
+        if (!copyCase(ctx, host, module, 2 * len + 40, len + 40, 0, n, where)) return;
+      } else {
+        if (!copyCase(ctx, host, module, 2 * len + 40, 0, len + 40 - rng.below(8), n, where)) return;
+        if (!copyCase(ctx, host, module, 2 * len + 40, len + 40 - rng.below(8), 0, n, where)) return;
+      }
+    }
+  }
   // Nothing to do.
   for (int32_t n : {-1, -300, INT32_MIN})
     if (!copyCase(ctx, host, module, 256, 7, 100, n)) return;
 }
 
 bool copyBlockCase(Context& ctx, CopyBlockFn host, CopyBlockFn module, int32_t rows, int32_t width,
-                   int32_t sourceStep, int32_t destinationStep, std::ptrdiff_t shift) {
+                   int32_t sourceStep, int32_t destinationStep, std::ptrdiff_t shift,
+                   Placement placement = Placement::Heap) {
   const std::size_t rowBytes = width < 1 ? 0 : static_cast<std::size_t>(width);
   const BlockPlace s0 = placeBlock(0, rows, rowBytes, sourceStep);
   const BlockPlace d0 = placeBlock(0, rows, rowBytes, destinationStep);
@@ -197,7 +227,13 @@ bool copyBlockCase(Context& ctx, CopyBlockFn host, CopyBlockFn module, int32_t r
   // blocks overlap when it is small, and lie apart when it is 0x7FFFFFFF.
   std::size_t sourceLow = 16 + ctx.rng().below(16), destinationLow;
   std::size_t arena;
-  if (shift == PTRDIFF_MAX) {
+  if (placement != Placement::Heap) {
+    // Apart, the source first against the previous page, the destination last
+    // against the next one.
+    sourceLow = 0;
+    destinationLow = s0.span + ctx.rng().below(32);
+    arena = destinationLow + d0.span;
+  } else if (shift == PTRDIFF_MAX) {
     destinationLow = sourceLow + s0.span + 32 + ctx.rng().below(32);
     arena = destinationLow + d0.span + 32;
   } else {
@@ -207,13 +243,14 @@ bool copyBlockCase(Context& ctx, CopyBlockFn host, CopyBlockFn module, int32_t r
   }
   const BlockPlace s = placeBlock(sourceLow, rows, rowBytes, sourceStep);
   const BlockPlace d = placeBlock(destinationLow, rows, rowBytes, destinationStep);
-  Twin twin(ctx.rng(), arena);
+  Twin twin(ctx.rng(), arena, placement);
   const auto sOff = static_cast<std::ptrdiff_t>(s.firstRow), dOff = static_cast<std::ptrdiff_t>(d.firstRow);
   host(twin.host(sOff), twin.host(dOff), rows, width, sourceStep, destinationStep);
   module(twin.module(sOff), twin.module(dOff), rows, width, sourceStep, destinationStep);
   return compare(ctx,
                  describe("rows", rows, "width", width, "source step", sourceStep, "destination step",
-                          destinationStep, "source at", s.firstRow, "destination at", d.firstRow),
+                          destinationStep, "source at", s.firstRow, "destination at", d.firstRow,
+                          placementName(placement)),
                  twin, 0, 0);
 }
 
@@ -240,6 +277,15 @@ void verifyCopyBlock(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRo
       if (!copyBlockCase(ctx, host, module, rows, width, width + 3, width + 3, 0)) return;
     }
   }
+  // Blocks flush against inaccessible pages.
+  for (Placement where : kGuardPages)
+    for (int32_t width : {1, 15, 16, 17, 63, 64, 65, 130, 1000})
+      for (int kind = 0; kind < 4; ++kind) {
+        const auto rowBytes = static_cast<std::size_t>(width);
+        if (!copyBlockCase(ctx, host, module, 3, width, drawStep(rng, rowBytes, kind), drawStep(rng, rowBytes, kind), 0,
+                           where))
+          return;
+      }
   // A large tight block (one long run) and a large padded one.
   if (!copyBlockCase(ctx, host, module, 72, 131072 + 5, 131072 + 5, 131072 + 5, kApart)) return;
   if (!copyBlockCase(ctx, host, module, 40, 70000, 70000 + 48, 70000 + 16, kApart)) return;
@@ -266,12 +312,16 @@ T drawValue(Rng& rng) {
 }
 
 template <typename T>
-bool fillCase(Context& ctx, FillFn<T> host, FillFn<T> module, std::size_t offset, int32_t count, T value) {
+bool fillCase(Context& ctx, FillFn<T> host, FillFn<T> module, std::size_t offset, int32_t count, T value,
+              Placement placement = Placement::Heap) {
   const std::size_t bytes = count < 1 ? 0 : static_cast<std::size_t>(count) * sizeof(T);
-  Twin twin(ctx.rng(), offset + bytes + 64);
+  // Against the next page the run ends the arena; against the previous one it starts it.
+  if (placement == Placement::GuardPageBefore) offset = 0;
+  Twin twin(ctx.rng(), offset + bytes + (placement == Placement::Heap ? 64 : 0), placement);
   host(twin.host(static_cast<std::ptrdiff_t>(offset)), count, value);
   module(twin.module(static_cast<std::ptrdiff_t>(offset)), count, value);
-  return compare(ctx, describe("count", count, "at", offset, "value", uint64_t{value}), twin, 0, 0);
+  return compare(ctx, describe("count", count, "at", offset, "value", uint64_t{value}, placementName(placement)), twin, 0,
+                 0);
 }
 
 template <typename T>
@@ -287,20 +337,25 @@ void verifyFill(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRoutine
   for (std::size_t bytes : {3 * kMiB + 12, 9 * kMiB + 36})
     for (std::size_t mis : {std::size_t{0}, std::size_t{1}, std::size_t{6}, std::size_t{45}})
       if (!fillCase<T>(ctx, host, module, mis, static_cast<int32_t>(bytes / sizeof(T)), drawValue<T>(rng))) return;
+  for (Placement where : kGuardPages)
+    for (int32_t n = 1; n <= 300; n += n < 140 ? 1 : 23)
+      if (!fillCase<T>(ctx, host, module, rng.below(16), n, drawValue<T>(rng), where)) return;
   for (int32_t n : {-1, -64, INT32_MIN})
     if (!fillCase<T>(ctx, host, module, 5, n, drawValue<T>(rng))) return;
 }
 
 template <typename T>
 bool fillBlockCase(Context& ctx, FillBlockFn<T> host, FillBlockFn<T> module, int32_t rows, int32_t width,
-                   int32_t step, T value) {
+                   int32_t step, T value, Placement placement = Placement::Heap) {
   const std::size_t rowBytes = width < 1 ? 0 : static_cast<std::size_t>(width) * sizeof(T);
-  const BlockPlace b = placeBlock(ctx.rng().below(48), rows, rowBytes, step);
-  Twin twin(ctx.rng(), b.lowest + b.span + 64);
+  const BlockPlace b = placeBlock(placement == Placement::GuardPageBefore ? 0 : ctx.rng().below(48), rows, rowBytes, step);
+  Twin twin(ctx.rng(), b.lowest + b.span + (placement == Placement::Heap ? 64 : 0), placement);
   const auto at = static_cast<std::ptrdiff_t>(b.firstRow);
   host(twin.host(at), rows, width, step, value);
   module(twin.module(at), rows, width, step, value);
-  return compare(ctx, describe("rows", rows, "width", width, "step", step, "at", b.firstRow, "value", uint64_t{value}),
+  return compare(ctx,
+                 describe("rows", rows, "width", width, "step", step, "at", b.firstRow, "value", uint64_t{value},
+                          placementName(placement)),
                  twin, 0, 0);
 }
 
@@ -314,6 +369,12 @@ void verifyFillBlock(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRo
       for (int kind = 0; kind < 4; ++kind)
         if (!fillBlockCase<T>(ctx, host, module, rows, width,
                               drawStep(rng, static_cast<std::size_t>(width) * sizeof(T), kind), drawValue<T>(rng)))
+          return;
+  for (Placement where : kGuardPages)
+    for (int32_t width : {1, 7, 8, 9, 16, 33, 64, 100, 1000})
+      for (int kind = 0; kind < 4; ++kind)
+        if (!fillBlockCase<T>(ctx, host, module, 3, width, drawStep(rng, static_cast<std::size_t>(width) * sizeof(T), kind),
+                              drawValue<T>(rng), where))
           return;
   // Large: one tight run past the non-temporal threshold, and a padded block.
   const auto wide = static_cast<int32_t>(262144 / sizeof(T)) + 3;
@@ -422,22 +483,45 @@ uint64_t callTest(HostRoutine routine, const Byte* address, int32_t rows, int32_
   return 0;
 }
 
+// Where a block test's block and result go: on the heap the result follows the
+// block; against the next page the block ends the arena and the result comes
+// first; against the previous page the block starts the arena.
+struct TestLayout {
+  BlockPlace block;
+  std::size_t resultAt;
+  std::size_t arena;
+};
+TestLayout layTest(Rng& rng, int32_t rows, std::size_t rowBytes, int32_t step, Placement placement) {
+  const int32_t memoryRows = rows < 1 ? 1 : rows;
+  if (placement == Placement::GuardPageAfter) {
+    std::size_t lowest = 16 + rng.below(32);
+    // An even arena keeps the result (16-bit values for slot 36) aligned.
+    if ((lowest + placeBlock(0, memoryRows, rowBytes, step).span) % 2 != 0) ++lowest;
+    const BlockPlace b = placeBlock(lowest, memoryRows, rowBytes, step);
+    return {b, 0, b.lowest + b.span};
+  }
+  const BlockPlace b = placeBlock(placement == Placement::Heap ? 8 + rng.below(48) : 0, memoryRows, rowBytes, step);
+  const std::size_t resultAt = (b.lowest + b.span + 8) & ~std::size_t{1};
+  return {b, resultAt, resultAt + 8 + 64};
+}
+
 template <typename T, TestKind Kind>
 bool blockTestCase(Context& ctx, HostRoutine host, HostRoutine module, int32_t rows, int32_t width, int32_t step,
-                   T value, int64_t differing, bool withResultByte) {
+                   T value, int64_t differing, bool withResultByte, Placement placement = Placement::Heap) {
   Rng& rng = ctx.rng();
   const std::size_t rowBytes = width < 1 ? 16 : static_cast<std::size_t>(width) * sizeof(T);
-  const std::size_t lowest = 8 + rng.below(48);
-  const BlockPlace probe = placeBlock(lowest, rows < 1 ? 1 : rows, rowBytes, step);
-  Twin twin(rng, probe.lowest + probe.span + 64);
+  const TestLayout layout = layTest(rng, rows, rowBytes, step, placement);
+  const BlockPlace& probe = layout.block;
+  Twin twin(rng, layout.arena, placement);
   std::ptrdiff_t at = static_cast<std::ptrdiff_t>(probe.firstRow);
-  if (rows >= 1 && width >= 1) uniformBlock<T>(twin, lowest, rows, width, step, value, differing, rng);
-  // The result byte of slot 135 sits in the arena, past the block.
-  const std::size_t resultAt = probe.lowest + probe.span + 8;
+  if (rows >= 1 && width >= 1) uniformBlock<T>(twin, probe.lowest, rows, width, step, value, differing, rng);
+  // The result byte of slot 135 sits in the arena, outside the block.
+  const std::size_t resultAt = layout.resultAt;
   const bool notifies = Kind == TestKind::WordsUniformValue || Kind == TestKind::WordsEqual;
   return testCase(ctx, twin, at, notifies,
                   describe("rows", rows, "width", width, "step", step, "at", probe.firstRow, "value", uint64_t{value},
-                           "differing element", differing, withResultByte ? "with result byte" : ""),
+                           "differing element", differing, withResultByte ? "with result byte" : "",
+                           placementName(placement)),
                   [&](bool hostSide, Byte* address) {
                     Byte* resultByte = nullptr;
                     if (withResultByte)
@@ -462,6 +546,16 @@ void verifyBlockTest(Context& ctx, HostRoutine host, HostRoutine module) {
       }
     }
   }
+  // Blocks flush against inaccessible pages, uniform and with a difference.
+  for (Placement where : kGuardPages)
+    for (int32_t width : {1, 2, 7, 8, 9, 15, 16, 17, 31, 33, 64, 100, 1000})
+      for (int kind = 0; kind < 4; ++kind) {
+        const int32_t step = drawStep(rng, static_cast<std::size_t>(width) * sizeof(T), kind);
+        const T value = drawValue<T>(rng);
+        if (!blockTestCase<T, Kind>(ctx, host, module, 3, width, step, value, -1, true, where)) return;
+        if (!blockTestCase<T, Kind>(ctx, host, module, 3, width, step, value, 3 * int64_t{width} - 1, false, where))
+          return;
+      }
   // Large blocks: uniform, and one difference near the end.
   for (int kind : {0, 1}) {
     const int32_t width = static_cast<int32_t>(131072 / sizeof(T)) + 9;
@@ -481,16 +575,21 @@ void verifyBytesAllEqual(Context& ctx, HostRoutine hostRoutine, HostRoutine modu
   const auto host = reinterpret_cast<SlotFn<code::memo, 17>>(hostRoutine);
   const auto module = reinterpret_cast<SlotFn<code::memo, 17>>(moduleRoutine);
   Rng& rng = ctx.rng();
-  auto run = [&](std::size_t offset, int32_t count, uint8_t value, int64_t differing) {
+  auto run = [&](std::size_t offset, int32_t count, uint8_t value, int64_t differing,
+                 Placement placement = Placement::Heap) {
     const std::size_t bytes = count < 1 ? 0 : static_cast<std::size_t>(count);
-    Twin twin(rng, offset + bytes + 64);
+    if (placement == Placement::GuardPageBefore) offset = 0;
+    Twin twin(rng, offset + bytes + (placement == Placement::Heap ? 64 : 0), placement);
     twin.fill(offset, bytes, value);
     if (differing >= 0) twin.at(offset + static_cast<std::size_t>(differing)) ^= static_cast<Byte>(1u << rng.below(8));
     twin.reset();
     const auto at = static_cast<std::ptrdiff_t>(offset);
     const uint64_t h = host(twin.host(at), count, value);
     const uint64_t m = module(twin.module(at), count, value);
-    return compare(ctx, describe("count", count, "at", offset, "value", int{value}, "differing byte", differing), twin, h, m);
+    return compare(ctx,
+                   describe("count", count, "at", offset, "value", int{value}, "differing byte", differing,
+                            placementName(placement)),
+                   twin, h, m);
   };
   for (int32_t n = 0; n <= 300; ++n) {
     for (std::size_t mis = 0; mis < 16; ++mis) {
@@ -502,6 +601,12 @@ void verifyBytesAllEqual(Context& ctx, HostRoutine hostRoutine, HostRoutine modu
         if (!run(mis, n, value, p)) return;
     }
   }
+  for (Placement where : kGuardPages)
+    for (int32_t n = 1; n <= 300; n += n < 140 ? 1 : 23) {
+      const uint8_t value = drawValue<uint8_t>(rng);
+      if (!run(rng.below(16), n, value, -1, where)) return;
+      if (!run(rng.below(16), n, value, n - 1, where)) return;
+    }
   for (std::size_t bytes : {3 * kMiB + 7}) {
     const auto n = static_cast<int32_t>(bytes);
     const uint8_t value = drawValue<uint8_t>(rng);
@@ -520,14 +625,14 @@ void verifyByteBounds(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleR
   Rng& rng = ctx.rng();
   // plants: element positions (row-major) given a byte other than the value.
   auto run = [&](int32_t rows, int32_t width, int32_t step, uint8_t value, const std::vector<int64_t>& plants,
-                 bool nullResult) {
+                 bool nullResult, Placement placement = Placement::Heap) {
     const std::size_t rowBytes = width < 1 ? 16 : static_cast<std::size_t>(width);
-    const std::size_t lowest = 8 + rng.below(48);
-    const BlockPlace b = placeBlock(lowest, rows < 1 ? 1 : rows, rowBytes, step);
-    const std::size_t resultAt = (b.lowest + b.span + 8 + 1) & ~std::size_t{1};
-    Twin twin(rng, resultAt + 8 + 64);
+    const TestLayout layout = layTest(rng, rows, rowBytes, step, placement);
+    const BlockPlace& b = layout.block;
+    const std::size_t resultAt = layout.resultAt;
+    Twin twin(rng, layout.arena, placement);
     if (rows >= 1 && width >= 1) {
-      uniformBlock<uint8_t>(twin, lowest, rows, width, step, value, -1, rng);
+      uniformBlock<uint8_t>(twin, b.lowest, rows, width, step, value, -1, rng);
       for (int64_t p : plants)
         twin.at(rowOffset(b, static_cast<int32_t>(p / width), step) + static_cast<std::size_t>(p % width)) =
             static_cast<Byte>(value ^ (1 + rng.below(255)));
@@ -541,7 +646,7 @@ void verifyByteBounds(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleR
     for (int64_t p : plants) planted << ' ' << p;
     return compare(ctx,
                    describe("rows", rows, "width", width, "step", step, "value", int{value}, "differing elements",
-                            planted.str(), nullResult ? "null result" : ""),
+                            planted.str(), nullResult ? "null result" : "", placementName(placement)),
                    twin, 0, 0);
   };
   for (int32_t width : blockWidths(ctx)) {
@@ -565,6 +670,15 @@ void verifyByteBounds(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleR
       }
     }
   }
+  for (Placement where : kGuardPages)
+    for (int32_t width : {1, 2, 15, 16, 17, 31, 32, 33, 63, 64, 65, 100, 1000})
+      for (int kind = 0; kind < 4; ++kind) {
+        const int32_t step = drawStep(rng, static_cast<std::size_t>(width), kind);
+        const uint8_t value = drawValue<uint8_t>(rng);
+        if (!run(3, width, step, value, {}, false, where)) return;
+        if (!run(3, width, step, value, {int64_t{width} - 1}, false, where)) return;
+        if (!run(3, width, step, value, {2 * int64_t{width}}, false, where)) return;
+      }
   // Rows wider than 16-bit results can hold: stored modulo 2^16 on both sides.
   if (!run(3, 40000, 40000, 9, {int64_t{40000} + 39990}, false)) return;
   if (!run(2, 40000, 40017, 9, {}, false)) return;
