@@ -20,8 +20,9 @@ namespace tarnell::memory {
 // because the routines keep no state.
 constexpr std::size_t kNonTemporalBytes = std::size_t{8} << 20;
 
-// Below this many bytes the copy routines move the run through registers (all
-// loads before any store, so overlap in either direction is safe).
+// Below this many bytes the SSE2 copy moves the run through registers (all loads
+// before any store, so overlap in either direction is safe); the SSSE3 copy does
+// so up to 64 bytes and leaves longer runs to the C library's wider vectors.
 constexpr int32_t kSmallCopyBytes = 128;
 
 // Block forms treat a block as one run when the row step equals the row's width
