@@ -216,7 +216,9 @@ uint8_t wordsEqualWithoutNotifying(const void* a, int32_t rows, int32_t width, i
   return 1;
 }
 
-TEST_F(WithHost, MemoryChecksCatchTypicalFaults) {
+using MemoryChecks = WithHost;
+
+TEST_F(MemoryChecks, CatchTypicalFaults) {
   struct Mutant {
     int slot;
     HostRoutine routine;
