@@ -3,11 +3,10 @@
 #include <gtest/gtest.h>
 #include <xmmintrin.h>
 
-#include <future>
-#include <thread>
 
 #include "host/cpu_features.h"
 #include "refhost/refhost.h"
+#include "tests/ftz_probe.h"
 #include "verify/expected_slots.h"
 #include "verify/runner.h"
 #include "verify/session.h"
@@ -65,25 +64,12 @@ TEST(Module, MissingSuiteFailsStartupAndInstallsNothing) {
 }
 
 TEST(Module, FlushToZeroOnlyOnTheStartupThread) {
-  // A host thread with the default control word runs beside the start-up thread.
-  unsigned onThread = 0, onOther = 0;
-  std::promise<void> started;
-  std::shared_future<void> done = started.get_future().share();
-  std::thread other([&] {
-    _mm_setcsr(_mm_getcsr() & ~0x8000u);
-    done.wait();
-    onOther = _mm_getcsr();
-  });
-  std::thread([&] {
-    _mm_setcsr(_mm_getcsr() & ~0x8000u);
+  const FlushToZeroSeen seen = observeFlushToZero([] {
     refhost::ReferenceHost host;
     verify::startModule(module().pluginMain(), host);
-    onThread = _mm_getcsr();
-  }).join();
-  started.set_value();
-  other.join();
-  EXPECT_EQ((onThread & 0x8000u) != 0, thisProcessor().sse);
-  EXPECT_EQ(onOther & 0x8000u, 0u);
+  });
+  EXPECT_EQ(seen.onStartupThread, thisProcessor().sse);
+  EXPECT_FALSE(seen.onOtherThread);
 }
 
 // Every check of the harness against the real module, on this processor.

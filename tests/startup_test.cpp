@@ -4,14 +4,13 @@
 #include <xmmintrin.h>
 
 #include <cstring>
-#include <future>
-#include <thread>
 
 #include "host/constants.h"
 #include "host/cpu_features.h"
 #include "host/module_state.h"
 #include "host/suites.h"
 #include "refhost/refhost.h"
+#include "tests/ftz_probe.h"
 
 extern "C" int32_t PluginMain(int16_t selector, tarnell::HostInfo* hostInfo, intptr_t data, int16_t* result);
 
@@ -193,25 +192,12 @@ TEST(Acquisition, MissingLastSuiteLeavesNineCopiedAndNothingInstalled) {
 TEST(Startup, FlushToZeroIsSetOnTheStartupThreadOnly) {
   if (g_cpuFeatureFlags.sse == 0 && identification().leaf1[3] == 0) GTEST_SKIP();
   const unsigned saved = _mm_getcsr();
-  // A host thread with the default control word runs beside the start-up thread.
-  unsigned onThread = 0, onOther = 0;
-  std::promise<void> started;
-  std::shared_future<void> done = started.get_future().share();
-  std::thread other([&] {
-    _mm_setcsr(_mm_getcsr() & ~0x8000u);
-    done.wait();
-    onOther = _mm_getcsr();
-  });
-  std::thread([&] {
-    _mm_setcsr(_mm_getcsr() & ~0x8000u);
+  const FlushToZeroSeen seen = observeFlushToZero([] {
     ReferenceHost host;
     start(host);
-    onThread = _mm_getcsr();
-  }).join();
-  started.set_value();
-  other.join();
-  EXPECT_NE(onThread & 0x8000u, 0u);
-  EXPECT_EQ(onOther & 0x8000u, 0u);
+  });
+  EXPECT_TRUE(seen.onStartupThread);
+  EXPECT_FALSE(seen.onOtherThread);
   EXPECT_EQ(_mm_getcsr(), saved);  // this thread never ran start-up
 }
 
