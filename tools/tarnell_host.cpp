@@ -215,11 +215,14 @@ int runVerify(const Options& o, const char* argv0) {
     std::vector<verify::Placement> placements{vo.placement};
     if (o.guardPages) placements.push_back(verify::Placement::GuardPageBefore);
     verify::CheckResult r;
+    int64_t cases = 0;  // over both placements
     for (verify::Placement p : placements) {
       vo.placement = p;
       r = verify::runCheck(check, *s.host, vo);
+      cases += r.cases;
       if (r.outcome == verify::Outcome::Failed) break;
     }
+    r.cases = cases;
     const std::string label = verify::checkLabel(check);
     switch (r.outcome) {
       case verify::Outcome::Passed:

@@ -35,13 +35,15 @@ unsigned char* mapPages(std::size_t bytes) {
 #endif
 }
 
+// A guard that silently stayed accessible would let every overread pass: fail loudly.
 void protectPage(unsigned char* page, std::size_t bytes) {
 #if defined(_WIN32)
   DWORD old;
-  VirtualProtect(page, bytes, PAGE_NOACCESS, &old);
+  const bool ok = VirtualProtect(page, bytes, PAGE_NOACCESS, &old) != FALSE;
 #else
-  mprotect(page, bytes, PROT_NONE);
+  const bool ok = mprotect(page, bytes, PROT_NONE) == 0;
 #endif
+  if (!ok) throw std::runtime_error("cannot make a guard page inaccessible");
 }
 
 void unmapPages(unsigned char* p, std::size_t bytes) {
@@ -51,6 +53,46 @@ void unmapPages(unsigned char* p, std::size_t bytes) {
 #else
   munmap(p, bytes);
 #endif
+}
+
+// Guarded mappings are kept for reuse by the same thread: a verification run
+// makes thousands of planes of a few sizes, and mapping plus protecting each one
+// anew costs far more than the check itself. A kept mapping keeps its guards.
+class MappingCache {
+ public:
+  ~MappingCache() {
+    for (const Entry& e : entries_) unmapPages(e.mapping, e.bytes);
+  }
+  unsigned char* take(std::size_t bytes) {
+    for (std::size_t i = 0; i < entries_.size(); ++i) {
+      if (entries_[i].bytes != bytes) continue;
+      unsigned char* mapping = entries_[i].mapping;
+      entries_[i] = entries_.back();
+      entries_.pop_back();
+      return mapping;
+    }
+    return nullptr;
+  }
+  void give(unsigned char* mapping, std::size_t bytes) {
+    if (entries_.size() == kKept) {
+      unmapPages(entries_.front().mapping, entries_.front().bytes);
+      entries_.erase(entries_.begin());
+    }
+    entries_.push_back({mapping, bytes});
+  }
+
+ private:
+  static constexpr std::size_t kKept = 4 * kMaxPlanes;
+  struct Entry {
+    unsigned char* mapping;
+    std::size_t bytes;
+  };
+  std::vector<Entry> entries_;
+};
+
+MappingCache& mappingCache() {
+  thread_local MappingCache cache;
+  return cache;
 }
 
 }  // namespace
@@ -78,10 +120,20 @@ PlaneBuffer::PlaneBuffer(const PlaneLayout& layout, Placement placement) : layou
     const std::size_t page = pageSize();
     const std::size_t body = roundUp(span + static_cast<std::size_t>(layout.slackBytes) + 64, page);
     mappingSize_ = body + 2 * page;
-    mapping_ = mapPages(mappingSize_);
-    if (mapping_ == nullptr) throw std::runtime_error("cannot map guard pages");
-    protectPage(mapping_, page);
-    protectPage(mapping_ + page + body, page);
+    mapping_ = mappingCache().take(mappingSize_);
+    if (mapping_ != nullptr) {
+      std::memset(mapping_ + page, 0, body);  // as a fresh mapping would be
+    } else {
+      mapping_ = mapPages(mappingSize_);
+      if (mapping_ == nullptr) throw std::runtime_error("cannot map guard pages");
+      try {
+        protectPage(mapping_, page);
+        protectPage(mapping_ + page + body, page);
+      } catch (...) {
+        unmapPages(mapping_, mappingSize_);
+        throw;
+      }
+    }
     if (placement == Placement::GuardPageAfter) {
       lowestRow_ = mapping_ + page + body - span - static_cast<std::size_t>(layout.slackBytes);
     } else {
@@ -94,7 +146,7 @@ PlaneBuffer::PlaneBuffer(const PlaneLayout& layout, Placement placement) : layou
 }
 
 PlaneBuffer::~PlaneBuffer() {
-  if (mapping_ != nullptr) unmapPages(mapping_, mappingSize_);
+  if (mapping_ != nullptr) mappingCache().give(mapping_, mappingSize_);
 }
 
 bool PlaneBuffer::inRow(std::size_t i, int32_t& row, int32_t& byteInRow) const {
