@@ -31,8 +31,6 @@ const unsigned char* highestRowEnd(const PlaneBuffer& b) {
   return (l.stride < 0 ? b.first() : b.first() + static_cast<std::ptrdiff_t>(l.rows - 1) * l.stride) + l.rowBytes;
 }
 
-unsigned char readByte(const unsigned char* p) { return *static_cast<const volatile unsigned char*>(p); }
-
 TEST(GuardPages, RowsAndTheWholeComparedAreaAreAccessibleAndMapBackToRows) {
   for (Placement placement : {Placement::GuardPageAfter, Placement::GuardPageBefore})
     for (int32_t stride : {42, -42, 37})
@@ -65,6 +63,8 @@ TEST(GuardPages, ReusedMappingsComeBackZeroed) {
 }
 
 #if GTEST_HAS_DEATH_TEST && !defined(_WIN32)
+unsigned char readByte(const unsigned char* p) { return *static_cast<const volatile unsigned char*>(p); }
+
 TEST(GuardPagesDeathTest, TouchingPastTheRowsFaults) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   for (int round = 0; round < 2; ++round) {  // the second round gets reused mappings
