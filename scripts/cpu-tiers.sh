@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
 # Runs the module on every processor tier it supports, each emulated by qemu-user:
 #   qemu64 (SSE2 only), core2duo (SSSE3), Nehalem (SSE4.1), SandyBridge (AVX),
-#   Haswell (AVX2).
+#   Haswell (AVX2), and Haswell without XSAVE (AVX bits set, OSXSAVE clear).
 # For each model: `tarnell-host report` (start-up, and exactly the slots the
 # installer tables give for the flags the module detects), the detected flags
 # against the model's own, `tarnell-host verify` (also with guard pages, quick),
 # and the end-to-end tests. An illegal instruction or any other signal fails the
 # run loudly.
 #
-# Usage: scripts/cpu-tiers.sh [MODEL...]      (default: all five; g++ Release build)
+# Usage: scripts/cpu-tiers.sh [MODEL...]      (default: all six; g++ Release build)
 #
 # qemu-user 7.2 raises #UD for SSSE3 and SSE4.1 instructions on models without
 # them, but executes AVX and AVX2 instructions on any model. On the three older
@@ -23,6 +23,7 @@ if [[ -z ${TARNELL_TIERS_BUILD:-} ]]; then
   cmake --build --preset gcc-release -j "$(nproc)" --target tarnell-host tarnell_module tarnell_tests
 fi
 qemu=$(command -v qemu-x86_64)
+ulimit -c 0  # a faulting guest leaves no core file behind
 
 # What each model must report: SSE2 SSE3 SSSE3 SSE4.1 AVX AVX2.
 declare -A want=(
@@ -31,9 +32,12 @@ declare -A want=(
   [Nehalem]="SSE2=1 SSE3=1 SSSE3=1 SSE4.1=1 AVX=0 AVX2=0"
   [SandyBridge]="SSE2=1 SSE3=1 SSSE3=1 SSE4.1=1 AVX=1 AVX2=0"
   [Haswell]="SSE2=1 SSE3=1 SSSE3=1 SSE4.1=1 AVX=1 AVX2=1"
+  # AVX and AVX2 in CPUID, but no OSXSAVE: the system does not save the wide
+  # registers, so the module must stay at the SSE4.1 tier.
+  [Haswell,-xsave]="SSE2=1 SSE3=1 SSSE3=1 SSE4.1=1 AVX=0 AVX2=0"
 )
 models=("$@")
-((${#models[@]})) || models=(qemu64 core2duo Nehalem SandyBridge Haswell)
+((${#models[@]})) || models=(qemu64 core2duo Nehalem SandyBridge Haswell Haswell,-xsave)
 
 log=$(mktemp -d "${TMPDIR:-/tmp}/tarnell-tiers.XXXXXX")
 trap 'rm -rf "$log"' EXIT
