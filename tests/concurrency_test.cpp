@@ -7,7 +7,6 @@
 
 #include <atomic>
 #include <cstring>
-#include <latch>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -27,6 +26,19 @@ namespace {
 
 constexpr int kThreads = 4;
 constexpr int kRounds = 8;
+
+// Holds every thread until all have arrived, so that their calls overlap. (A
+// plain spin: std::latch waits can miss their wake-up with MinGW's libstdc++.)
+class StartGate {
+ public:
+  void arriveAndWait() {
+    arrived_.fetch_add(1);
+    while (arrived_.load() < kThreads) std::this_thread::yield();
+  }
+
+ private:
+  std::atomic<int> arrived_{0};
+};
 
 PluginMainFn* pluginMain() {
   static std::unique_ptr<LoadedModule> loaded = [] {
@@ -122,13 +134,13 @@ TEST(Concurrency, EveryPlaneRoutineGivesItsSingleThreadedBytesWhenCalledFromSeve
 
   // All threads start together and walk the routines from different places, so
   // that the same routine and different routines run at the same moment.
-  std::latch go(kThreads);
+  StartGate go;
   std::mutex mutex;
   std::vector<std::string> mismatches;
   std::vector<std::thread> threads;
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([&, t] {
-      go.arrive_and_wait();
+      go.arriveAndWait();
       const std::size_t n = installed.size();
       for (int round = 0; round < kRounds; ++round) {
         for (std::size_t k = 0; k < n; ++k) {
@@ -172,11 +184,11 @@ TEST(Concurrency, EveryOtherRoutineRunsFromSeveralThreadsAtOnceAndStillVerifies)
   }
   if (custom.empty()) GTEST_SKIP() << "no such routine is installed on this processor";
 
-  std::latch go(kThreads);
+  StartGate go;
   std::vector<std::thread> threads;
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([&, t] {
-      go.arrive_and_wait();
+      go.arriveAndWait();
       const std::size_t n = custom.size();
       for (int round = 0; round < kRounds; ++round)
         for (std::size_t k = 0; k < n; ++k) {
@@ -208,12 +220,12 @@ TEST(Concurrency, OneTimeProcessorValuesAreFilledOnceWhenFirstAskedFromSeveralTh
     bool avx = false, smt = false;
     int vendor = 0;
   };
-  std::latch go(kThreads);
+  StartGate go;
   std::vector<Seen> seen(kThreads);
   std::vector<std::thread> threads;
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([&, t] {
-      go.arrive_and_wait();
+      go.arriveAndWait();
       Seen& s = seen[static_cast<std::size_t>(t)];
       // Different threads start with different values.
       if (t % 2 == 0) s.record = &identification();

@@ -7,6 +7,10 @@
 
 #include "verify/planes.h"
 
+#if defined(_WIN32)
+#include <windows.h>
+#endif
+
 using namespace tarnell::verify;
 
 namespace {
@@ -61,6 +65,31 @@ TEST(GuardPages, ReusedMappingsComeBackZeroed) {
     std::memset(b.begin(), 0xFF, b.size());
   }
 }
+
+#if defined(_WIN32)
+// No death tests here: ask the memory manager what the neighbouring bytes are.
+bool inaccessible(const unsigned char* p) {
+  MEMORY_BASIC_INFORMATION info{};
+  return VirtualQuery(p, &info, sizeof info) == sizeof info && info.State == MEM_COMMIT &&
+         (info.Protect & PAGE_NOACCESS) != 0;
+}
+
+TEST(GuardPages, BytesPastTheRowsAreInaccessible) {
+  for (int round = 0; round < 2; ++round) {  // the second round gets reused mappings
+    for (int32_t stride : {42, -42}) {
+      PlaneBuffer after(layout(stride, 0), Placement::GuardPageAfter);
+      EXPECT_TRUE(inaccessible(highestRowEnd(after))) << "stride " << stride;
+      EXPECT_FALSE(inaccessible(highestRowEnd(after) - 1));
+      PlaneBuffer granted(layout(stride, 3), Placement::GuardPageAfter);
+      EXPECT_FALSE(inaccessible(highestRowEnd(granted) + 2));
+      EXPECT_TRUE(inaccessible(highestRowEnd(granted) + 3)) << "stride " << stride;
+      PlaneBuffer before(layout(stride, 0), Placement::GuardPageBefore);
+      EXPECT_TRUE(inaccessible(lowestRow(before) - 1)) << "stride " << stride;
+      EXPECT_FALSE(inaccessible(lowestRow(before)));
+    }
+  }
+}
+#endif
 
 #if GTEST_HAS_DEATH_TEST && !defined(_WIN32)
 unsigned char readByte(const unsigned char* p) { return *static_cast<const volatile unsigned char*>(p); }
