@@ -87,9 +87,16 @@ CpuIdentification queryIdentification(const CpuidSource& source) {
 }
 
 const CpuIdentification& IdentificationOnce::get(const CpuidSource& source) {
-  // The record is assigned only after the query returns, so a throwing query leaves
-  // it untouched and call_once lets the next caller try again.
-  std::call_once(once_, [&] { record_ = queryIdentification(source); });
+  // The first caller fills the record while concurrent first callers wait; later
+  // callers read it without the lock. The record is assigned only after the query
+  // returns, so a throwing query leaves it unfilled for the next caller to try.
+  if (!filled_.load(std::memory_order_acquire)) {
+    std::lock_guard lock(mutex_);
+    if (!filled_.load(std::memory_order_relaxed)) {
+      record_ = queryIdentification(source);
+      filled_.store(true, std::memory_order_release);
+    }
+  }
   return record_;
 }
 

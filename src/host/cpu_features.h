@@ -6,6 +6,7 @@
 // cached form for the real processor.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
@@ -53,7 +54,10 @@ class IdentificationOnce {
   const CpuIdentification& get(const CpuidSource& source);
 
  private:
-  std::once_flag once_;
+  // A mutex and a flag rather than std::call_once: on some runtimes call_once never
+  // returns for the caller after one whose callable threw.
+  std::mutex mutex_;
+  std::atomic<bool> filled_{false};
   CpuIdentification record_{};
 };
 
