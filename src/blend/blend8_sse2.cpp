@@ -116,8 +116,24 @@ BLEND8_INLINE void row(const uint8_t* destination, int32_t columns, Scalar scala
   if (i < columns) scalar(i);
 }
 
-BLEND8_INLINE uint8_t* advance(uint8_t* p, int32_t stride) { return p + static_cast<std::ptrdiff_t>(stride); }
-BLEND8_INLINE const uint8_t* advance(const uint8_t* p, int32_t stride) { return p + static_cast<std::ptrdiff_t>(stride); }
+// A plane's current row and its stride.
+template <class T>
+struct Plane {
+  T* row;
+  int32_t stride;
+  BLEND8_INLINE void next() { row += static_cast<std::ptrdiff_t>(stride); }
+};
+template <class T>
+BLEND8_INLINE Plane<T> plane(T* first, int32_t stride) {
+  return {first, stride};
+}
+
+// Calls body with every plane's row pointer, rows times, each plane advancing by
+// its own stride.
+template <class Body, class... T>
+BLEND8_INLINE void eachRow(int32_t rows, Body body, Plane<T>... planes) {
+  for (; rows-- > 0; (planes.next(), ...)) body(planes.row...);
+}
 
 }  // namespace
 
@@ -129,10 +145,10 @@ void ScaleByConstant8(uint8_t* destination, int32_t rows, int32_t columns, int32
   const auto kb = static_cast<uint8_t>(k);
   const Vectors v;
   const __m128i kv = _mm_set1_epi8(static_cast<char>(kb));
-  for (uint8_t* d = destination; rows-- > 0; d = advance(d, destinationStride)) {
+  eachRow(rows, [&](uint8_t* d) {
     row<16>(d, columns, [&](int32_t i) { d[i] = mul(d[i], kb); },
             [&](int32_t i) { storea(d + i, mulv(v, loada(d + i), kv)); });
-  }
+  }, plane(destination, destinationStride));
 }
 
 void MixConstantThroughMask8(uint8_t c, uint8_t* destination, const uint8_t* mask, int32_t rows, int32_t columns,
@@ -140,38 +156,30 @@ void MixConstantThroughMask8(uint8_t c, uint8_t* destination, const uint8_t* mas
   if (rows < 1 || columns < 1) return;
   const Vectors v;
   const __m128i cv = _mm_set1_epi8(static_cast<char>(c));
-  uint8_t* d = destination;
-  const uint8_t* m = mask;
-  for (; rows-- > 0; d = advance(d, destinationStride), m = advance(m, maskStride)) {
+  eachRow(rows, [&](uint8_t* d, const uint8_t* m) {
     row<16>(d, columns, [&](int32_t i) { d[i] = mix(d[i], c, m[i]); },
             [&](int32_t i) { storea(d + i, mixv(v, loada(d + i), cv, loadu(m + i))); });
-  }
+  }, plane(destination, destinationStride), plane(mask, maskStride));
 }
 
 void MixSourceThroughMask8(const uint8_t* source, uint8_t* destination, const uint8_t* mask, int32_t rows,
                            int32_t columns, int32_t sourceStride, int32_t destinationStride, int32_t maskStride) {
   if (rows < 1 || columns < 1) return;
   const Vectors v;
-  const uint8_t* s = source;
-  uint8_t* d = destination;
-  const uint8_t* m = mask;
-  for (; rows-- > 0; s = advance(s, sourceStride), d = advance(d, destinationStride), m = advance(m, maskStride)) {
+  eachRow(rows, [&](const uint8_t* s, uint8_t* d, const uint8_t* m) {
     row<16>(d, columns, [&](int32_t i) { d[i] = mix(d[i], s[i], m[i]); },
             [&](int32_t i) { storea(d + i, mixv(v, loada(d + i), loadu(s + i), loadu(m + i))); });
-  }
+  }, plane(source, sourceStride), plane(destination, destinationStride), plane(mask, maskStride));
 }
 
 void CopyWhereMaskSet8(const uint8_t* source, uint8_t* destination, const uint8_t* mask, int32_t rows,
                        int32_t columns, int32_t sourceStride, int32_t destinationStride, int32_t maskStride) {
   if (rows < 1 || columns < 1) return;
   const Vectors v;
-  const uint8_t* s = source;
-  uint8_t* d = destination;
-  const uint8_t* m = mask;
-  for (; rows-- > 0; s = advance(s, sourceStride), d = advance(d, destinationStride), m = advance(m, maskStride)) {
+  eachRow(rows, [&](const uint8_t* s, uint8_t* d, const uint8_t* m) {
     row<16>(d, columns, [&](int32_t i) { d[i] = m[i] >= 128 ? s[i] : d[i]; },
             [&](int32_t i) { storea(d + i, select(topBit(v, loadu(m + i)), loadu(s + i), loada(d + i))); });
-  }
+  }, plane(source, sourceStride), plane(destination, destinationStride), plane(mask, maskStride));
 }
 
 void FillWhereMaskSet8(uint8_t c, uint8_t* destination, const uint8_t* mask, int32_t rows, int32_t columns,
@@ -179,12 +187,10 @@ void FillWhereMaskSet8(uint8_t c, uint8_t* destination, const uint8_t* mask, int
   if (rows < 1 || columns < 1) return;
   const Vectors v;
   const __m128i cv = _mm_set1_epi8(static_cast<char>(c));
-  uint8_t* d = destination;
-  const uint8_t* m = mask;
-  for (; rows-- > 0; d = advance(d, destinationStride), m = advance(m, maskStride)) {
+  eachRow(rows, [&](uint8_t* d, const uint8_t* m) {
     row<16>(d, columns, [&](int32_t i) { d[i] = m[i] >= 128 ? c : d[i]; },
             [&](int32_t i) { storea(d + i, select(topBit(v, loadu(m + i)), cv, loada(d + i))); });
-  }
+  }, plane(destination, destinationStride), plane(mask, maskStride));
 }
 
 void FillWhereMaskClear8(const uint8_t* mask, uint8_t* destination, int32_t rows, int32_t columns, int32_t maskStride,
@@ -192,50 +198,42 @@ void FillWhereMaskClear8(const uint8_t* mask, uint8_t* destination, int32_t rows
   if (rows < 1 || columns < 1) return;
   const Vectors v;
   const __m128i cv = _mm_set1_epi8(static_cast<char>(c));
-  const uint8_t* m = mask;
-  uint8_t* d = destination;
-  for (; rows-- > 0; m = advance(m, maskStride), d = advance(d, destinationStride)) {
+  eachRow(rows, [&](const uint8_t* m, uint8_t* d) {
     row<16>(d, columns, [&](int32_t i) { d[i] = m[i] == 0 ? c : d[i]; },
             [&](int32_t i) { storea(d + i, select(_mm_cmpeq_epi8(loadu(m + i), v.zero), cv, loada(d + i))); });
-  }
+  }, plane(mask, maskStride), plane(destination, destinationStride));
 }
 
 void MultiplySource8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t columns, int32_t sourceStride,
                      int32_t destinationStride) {
   if (rows < 1 || columns < 1) return;
   const Vectors v;
-  const uint8_t* s = source;
-  uint8_t* d = destination;
-  for (; rows-- > 0; s = advance(s, sourceStride), d = advance(d, destinationStride)) {
+  eachRow(rows, [&](const uint8_t* s, uint8_t* d) {
     row<16>(d, columns, [&](int32_t i) { d[i] = mul(d[i], s[i]); },
             [&](int32_t i) { storea(d + i, mulv(v, loada(d + i), loadu(s + i))); });
-  }
+  }, plane(source, sourceStride), plane(destination, destinationStride));
 }
 
 void MaxSource8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t columns, int32_t sourceStride,
                 int32_t destinationStride) {
   if (rows < 1 || columns < 1) return;
-  const uint8_t* s = source;
-  uint8_t* d = destination;
-  for (; rows-- > 0; s = advance(s, sourceStride), d = advance(d, destinationStride)) {
+  eachRow(rows, [&](const uint8_t* s, uint8_t* d) {
     row<32>(d, columns, [&](int32_t i) { d[i] = d[i] > s[i] ? d[i] : s[i]; },
             [&](int32_t i) {
               storea(d + i, _mm_max_epu8(loada(d + i), loadu(s + i)));
               storea(d + i + 16, _mm_max_epu8(loada(d + i + 16), loadu(s + i + 16)));
             });
-  }
+  }, plane(source, sourceStride), plane(destination, destinationStride));
   _mm_mfence();
 }
 
 void MinSource8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t columns, int32_t sourceStride,
                 int32_t destinationStride) {
   if (rows < 1 || columns < 1) return;
-  const uint8_t* s = source;
-  uint8_t* d = destination;
-  for (; rows-- > 0; s = advance(s, sourceStride), d = advance(d, destinationStride)) {
+  eachRow(rows, [&](const uint8_t* s, uint8_t* d) {
     row<16>(d, columns, [&](int32_t i) { d[i] = d[i] < s[i] ? d[i] : s[i]; },
             [&](int32_t i) { storea(d + i, _mm_min_epu8(loada(d + i), loadu(s + i))); });
-  }
+  }, plane(source, sourceStride), plane(destination, destinationStride));
   _mm_mfence();
 }
 
@@ -245,9 +243,7 @@ void SubtractCoverage8(uint8_t* a, uint8_t* b, int32_t rows, int32_t columns, in
   // becomes full exactly where a was full or a non-zero b was covered away.
   const Vectors v;
   const __m128i ones = _mm_cmpeq_epi8(v.zero, v.zero);
-  uint8_t* pa = a;
-  uint8_t* pb = b;
-  for (; rows-- > 0; pa = advance(pa, aStride), pb = advance(pb, bStride)) {
+  eachRow(rows, [&](uint8_t* pa, uint8_t* pb) {
     row<16>(
         pb, columns,
         [&](int32_t i) {
@@ -272,7 +268,7 @@ void SubtractCoverage8(uint8_t* a, uint8_t* b, int32_t rows, int32_t columns, in
           _mm_storeu_si128(reinterpret_cast<__m128i*>(pa + i), _mm_or_si128(full, emptied));
           storea(pb + i, covered);
         });
-  }
+  }, plane(a, aStride), plane(b, bStride));
 }
 
 void DarkenTowardSourceThroughMask8(const uint8_t* source, uint8_t* destination, const uint8_t* mask, int32_t rows,
@@ -280,10 +276,7 @@ void DarkenTowardSourceThroughMask8(const uint8_t* source, uint8_t* destination,
                                     int32_t maskStride) {
   if (rows < 1 || columns < 1) return;
   const Vectors v;
-  const uint8_t* s = source;
-  uint8_t* d = destination;
-  const uint8_t* m = mask;
-  for (; rows-- > 0; s = advance(s, sourceStride), d = advance(d, destinationStride), m = advance(m, maskStride)) {
+  eachRow(rows, [&](const uint8_t* s, uint8_t* d, const uint8_t* m) {
     row<16>(
         d, columns, [&](int32_t i) { if (d[i] > s[i]) d[i] = static_cast<uint8_t>(d[i] - mul(d[i] - s[i], m[i])); },
         [&](int32_t i) {
@@ -291,7 +284,7 @@ void DarkenTowardSourceThroughMask8(const uint8_t* source, uint8_t* destination,
           const __m128i dv = loada(d + i);
           storea(d + i, _mm_sub_epi8(dv, mulv(v, _mm_subs_epu8(dv, loadu(s + i)), loadu(m + i))));
         });
-  }
+  }, plane(source, sourceStride), plane(destination, destinationStride), plane(mask, maskStride));
 }
 
 void DarkenTowardConstantThroughMask8(uint8_t c, uint8_t* destination, const uint8_t* mask, int32_t rows,
@@ -299,16 +292,14 @@ void DarkenTowardConstantThroughMask8(uint8_t c, uint8_t* destination, const uin
   if (rows < 1 || columns < 1) return;
   const Vectors v;
   const __m128i cv = _mm_set1_epi8(static_cast<char>(c));
-  uint8_t* d = destination;
-  const uint8_t* m = mask;
-  for (; rows-- > 0; d = advance(d, destinationStride), m = advance(m, maskStride)) {
+  eachRow(rows, [&](uint8_t* d, const uint8_t* m) {
     row<16>(
         d, columns, [&](int32_t i) { if (d[i] > c) d[i] = static_cast<uint8_t>(d[i] - mul(d[i] - c, m[i])); },
         [&](int32_t i) {
           const __m128i dv = loada(d + i);
           storea(d + i, _mm_sub_epi8(dv, mulv(v, _mm_subs_epu8(dv, cv), loadu(m + i))));
         });
-  }
+  }, plane(destination, destinationStride), plane(mask, maskStride));
 }
 
 void LightenTowardSourceThroughMask8(const uint8_t* source, uint8_t* destination, const uint8_t* mask, int32_t rows,
@@ -316,17 +307,14 @@ void LightenTowardSourceThroughMask8(const uint8_t* source, uint8_t* destination
                                      int32_t maskStride) {
   if (rows < 1 || columns < 1) return;
   const Vectors v;
-  const uint8_t* s = source;
-  uint8_t* d = destination;
-  const uint8_t* m = mask;
-  for (; rows-- > 0; s = advance(s, sourceStride), d = advance(d, destinationStride), m = advance(m, maskStride)) {
+  eachRow(rows, [&](const uint8_t* s, uint8_t* d, const uint8_t* m) {
     row<16>(
         d, columns, [&](int32_t i) { if (s[i] > d[i]) d[i] = static_cast<uint8_t>(d[i] + mul(s[i] - d[i], m[i])); },
         [&](int32_t i) {
           const __m128i dv = loada(d + i);
           storea(d + i, _mm_add_epi8(dv, mulv(v, _mm_subs_epu8(loadu(s + i), dv), loadu(m + i))));
         });
-  }
+  }, plane(source, sourceStride), plane(destination, destinationStride), plane(mask, maskStride));
 }
 
 void LightenTowardConstantThroughMask8(uint8_t c, uint8_t* destination, const uint8_t* mask, int32_t rows,
@@ -334,16 +322,14 @@ void LightenTowardConstantThroughMask8(uint8_t c, uint8_t* destination, const ui
   if (rows < 1 || columns < 1) return;
   const Vectors v;
   const __m128i cv = _mm_set1_epi8(static_cast<char>(c));
-  uint8_t* d = destination;
-  const uint8_t* m = mask;
-  for (; rows-- > 0; d = advance(d, destinationStride), m = advance(m, maskStride)) {
+  eachRow(rows, [&](uint8_t* d, const uint8_t* m) {
     row<16>(
         d, columns, [&](int32_t i) { if (c > d[i]) d[i] = static_cast<uint8_t>(d[i] + mul(c - d[i], m[i])); },
         [&](int32_t i) {
           const __m128i dv = loada(d + i);
           storea(d + i, _mm_add_epi8(dv, mulv(v, _mm_subs_epu8(cv, dv), loadu(m + i))));
         });
-  }
+  }, plane(destination, destinationStride), plane(mask, maskStride));
 }
 
 void MultiplySourceThroughMask8(const uint8_t* source, uint8_t* destination, const uint8_t* mask, int32_t rows,
@@ -351,10 +337,7 @@ void MultiplySourceThroughMask8(const uint8_t* source, uint8_t* destination, con
                                 int32_t maskStride) {
   if (rows < 1 || columns < 1) return;
   const Vectors v;
-  const uint8_t* s = source;
-  uint8_t* d = destination;
-  const uint8_t* m = mask;
-  for (; rows-- > 0; s = advance(s, sourceStride), d = advance(d, destinationStride), m = advance(m, maskStride)) {
+  eachRow(rows, [&](const uint8_t* s, uint8_t* d, const uint8_t* m) {
     row<16>(
         d, columns, [&](int32_t i) { d[i] = static_cast<uint8_t>(d[i] - mul(d[i] - mul(s[i], d[i]), m[i])); },
         [&](int32_t i) {
@@ -365,7 +348,7 @@ void MultiplySourceThroughMask8(const uint8_t* source, uint8_t* destination, con
           storea(d + i, _mm_packus_epi16(half(widenLo(v, dv), widenLo(v, sv), widenLo(v, mv)),
                                          half(widenHi(v, dv), widenHi(v, sv), widenHi(v, mv))));
         });
-  }
+  }, plane(source, sourceStride), plane(destination, destinationStride), plane(mask, maskStride));
 }
 
 void MultiplyWithOpacity8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t columns,
@@ -373,9 +356,7 @@ void MultiplyWithOpacity8(const uint8_t* source, uint8_t* destination, int32_t r
   if (rows < 1 || columns < 1) return;
   const Vectors v;
   const __m128i k16 = _mm_set1_epi16(static_cast<short>(k));
-  const uint8_t* s = source;
-  uint8_t* d = destination;
-  for (; rows-- > 0; s = advance(s, sourceStride), d = advance(d, destinationStride)) {
+  eachRow(rows, [&](const uint8_t* s, uint8_t* d) {
     row<16>(
         d, columns, [&](int32_t i) { d[i] = static_cast<uint8_t>(d[i] - mul(d[i] - mul(d[i], s[i]), k)); },
         [&](int32_t i) {
@@ -385,7 +366,7 @@ void MultiplyWithOpacity8(const uint8_t* source, uint8_t* destination, int32_t r
           };
           storea(d + i, _mm_packus_epi16(half(widenLo(v, dv), widenLo(v, sv)), half(widenHi(v, dv), widenHi(v, sv))));
         });
-  }
+  }, plane(source, sourceStride), plane(destination, destinationStride));
 }
 
 // The destination of the two "into" forms is not read, so the vector body
@@ -394,13 +375,10 @@ void MultiplyInto8(const uint8_t* a, uint8_t* destination, const uint8_t* b, int
                    int32_t aStride, int32_t destinationStride, int32_t bStride) {
   if (rows < 1 || columns < 1) return;
   const Vectors v;
-  const uint8_t* pa = a;
-  uint8_t* d = destination;
-  const uint8_t* pb = b;
-  for (; rows-- > 0; pa = advance(pa, aStride), d = advance(d, destinationStride), pb = advance(pb, bStride)) {
+  eachRow(rows, [&](const uint8_t* pa, uint8_t* d, const uint8_t* pb) {
     row<16>(d, columns, [&](int32_t i) { d[i] = mul(pa[i], pb[i]); },
             [&](int32_t i) { stream(d + i, mulv(v, loadu(pa + i), loadu(pb + i))); });
-  }
+  }, plane(a, aStride), plane(destination, destinationStride), plane(b, bStride));
   _mm_mfence();
 }
 
@@ -409,15 +387,12 @@ void InverseMultiplyInto8(const uint8_t* a, uint8_t* destination, const uint8_t*
   if (rows < 1 || columns < 1) return;
   const Vectors v;
   const __m128i ones = _mm_cmpeq_epi8(v.zero, v.zero);
-  const uint8_t* pa = a;
-  uint8_t* d = destination;
-  const uint8_t* pb = b;
-  for (; rows-- > 0; pa = advance(pa, aStride), d = advance(d, destinationStride), pb = advance(pb, bStride)) {
+  eachRow(rows, [&](const uint8_t* pa, uint8_t* d, const uint8_t* pb) {
     row<16>(d, columns, [&](int32_t i) { d[i] = static_cast<uint8_t>(255 - mul(255 - pa[i], pb[i])); },
             [&](int32_t i) {
               stream(d + i, _mm_xor_si128(mulv(v, _mm_xor_si128(loadu(pa + i), ones), loadu(pb + i)), ones));
             });
-  }
+  }, plane(a, aStride), plane(destination, destinationStride), plane(b, bStride));
   _mm_mfence();
 }
 
@@ -427,10 +402,7 @@ void OrderedCombineInto8(const uint8_t* a, const uint8_t* b, uint8_t* destinatio
   // Both branches of the formula are lo - M(hi - lo, lo - M(a, b)) with lo and hi
   // the smaller and larger operand, which the vector body computes directly.
   const Vectors v;
-  const uint8_t* pa = a;
-  const uint8_t* pb = b;
-  uint8_t* d = destination;
-  for (; rows-- > 0; pa = advance(pa, aStride), pb = advance(pb, bStride), d = advance(d, destinationStride)) {
+  eachRow(rows, [&](const uint8_t* pa, const uint8_t* pb, uint8_t* d) {
     row<16>(
         d, columns,
         [&](int32_t i) {
@@ -447,7 +419,7 @@ void OrderedCombineInto8(const uint8_t* a, const uint8_t* b, uint8_t* destinatio
           };
           stream(d + i, _mm_packus_epi16(half(widenLo(v, av), widenLo(v, bv)), half(widenHi(v, av), widenHi(v, bv))));
         });
-  }
+  }, plane(a, aStride), plane(b, bStride), plane(destination, destinationStride));
   // Non-temporal stores are weakly ordered: make them visible before returning.
   _mm_sfence();
 }
