@@ -160,13 +160,13 @@ ReferenceHost::ReferenceHost(HostOptions options) : options_(std::move(options))
 
   std::vector<HostSuite> entries;
   for (int i = 0; i < kSuiteCount; ++i) {
-    const SuiteSpec& spec = kSuites[i];
-    HostSuite suite{spec.key, spec.version, spec.minRevision, tables_[i].data()};
-    if (auto v = options_.version.find(spec.key); v != options_.version.end()) suite.version = v->second;
-    if (auto r = options_.revision.find(spec.key); r != options_.revision.end()) suite.revision = r->second;
-    if (contains(options_.offerThroughQuery, spec.key)) {
+    const SuiteSpec& desc = kSuites[i];
+    HostSuite suite{desc.key, desc.version, desc.minRevision, tables_[i].data()};
+    if (auto v = options_.version.find(desc.key); v != options_.version.end()) suite.version = v->second;
+    if (auto r = options_.revision.find(desc.key); r != options_.revision.end()) suite.revision = r->second;
+    if (contains(options_.offerThroughQuery, desc.key)) {
       offered_.push_back(suite);
-    } else if (!contains(options_.omit, spec.key)) {
+    } else if (!contains(options_.omit, desc.key)) {
       entries.push_back(suite);
     }
   }

@@ -65,11 +65,11 @@ class PlaneCase {
                                                              : rng.range(p.lo, p.hi);
     }
     for (int p = 0; p < shape.planeCount; ++p) {
-      const PlaneSpec& spec = shape.planes[p];
+      const PlaneSpec& desc = shape.planes[p];
       PlaneLayout layout;
       layout.rows = rows;
-      layout.rowBytes = columns * spec.sampleBytes;
-      layout.stride = layout.rowBytes + 16 * spec.sampleBytes;
+      layout.rowBytes = columns * desc.sampleBytes;
+      layout.stride = layout.rowBytes + 16 * desc.sampleBytes;
       layout.misalign = (misalign + 7 * p) % 64;
       planes_[p] = std::make_unique<PlaneBuffer>(layout, Placement::Heap);
       PlaneBuffer& b = *planes_[p];
@@ -77,7 +77,7 @@ class PlaneCase {
       fillSamples(rng, Samples::Bytes, pristine_[p].data(), pristine_[p].size());
       const std::size_t first = static_cast<std::size_t>(b.first() - b.begin());
       for (int32_t r = 0; r < rows; ++r)
-        fillSamples(rng, spec.samples, pristine_[p].data() + first + static_cast<std::size_t>(r) * static_cast<std::size_t>(layout.stride),
+        fillSamples(rng, desc.samples, pristine_[p].data() + first + static_cast<std::size_t>(r) * static_cast<std::size_t>(layout.stride),
                     static_cast<std::size_t>(layout.rowBytes));
       call_.plane[p] = b.first();
       call_.stride[p] = layout.stride;

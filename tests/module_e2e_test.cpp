@@ -31,8 +31,8 @@ verify::FeatureSet thisProcessor() {
 }
 
 void expectInstalledAsTheTablesSay(const refhost::ReferenceHost& host) {
-  for (const SuiteSpec& spec : kSuites)
-    EXPECT_EQ(host.replacedSlots(spec.key), verify::expectedReplacedSlots(spec.key, thisProcessor())) << spec.name;
+  for (const SuiteSpec& desc : kSuites)
+    EXPECT_EQ(host.replacedSlots(desc.key), verify::expectedReplacedSlots(desc.key, thisProcessor())) << desc.name;
 }
 
 TEST(Module, StartsUpAndReplacesExactlyTheExpectedSlots) {
@@ -52,14 +52,14 @@ TEST(Module, SecondStartupOnAFreshHostInstallsAgain) {
 }
 
 TEST(Module, MissingSuiteFailsStartupAndInstallsNothing) {
-  for (const SuiteSpec& spec : kSuites) {
+  for (const SuiteSpec& desc : kSuites) {
     refhost::HostOptions options;
-    options.omit = {spec.key};
+    options.omit = {desc.key};
     refhost::ReferenceHost host(options);
     int16_t result = 0;
-    EXPECT_EQ(module().pluginMain()(kSelectorStartup, host.hostInfo(), 0, &result), -1) << spec.name;
+    EXPECT_EQ(module().pluginMain()(kSelectorStartup, host.hostInfo(), 0, &result), -1) << desc.name;
     EXPECT_EQ(result, -1);
-    for (const SuiteSpec& other : kSuites) EXPECT_TRUE(host.replacedSlots(other.key).empty()) << spec.name;
+    for (const SuiteSpec& other : kSuites) EXPECT_TRUE(host.replacedSlots(other.key).empty()) << desc.name;
   }
 }
 

@@ -29,10 +29,10 @@ TEST(ReferenceHost, EverySlotHoldsADistinctRoutine) {
   ReferenceHost host;
   std::set<HostRoutine> seen;
   std::size_t total = 0;
-  for (const SuiteSpec& spec : kSuites) {
-    for (int slot = 0; slot < spec.slotCount; ++slot) {
-      ASSERT_NE(host.live(spec.key, slot), nullptr);
-      seen.insert(host.live(spec.key, slot));
+  for (const SuiteSpec& desc : kSuites) {
+    for (int slot = 0; slot < desc.slotCount; ++slot) {
+      ASSERT_NE(host.live(desc.key, slot), nullptr);
+      seen.insert(host.live(desc.key, slot));
       ++total;
     }
   }

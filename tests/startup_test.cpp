@@ -28,8 +28,8 @@ int16_t start(ReferenceHost& host, int32_t* status = nullptr) {
 }
 
 bool anySlotReplaced(const ReferenceHost& host) {
-  for (const SuiteSpec& spec : kSuites)
-    if (!host.replacedSlots(spec.key).empty()) return true;
+  for (const SuiteSpec& desc : kSuites)
+    if (!host.replacedSlots(desc.key).empty()) return true;
   return false;
 }
 
@@ -154,15 +154,15 @@ TEST(SuiteLookup, NegativeRevisionPassesEveryMinimum) {
 }
 
 TEST(SuiteLookup, RevisionBelowTheMinimumFails) {
-  for (const SuiteSpec& spec : kSuites) {
+  for (const SuiteSpec& desc : kSuites) {
     HostOptions options;
-    options.revision[spec.key] = static_cast<int16_t>(spec.minRevision - 1);
+    options.revision[desc.key] = static_cast<int16_t>(desc.minRevision - 1);
     ReferenceHost host(options);
-    EXPECT_EQ(start(host), -1) << spec.name;
+    EXPECT_EQ(start(host), -1) << desc.name;
     HostOptions exact;
-    exact.revision[spec.key] = spec.minRevision;
+    exact.revision[desc.key] = desc.minRevision;
     ReferenceHost enough(exact);
-    EXPECT_EQ(start(enough), 0) << spec.name;
+    EXPECT_EQ(start(enough), 0) << desc.name;
   }
 }
 

@@ -184,10 +184,10 @@ int report(const Options& o, const char* argv0) {
               t.logicalProcessors, t.l2Size, t.l2Line);
   std::printf("start-up   ok\n\nslots replaced:\n");
   bool asExpected = true;
-  for (const SuiteSpec& spec : kSuites) {
-    const std::vector<int> slots = s.host->replacedSlots(spec.key);
-    const std::vector<int> expected = verify::expectedReplacedSlots(spec.key, featuresOf(f));
-    std::printf("  %s  %3zu", spec.name, slots.size());
+  for (const SuiteSpec& desc : kSuites) {
+    const std::vector<int> slots = s.host->replacedSlots(desc.key);
+    const std::vector<int> expected = verify::expectedReplacedSlots(desc.key, featuresOf(f));
+    std::printf("  %s  %3zu", desc.name, slots.size());
     for (std::size_t k = 0; k < slots.size(); ++k) std::printf("%s%d", k == 0 ? "  " : " ", slots[k]);
     if (slots != expected) {
       asExpected = false;

@@ -57,9 +57,9 @@ std::string describe(const Check& check, const PlaneShape& shape, const Geometry
   return out.str();
 }
 
-int64_t drawParam(Rng& rng, const ParamSpec& spec) {
-  if (spec.specialCount > 0 && rng.chance(2)) return spec.special[rng.below(static_cast<uint32_t>(spec.specialCount))];
-  return rng.range(spec.lo, spec.hi);
+int64_t drawParam(Rng& rng, const ParamSpec& desc) {
+  if (desc.specialCount > 0 && rng.chance(2)) return desc.special[rng.below(static_cast<uint32_t>(desc.specialCount))];
+  return rng.range(desc.lo, desc.hi);
 }
 
 // Runs one geometry: both routines on identical copies, then every byte compared.
@@ -76,13 +76,13 @@ bool runPlaneCase(Context& ctx, const PlaneShape& shape, HostRoutine reference, 
 
   int32_t sharedStride[9] = {};  // by sample size (1, 2, 4 or 8 bytes)
   for (int p = 0; p < shape.planeCount; ++p) {
-    const PlaneSpec& spec = shape.planes[p];
+    const PlaneSpec& desc = shape.planes[p];
     PlaneLayout layout;
     layout.rows = g.rows < 1 ? 1 : g.rows;
-    layout.rowBytes = (g.columns < 1 ? 16 : g.columns) * spec.sampleBytes;
+    layout.rowBytes = (g.columns < 1 ? 16 : g.columns) * desc.sampleBytes;
     int32_t stride = layout.rowBytes + g.pad[p];
     if (shape.sharedStride) {
-      int32_t& shared = sharedStride[spec.sampleBytes];
+      int32_t& shared = sharedStride[desc.sampleBytes];
       if (shared == 0) shared = stride;
       stride = std::max(shared, layout.rowBytes);
     }
@@ -100,7 +100,7 @@ bool runPlaneCase(Context& ctx, const PlaneShape& shape, HostRoutine reference, 
     const std::size_t rowOffset = static_cast<std::size_t>(ref[p]->first() - ref[p]->begin());
     for (int32_t r = 0; r < l.rows; ++r) {
       const auto at = static_cast<std::ptrdiff_t>(rowOffset) + static_cast<std::ptrdiff_t>(r) * l.stride;
-      fillSamples(ctx.rng(), spec.samples, bytes.data() + at, static_cast<std::size_t>(l.rowBytes));
+      fillSamples(ctx.rng(), desc.samples, bytes.data() + at, static_cast<std::size_t>(l.rowBytes));
     }
     std::memcpy(ref[p]->begin(), bytes.data(), bytes.size());
     std::memcpy(mod[p]->begin(), bytes.data(), bytes.size());
@@ -135,7 +135,7 @@ bool runPlaneCase(Context& ctx, const PlaneShape& shape, HostRoutine reference, 
     if (!ctx.fail(out.str())) return false;
   }
   for (int p = 0; p < shape.planeCount; ++p) {
-    const PlaneSpec& spec = shape.planes[p];
+    const PlaneSpec& desc = shape.planes[p];
     const unsigned char* r = ref[p]->begin();
     const unsigned char* m = mod[p]->begin();
     const unsigned char* o = pristine[p].data();
@@ -143,20 +143,20 @@ bool runPlaneCase(Context& ctx, const PlaneShape& shape, HostRoutine reference, 
     if (std::memcmp(r, m, n) == 0 && std::memcmp(m, o, n) == 0) continue;  // nothing written at all
     for (std::size_t i = 0; i < n; ++i) {
       int32_t row = -1, byte = -1;
-      const bool inside = !empty && spec.role != Role::Input && ref[p]->inRow(i, row, byte);
+      const bool inside = !empty && desc.role != Role::Input && ref[p]->inRow(i, row, byte);
       const char* problem = nullptr;
       if (inside) {
         if (r[i] != m[i]) problem = "differs";
       } else if (m[i] != o[i]) {
-        problem = spec.role == Role::Input ? "module wrote to an input plane" : "module wrote outside its rectangle";
+        problem = desc.role == Role::Input ? "module wrote to an input plane" : "module wrote outside its rectangle";
       } else if (r[i] != o[i]) {
         problem = "host routine wrote outside its rectangle";
       }
       if (problem == nullptr) continue;
       std::ostringstream out;
-      out << describe(ctx.check(), shape, g, ctx.seed()) << ": plane " << spec.name << ' ' << problem;
+      out << describe(ctx.check(), shape, g, ctx.seed()) << ": plane " << desc.name << ' ' << problem;
       if (ref[p]->inRow(i, row, byte))
-        out << " at row " << row << " sample " << byte / spec.sampleBytes << " byte " << byte % spec.sampleBytes;
+        out << " at row " << row << " sample " << byte / desc.sampleBytes << " byte " << byte % desc.sampleBytes;
       else
         out << " at byte " << static_cast<std::ptrdiff_t>(i) - (ref[p]->first() - ref[p]->begin())
             << " from the first sample";
@@ -290,18 +290,18 @@ struct PlaneBench final : BenchCase {
     for (int i = 0; i < shape.paramCount; ++i)
       call.param[i] = shape.benchParams != nullptr ? shape.benchParams[i] : drawParam(rng, shape.params[i]);
     for (int p = 0; p < shape.planeCount; ++p) {
-      const PlaneSpec& spec = shape.planes[p];
+      const PlaneSpec& desc = shape.planes[p];
       PlaneLayout layout;
       layout.rows = height;
-      layout.rowBytes = width * spec.sampleBytes;
+      layout.rowBytes = width * desc.sampleBytes;
       layout.stride = layout.rowBytes;
       planes[p] = std::make_unique<PlaneBuffer>(layout, Placement::Heap);
-      fillSamples(rng, spec.samples, planes[p]->first(),
+      fillSamples(rng, desc.samples, planes[p]->first(),
                   static_cast<std::size_t>(layout.rowBytes) * static_cast<std::size_t>(height));
       call.plane[p] = planes[p]->first();
       call.stride[p] = layout.stride;
       const uint64_t bytes = static_cast<uint64_t>(layout.rowBytes) * static_cast<uint64_t>(height);
-      bytesMoved += spec.role == Role::InOut ? 2 * bytes : bytes;
+      bytesMoved += desc.role == Role::InOut ? 2 * bytes : bytes;
     }
   }
   void run(HostRoutine routine) override { shape.invoke(routine, call); }

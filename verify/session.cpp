@@ -55,17 +55,17 @@ StartupOutcome startModule(PluginMainFn* pluginMain, refhost::ReferenceHost& hos
 }
 
 std::string firstUnmetSuite(const refhost::HostOptions& options) {
-  for (const SuiteSpec& spec : kSuites) {
+  for (const SuiteSpec& desc : kSuites) {
     auto has = [&](const std::vector<uint32_t>& keys) {
-      return std::find(keys.begin(), keys.end(), spec.key) != keys.end();
+      return std::find(keys.begin(), keys.end(), desc.key) != keys.end();
     };
-    if (has(options.omit)) return std::string(spec.name);
-    if (auto v = options.version.find(spec.key); v != options.version.end() && v->second != spec.version)
-      return std::string(spec.name);
-    if (auto r = options.revision.find(spec.key);
+    if (has(options.omit)) return std::string(desc.name);
+    if (auto v = options.version.find(desc.key); v != options.version.end() && v->second != desc.version)
+      return std::string(desc.name);
+    if (auto r = options.revision.find(desc.key);
         r != options.revision.end() &&
-        static_cast<uint32_t>(static_cast<int32_t>(r->second)) < static_cast<uint32_t>(spec.minRevision))
-      return std::string(spec.name);
+        static_cast<uint32_t>(static_cast<int32_t>(r->second)) < static_cast<uint32_t>(desc.minRevision))
+      return std::string(desc.name);
   }
   return {};
 }

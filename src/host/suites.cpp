@@ -35,11 +35,11 @@ const HostSuite* findSuite(const HostInfo* hostInfo, uint32_t key, int16_t versi
 
 int32_t acquireSuites(const HostInfo* hostInfo) {
   for (int i = 0; i < kSuiteCount; ++i) {
-    const SuiteSpec& spec = kSuites[i];
-    const HostSuite* suite = findSuite(hostInfo, spec.key, spec.version);
-    if (suite == nullptr || revisionBelow(suite->revision, spec.minRevision)) return kResultSuiteMissing;
+    const SuiteSpec& desc = kSuites[i];
+    const HostSuite* suite = findSuite(hostInfo, desc.key, desc.version);
+    if (suite == nullptr || revisionBelow(suite->revision, desc.minRevision)) return kResultSuiteMissing;
     std::memcpy(tarnell_saved_tables[i], suite->slots,
-                static_cast<std::size_t>(spec.slotCount) * sizeof(HostRoutine));
+                static_cast<std::size_t>(desc.slotCount) * sizeof(HostRoutine));
     g_liveTables[i] = suite->slots;
   }
   return 0;
