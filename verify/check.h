@@ -133,8 +133,8 @@ constexpr Check customCheck(void (*verifyFn)(Context&, HostRoutine, HostRoutine)
 // the noise buffer and logs), the options, and where mismatches go.
 class Context {
  public:
-  Context(const Check& check, refhost::ReferenceHost& host, uint64_t seed, bool thorough)
-      : check_(check), host_(host), rng_(seed), seed_(seed), thorough_(thorough) {}
+  Context(const Check& check, refhost::ReferenceHost& host, uint64_t seed, bool thorough, int maxFailures = 8)
+      : check_(check), host_(host), rng_(seed), seed_(seed), thorough_(thorough), maxFailures_(maxFailures) {}
 
   Rng& rng() { return rng_; }
   refhost::ReferenceHost& host() { return host_; }
@@ -144,6 +144,8 @@ class Context {
 
   // Records a mismatch; returns false once enough have been seen to stop.
   bool fail(const std::string& what);
+  // True once the check has seen as many mismatches as it reports.
+  bool enough() const { return failures_ >= maxFailures_; }
   int failures() const { return failures_; }
   const std::string& firstFailure() const { return first_; }
   int64_t cases() const { return cases_; }
@@ -155,6 +157,7 @@ class Context {
   Rng rng_;
   uint64_t seed_;
   bool thorough_;
+  int maxFailures_;
   int failures_ = 0;
   int64_t cases_ = 0;
   std::string first_;

@@ -95,7 +95,7 @@ bool compare(Context& ctx, const std::string& what, const Twin& twin, uint64_t h
   }
   if (problem.empty()) return true;
   ctx.fail(checkLabel(ctx.check()) + " [seed " + std::to_string(ctx.seed()) + "] " + what + ": " + problem);
-  return ctx.failures() < 8;
+  return !ctx.enough();
 }
 
 template <typename... T>
@@ -458,7 +458,7 @@ bool testCase(Context& ctx, Twin& twin, std::ptrdiff_t at, bool notifies, const 
       ctx.fail(checkLabel(ctx.check()) + " [seed " + std::to_string(ctx.seed()) + "] " + what + ": 'core' slot 0 calls " +
                std::to_string(hostCalls.size()) + " by the host, " + std::to_string(moduleCalls.size()) +
                " by the module" + (hostCalls.size() == moduleCalls.size() ? ", with other arguments" : ""));
-      return ctx.failures() < 8;
+      return !ctx.enough();
     }
   }
   return compare(ctx, what, twin, h, m);

@@ -13,7 +13,7 @@ namespace tarnell::verify {
 
 bool Context::fail(const std::string& what) {
   if (failures_++ == 0) first_ = what;
-  return failures_ < 1000;
+  return !enough();
 }
 
 uint64_t checkSeed(uint64_t seed, const Check& check) {
@@ -165,7 +165,7 @@ bool runPlaneCase(Context& ctx, const PlaneShape& shape, HostRoutine reference, 
       break;  // one report per plane and case
     }
   }
-  return ctx.failures() < 8;
+  return !ctx.enough();
 }
 
 void runPlaneCheck(Context& ctx, const PlaneShape& shape, HostRoutine reference, HostRoutine candidate,
@@ -250,7 +250,7 @@ CheckResult runCheckOn(const Check& check, refhost::ReferenceHost& host, HostRou
   CheckResult result;
   result.check = &check;
   result.seed = checkSeed(options.seed, check);
-  Context ctx(check, host, result.seed, options.thorough);
+  Context ctx(check, host, result.seed, options.thorough, options.maxFailures);
   if (check.shape != nullptr) {
     runPlaneCheck(ctx, *check.shape, reference, candidate, options.placement);
   } else {
