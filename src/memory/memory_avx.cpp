@@ -33,6 +33,26 @@ __m256i widen(__m128i x) { return _mm256_insertf128_si256(_mm256_castsi128_si256
 uint64_t repeated(uint8_t value) { return uint64_t{value} * 0x0101010101010101ULL; }
 uint64_t repeated(uint32_t value) { return uint64_t{value} * 0x100000001ULL; }
 
+// Fills n <= 32 bytes (a whole number of elements, at least one) with the value:
+// two stores from the two ends, each a whole number of elements in.
+template <typename T>
+inline __attribute__((always_inline)) void fillShort(Byte* d, std::size_t n, T value) {
+  if (n >= 16) {
+    const __m128i x = broadcast(value);
+    store16(d, x), store16(d + n - 16, x);
+  } else if (n >= 8) {
+    const uint64_t pattern = repeated(value);
+    __builtin_memcpy(d, &pattern, 8), __builtin_memcpy(d + n - 8, &pattern, 8);
+  } else if (n >= 4) {
+    const auto pattern = static_cast<uint32_t>(repeated(value));
+    __builtin_memcpy(d, &pattern, 4), __builtin_memcpy(d + n - 4, &pattern, 4);
+  } else {
+    // 1..3 bytes (byte fills only): first, middle and last, some the same byte.
+    const auto b = static_cast<Byte>(value);
+    d[0] = b, d[n / 2] = b, d[n - 1] = b;
+  }
+}
+
 // Fills n bytes (a whole number of elements) with the value. Stores that start a
 // whole number of elements in use the broadcast value as it is; the aligned body of
 // a long run may start mid-element and uses the pattern rotated by that phase. The
@@ -40,28 +60,16 @@ uint64_t repeated(uint32_t value) { return uint64_t{value} * 0x100000001ULL; }
 // one through memory costs a store-to-load round trip per call).
 template <typename T>
 void fillRun(Byte* d, std::size_t n, T value) {
-  if (n <= 64) {
-    if (n >= 16) {
-      const __m128i x = broadcast(value);
-      if (n <= 32) {
-        store16(d, x), store16(d + n - 16, x);
-      } else {
-        const __m256i v = widen(x);
-        store32(d, v), store32(d + n - 32, v);
-      }
-    } else if (n >= 8) {
-      const uint64_t pattern = repeated(value);
-      __builtin_memcpy(d, &pattern, 8), __builtin_memcpy(d + n - 8, &pattern, 8);
-    } else if (n >= 4) {
-      const auto pattern = static_cast<uint32_t>(repeated(value));
-      __builtin_memcpy(d, &pattern, 4), __builtin_memcpy(d + n - 4, &pattern, 4);
-    } else {
-      for (std::size_t i = 0; i < n; ++i) d[i] = static_cast<Byte>(value);  // bytes only: n is below one dword
-    }
+  if (n <= 32) {
+    if (n != 0) fillShort(d, n, value);
     return;
   }
   // Up to 256 bytes: stores from both ends, all a whole number of elements in.
   const __m256i v = widen(broadcast(value));
+  if (n <= 64) {
+    store32(d, v), store32(d + n - 32, v);
+    return;
+  }
   if (n <= 128) {
     store32(d, v), store32(d + 32, v), store32(d + n - 64, v), store32(d + n - 32, v);
     return;
@@ -135,8 +143,14 @@ bool dwordsMatch(const Byte* p, std::size_t n, uint32_t value) {
 
 // Slot 3: below 16 bytes plain stores, otherwise the wide fill.
 void fillBytes(void* destination, int32_t count, uint8_t value) {
+  auto* d = static_cast<Byte*>(destination);
+  // One unsigned compare admits 1..32 and turns away counts below 1 as well.
+  if (static_cast<uint32_t>(count) - 1u < 32u) {
+    fillShort(d, static_cast<std::size_t>(count), value);
+    return;
+  }
   if (count < 1) return;
-  fillRun(static_cast<Byte*>(destination), static_cast<std::size_t>(count), value);
+  fillRun(d, static_cast<std::size_t>(count), value);
 }
 
 // Slot 4.
@@ -166,8 +180,13 @@ uint8_t blockDwordsUniform(const void* address, int32_t rows, int32_t width, int
 
 // Slot 136: below 4 values plain stores, otherwise the wide fill.
 void fillDwords(void* destination, int32_t count, uint32_t value) {
+  auto* d = static_cast<Byte*>(destination);
+  if (static_cast<uint32_t>(count) - 1u < 8u) {
+    fillShort(d, 4 * static_cast<std::size_t>(count), value);
+    return;
+  }
   if (count < 1) return;
-  fillRun(static_cast<Byte*>(destination), 4 * static_cast<std::size_t>(count), value);
+  fillRun(d, 4 * static_cast<std::size_t>(count), value);
 }
 
 // Slot 137.

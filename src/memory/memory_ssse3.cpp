@@ -22,15 +22,14 @@ using Byte = unsigned char;
 // The library's copies, called through their addresses: one indirect jump straight
 // into the library rather than a second hop through the procedure linkage table.
 using LibraryCopy = void* (*)(void*, const void*, std::size_t);
-constinit const LibraryCopy libraryCopy = &memcpy;
-constinit const LibraryCopy libraryMove = &memmove;
+constinit const LibraryCopy libraries[2] = {&memcpy, &memmove};  // [overlap]
 
 __m128i load(const Byte* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
 void store(Byte* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
 
 // Copies n <= 64 bytes with every load before the first store: a copy through a
 // temporary, whichever way the runs overlap.
-void copySmall(const Byte* s, Byte* d, std::size_t n) {
+inline __attribute__((always_inline)) void copySmall(const Byte* s, Byte* d, std::size_t n) {
   if (n > 32) {
     const __m128i a0 = load(s), a1 = load(s + 16), b0 = load(s + n - 32), b1 = load(s + n - 16);
     store(d, a0), store(d + 16, a1), store(d + n - 32, b0), store(d + n - 16, b1);
@@ -58,17 +57,19 @@ void copySmall(const Byte* s, Byte* d, std::size_t n) {
 // the ordinary copy; runs of up to 64 bytes go through registers, which is both
 // (and saves the library call; longer runs gain from the library's wider vectors).
 void copyBytes(const void* source, void* destination, int32_t count) {
-  if (count < 1) return;
   const auto* s = static_cast<const Byte*>(source);
   auto* d = static_cast<Byte*>(destination);
-  const auto n = static_cast<std::size_t>(count);
-  if (count <= 64) {
-    copySmall(s, d, n);
+  // One unsigned compare admits 1..64 and turns away counts below 1 as well.
+  if (static_cast<uint32_t>(count) - 1u < 64u) {
+    copySmall(s, d, static_cast<std::size_t>(count));
     return;
   }
-  // The runs overlap when the addresses are less than n apart either way.
+  if (count < 1) return;
+  const auto n = static_cast<std::size_t>(count);
+  // The runs overlap when the addresses are less than n apart either way. The
+  // choice indexes a table rather than branching: one taken jump fewer.
   const uintptr_t apart = reinterpret_cast<uintptr_t>(d) - reinterpret_cast<uintptr_t>(s) + (n - 1);
-  (apart < 2 * n - 1 ? libraryMove : libraryCopy)(d, s, n);
+  libraries[apart < 2 * n - 1](d, s, n);
 }
 
 // Slot 1: one copy when both steps equal the width, else row by row.
