@@ -35,9 +35,10 @@ BLEND8_INLINE uint8_t mix(int d, int x, int w) { return static_cast<uint8_t>(d +
 
 // The shared constants, loaded once per call.
 struct Vectors {
-  __m128i zero, words128, words257;
+  __m128i zero, words128, words255, words257;
   BLEND8_INLINE Vectors()
-      : zero(load(kVecZero)), words128(load(kVecWords128)), words257(_mm_set1_epi16(257)) {}
+      : zero(load(kVecZero)), words128(load(kVecWords128)), words255(load(kVecWords255)),
+        words257(_mm_set1_epi16(257)) {}
   static BLEND8_INLINE __m128i load(ConstantVectorIndex i) {
     return _mm_load_si128(reinterpret_cast<const __m128i*>(g_constantVectors[i].bytes));
   }
@@ -66,17 +67,15 @@ BLEND8_INLINE __m128i mulv(const Vectors& v, __m128i a, __m128i b) {
 
 // d + L(w, x - d) per byte, as round255(255 * d + w * (x - d)): the two agree
 // because no quotient of 255 is a tie. The sum is d * (255 - w) + x * w, in
-// 0..65025, so forming it modulo 2^16 (d * 256 - d plus the wrapped signed
-// product) gives it exactly with one multiply.
-BLEND8_INLINE __m128i mixHalf(const Vectors& v, __m128i d16, __m128i dHigh, __m128i x16, __m128i w16) {
-  const __m128i base = _mm_add_epi16(_mm_sub_epi16(dHigh, d16), v.words128);
+// 0..65025, so forming it modulo 2^16 (d * 255 plus the wrapped signed product)
+// gives it exactly; 255 * d is one multiply rather than a widening and a subtract.
+BLEND8_INLINE __m128i mixHalf(const Vectors& v, __m128i d16, __m128i x16, __m128i w16) {
+  const __m128i base = _mm_add_epi16(_mm_mullo_epi16(d16, v.words255), v.words128);
   return reduce255(v, _mm_add_epi16(base, _mm_mullo_epi16(w16, _mm_sub_epi16(x16, d16))));
 }
 BLEND8_INLINE __m128i mixv(const Vectors& v, __m128i d, __m128i x, __m128i w) {
-  const __m128i lo = mixHalf(v, _mm_unpacklo_epi8(d, v.zero), _mm_unpacklo_epi8(v.zero, d),
-                             _mm_unpacklo_epi8(x, v.zero), _mm_unpacklo_epi8(w, v.zero));
-  const __m128i hi = mixHalf(v, _mm_unpackhi_epi8(d, v.zero), _mm_unpackhi_epi8(v.zero, d),
-                             _mm_unpackhi_epi8(x, v.zero), _mm_unpackhi_epi8(w, v.zero));
+  const __m128i lo = mixHalf(v, _mm_unpacklo_epi8(d, v.zero), _mm_unpacklo_epi8(x, v.zero), _mm_unpacklo_epi8(w, v.zero));
+  const __m128i hi = mixHalf(v, _mm_unpackhi_epi8(d, v.zero), _mm_unpackhi_epi8(x, v.zero), _mm_unpackhi_epi8(w, v.zero));
   return _mm_packus_epi16(lo, hi);
 }
 
