@@ -398,8 +398,9 @@ void InverseMultiplyInto8(const uint8_t* a, uint8_t* destination, const uint8_t*
 void OrderedCombineInto8(const uint8_t* a, const uint8_t* b, uint8_t* destination, int32_t rows, int32_t columns,
                          int32_t aStride, int32_t bStride, int32_t destinationStride) {
   if (rows < 1 || columns < 1) return;
-  // Both branches of the formula are lo - M(hi - lo, lo - M(a, b)) with lo and hi
-  // the smaller and larger operand, which the vector body computes directly.
+  // Both branches of the formula are lo - M(hi - lo, lo - M(lo, hi)) with lo and hi
+  // the smaller and larger operand (M is symmetric), which the vector body computes
+  // directly, ordering the bytes before widening them.
   const Vectors v;
   eachRow(rows, [&](const uint8_t* pa, const uint8_t* pb, uint8_t* d) {
     row<16>(
@@ -411,12 +412,12 @@ void OrderedCombineInto8(const uint8_t* a, const uint8_t* b, uint8_t* destinatio
         },
         [&](int32_t i) {
           const __m128i av = loadu(pa + i), bv = loadu(pb + i);
-          auto half = [&](__m128i a16, __m128i b16) {
-            const __m128i lo = _mm_min_epi16(a16, b16), hi = _mm_max_epi16(a16, b16);
-            const __m128i p = mul16(v, a16, b16);
+          const __m128i lo8 = _mm_min_epu8(av, bv), hi8 = _mm_max_epu8(av, bv);
+          auto half = [&](__m128i lo, __m128i hi) {
+            const __m128i p = mul16(v, lo, hi);
             return _mm_sub_epi16(lo, mul16(v, _mm_sub_epi16(hi, lo), _mm_sub_epi16(lo, p)));
           };
-          stream(d + i, _mm_packus_epi16(half(widenLo(v, av), widenLo(v, bv)), half(widenHi(v, av), widenHi(v, bv))));
+          stream(d + i, _mm_packus_epi16(half(widenLo(v, lo8), widenLo(v, hi8)), half(widenHi(v, lo8), widenHi(v, hi8))));
         });
   }, plane(a, aStride), plane(b, bStride), plane(destination, destinationStride));
   // Non-temporal stores are weakly ordered: make them visible before returning.
