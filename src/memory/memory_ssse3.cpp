@@ -21,8 +21,9 @@ using Byte = unsigned char;
 
 // The library's copies, called through their addresses: one indirect jump straight
 // into the library rather than a second hop through the procedure linkage table.
+// Indexed by whether the runs overlap.
 using LibraryCopy = void* (*)(void*, const void*, std::size_t);
-constinit const LibraryCopy libraries[2] = {&memcpy, &memmove};  // [overlap]
+constinit const LibraryCopy libraries[2] = {&memcpy, &memmove};
 
 __m128i load(const Byte* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
 void store(Byte* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
