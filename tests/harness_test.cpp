@@ -108,13 +108,17 @@ TEST(Harness, GuardPagesAroundRows) {
   }
 }
 
-TEST(Harness, FilterMatchesNameOrSlot) {
+TEST(Harness, FilterMatchesNameOrSlotOfAnyGlob) {
   EXPECT_TRUE(matchesFilter(kCheck, ""));
   EXPECT_TRUE(matchesFilter(kCheck, "TestInv*"));
   EXPECT_TRUE(matchesFilter(kCheck, "blnd:999"));
   EXPECT_TRUE(matchesFilter(kCheck, "blnd:*"));
   EXPECT_FALSE(matchesFilter(kCheck, "memo:*"));
   EXPECT_FALSE(matchesFilter(kCheck, "Invert"));
+  // Comma-separated alternatives: any one may match.
+  EXPECT_TRUE(matchesFilter(kCheck, "memo:*,blnd:999"));
+  EXPECT_TRUE(matchesFilter(kCheck, "blnd:999,memo:*"));
+  EXPECT_FALSE(matchesFilter(kCheck, "memo:*,conv:*"));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // tarnell-host: loads a module into the reference host and reports what it does
 // on this processor, verifies every replaced slot against the host's routine, and
 // benchmarks host against module.
+#include <algorithm>
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
@@ -33,7 +34,7 @@ constexpr const char* kUsage =
     "options:\n"
     "  --module PATH        the module to load (default: Tarnell.qrx beside this program)\n"
     "  --seed N             verify: random seed (default: 1; printed with every failure)\n"
-    "  --filter GLOB        verify/bench: only checks whose name or suite:slot matches\n"
+    "  --filter GLOB[,GLOB]  verify/bench: only checks whose name or suite:slot matches one of them\n"
     "  --quick              verify: fewer alignment combinations\n"
     "  --guard-pages        verify: place rows against inaccessible pages\n"
     "  --size WxH           bench: plane size (default 256x256)\n"
@@ -259,10 +260,16 @@ int runBench(const Options& o, const char* argv0) {
     std::printf("%-48s %12s %12s %9s %10s %9s\n", "slot", "host ns", "module ns", "speedup", "module GB/s",
                 "vs memcpy");
   bool first = true;
+  struct Row {
+    double speedup, share;
+    std::string label;
+  };
+  std::vector<Row> rows;
   for (const verify::Check& check : verify::allChecks()) {
     if (!verify::matchesFilter(check, o.filter)) continue;
     const verify::BenchResult r = verify::benchCheck(check, *s.host, bo);
     if (!r.ran) continue;
+    rows.push_back({r.speedup(), r.memcpyShare(), verify::checkLabel(check)});
     const double gbps = r.moduleNs > 0 ? static_cast<double>(r.bytesMoved) / r.moduleNs : 0;
     const std::string label = verify::checkLabel(check);
     if (o.json) {
@@ -277,7 +284,25 @@ int runBench(const Options& o, const char* argv0) {
     }
     first = false;
   }
-  if (o.json) std::printf("\n]}\n");
+  if (o.json) {
+    std::printf("\n]}\n");
+  } else if (!rows.empty()) {
+    // The figures a speed target is stated in: the median speedup, and the slowest
+    // slot by speedup and by share of memcpy.
+    std::vector<double> speedups;
+    for (const Row& r : rows) speedups.push_back(r.speedup);
+    std::sort(speedups.begin(), speedups.end());
+    const std::size_t n = speedups.size();
+    const double median = n % 2 != 0 ? speedups[n / 2] : (speedups[n / 2 - 1] + speedups[n / 2]) / 2;
+    auto lowest = [&](auto key) {
+      return *std::min_element(rows.begin(), rows.end(), [&](const Row& a, const Row& b) { return key(a) < key(b); });
+    };
+    const Row slowest = lowest([](const Row& r) { return r.speedup; });
+    const Row leastShare = lowest([](const Row& r) { return r.share; });
+    std::printf("bench: %zu slots at %dx%d; median speedup %.2fx; lowest %.2fx (%s); lowest share of memcpy %.0f%% (%s)\n",
+                n, o.width, o.height, median, slowest.speedup, slowest.label.c_str(), 100 * leastShare.share,
+                leastShare.label.c_str());
+  }
   return 0;
 }
 

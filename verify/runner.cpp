@@ -237,12 +237,21 @@ double timeCall(void (*fn)(void*), void* context, double minSeconds) {
   return samples[2];
 }
 
+// A filter is one or more globs separated by commas; a check matches when any of
+// them matches its name, its "suite:slot" key or its whole label.
 bool matchesFilter(const Check& check, const std::string& filter) {
   if (filter.empty()) return true;
   const std::string label = checkLabel(check);
   const std::string key = label.substr(0, label.find(' '));
-  return globMatch(filter.c_str(), check.name) || globMatch(filter.c_str(), key.c_str()) ||
-         globMatch(filter.c_str(), label.c_str());
+  for (std::size_t begin = 0; begin <= filter.size();) {
+    const std::size_t end = std::min(filter.find(',', begin), filter.size());
+    const std::string glob = filter.substr(begin, end - begin);
+    if (!glob.empty() && (globMatch(glob.c_str(), check.name) || globMatch(glob.c_str(), key.c_str()) ||
+                          globMatch(glob.c_str(), label.c_str())))
+      return true;
+    begin = end + 1;
+  }
+  return false;
 }
 
 CheckResult runCheckOn(const Check& check, refhost::ReferenceHost& host, HostRoutine reference, HostRoutine candidate,
