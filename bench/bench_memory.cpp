@@ -74,103 +74,72 @@ Fn opaque(Fn fn) {
   return fn;
 }
 
-// ---------------------------------------------------------------- copies
-
-void memoCopy_memcpy(benchmark::State& state) {
+// Calls call(n) once per iteration, n the benchmark's byte count, and reports n
+// bytes per call.
+template <class Call>
+void measure(benchmark::State& state, Call call) {
   const auto n = static_cast<std::size_t>(state.range(0));
-  unsigned char* const from = fromArray();
-  unsigned char* const to = toArray();
-  void* (*const copy)(void*, const void*, std::size_t) = opaque(&std::memcpy);
   for (auto _ : state) {
-    copy(to, from, n);
+    call(n);
     benchmark::ClobberMemory();
   }
   setBytes(state, n);
 }
 
+// ---------------------------------------------------------------- copies
+
+void memoCopy_memcpy(benchmark::State& state) {
+  unsigned char *const from = fromArray(), *const to = toArray();
+  void* (*const copy)(void*, const void*, std::size_t) = opaque(&std::memcpy);
+  measure(state, [=](std::size_t n) { copy(to, from, n); });
+}
+
 void memoCopy_memcpy_direct(benchmark::State& state) {
-  const auto n = static_cast<std::size_t>(state.range(0));
-  unsigned char* const from = fromArray();
-  unsigned char* const to = toArray();
-  for (auto _ : state) {
-    std::memcpy(to, from, n);
-    benchmark::ClobberMemory();
-  }
-  setBytes(state, n);
+  unsigned char *const from = fromArray(), *const to = toArray();
+  measure(state, [=](std::size_t n) { std::memcpy(to, from, n); });
 }
 
 template <bool Best>
 void memoCopy_module(benchmark::State& state) {
-  const auto n = static_cast<std::size_t>(state.range(0));
-  unsigned char* const from = fromArray();
-  unsigned char* const to = toArray();
+  unsigned char *const from = fromArray(), *const to = toArray();
   const auto copy = routine<0>(Best);
-  for (auto _ : state) {
-    copy(from, to, static_cast<int32_t>(n));
-    benchmark::ClobberMemory();
-  }
-  setBytes(state, n);
+  measure(state, [=](std::size_t n) { copy(from, to, static_cast<int32_t>(n)); });
 }
 
 // ------------------------------------------------------------------ fills
 
 void memoFill_memset(benchmark::State& state) {
-  const auto n = static_cast<std::size_t>(state.range(0));
   unsigned char* const to = toArray();
   void* (*const fill)(void*, int, std::size_t) = opaque(&std::memset);
-  for (auto _ : state) {
-    fill(to, 0x5A, n);
-    benchmark::ClobberMemory();
-  }
-  setBytes(state, n);
+  measure(state, [=](std::size_t n) { fill(to, 0x5A, n); });
 }
 
 void memoFill_memset_direct(benchmark::State& state) {
-  const auto n = static_cast<std::size_t>(state.range(0));
   unsigned char* const to = toArray();
   int value = 0x5A;
   benchmark::DoNotOptimize(value);
-  for (auto _ : state) {
-    std::memset(to, value, n);
-    benchmark::ClobberMemory();
-  }
-  setBytes(state, n);
+  measure(state, [=](std::size_t n) { std::memset(to, value, n); });
 }
 
 template <bool Best>
 void memoFillBytes_module(benchmark::State& state) {
-  const auto n = static_cast<std::size_t>(state.range(0));
   unsigned char* const to = toArray();
   const auto fill = routine<3>(Best);
-  for (auto _ : state) {
-    fill(to, static_cast<int32_t>(n), 0x5A);
-    benchmark::ClobberMemory();
-  }
-  setBytes(state, n);
+  measure(state, [=](std::size_t n) { fill(to, static_cast<int32_t>(n), 0x5A); });
 }
 
 template <bool Best>
 void memoFillWords_module(benchmark::State& state) {
-  const auto n = static_cast<std::size_t>(state.range(0));
   unsigned char* const to = toArray();
   const auto fill = routine<65>(Best);
-  for (auto _ : state) {
-    fill(to, static_cast<int32_t>(n / 2), 0x5A3C);
-    benchmark::ClobberMemory();
-  }
-  setBytes(state, n);
+  measure(state, [=](std::size_t n) { fill(to, static_cast<int32_t>(n / 2), 0x5A3C); });
 }
 
 template <bool Best>
 void memoFillDwords_module(benchmark::State& state) {
-  const auto n = static_cast<std::size_t>(state.range(0));
   unsigned char* const to = toArray();
   const auto fill = routine<136>(Best);
-  for (auto _ : state) {
-    fill(to, static_cast<int32_t>(n / 4), 0x5A3C1E0Fu);
-    benchmark::ClobberMemory();
-  }
-  setBytes(state, n);
+  measure(state, [=](std::size_t n) { fill(to, static_cast<int32_t>(n / 4), 0x5A3C1E0Fu); });
 }
 
 BENCHMARK(memoCopy_memcpy)->Apply(sizes);
