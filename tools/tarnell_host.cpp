@@ -269,9 +269,9 @@ int runBench(const Options& o, const char* argv0) {
     if (!verify::matchesFilter(check, o.filter)) continue;
     const verify::BenchResult r = verify::benchCheck(check, *s.host, bo);
     if (!r.ran) continue;
-    rows.push_back({r.speedup(), r.memcpyShare(), verify::checkLabel(check)});
     const double gbps = r.moduleNs > 0 ? static_cast<double>(r.bytesMoved) / r.moduleNs : 0;
     const std::string label = verify::checkLabel(check);
+    rows.push_back({r.speedup(), r.memcpyShare(), label});
     if (o.json) {
       std::printf("%s\n  {\"suite\": \"%s\", \"slot\": %d, \"name\": \"%s\", \"host_ns\": %.1f, \"module_ns\": %.1f, "
                   "\"speedup\": %.3f, \"bytes\": %" PRIu64 ", \"module_gbps\": %.3f, \"memcpy_ns\": %.1f, "
