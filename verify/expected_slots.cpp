@@ -9,6 +9,13 @@ std::vector<int> expectedReplacedSlots(uint32_t suite, const FeatureSet& feature
   expectedBlend8(features, all);
   expectedMemory(features, all);
   expectedConvert(features, all);
+  expectedBlend16(features, all);
+  expectedBlendFloat(features, all);
+  expectedFilter(features, all);
+  expectedResample(features, all);
+  expectedPaint(features, all);
+  expectedPathFill(features, all);
+  expectedSelection(features, all);
   std::vector<int> slots;
   for (const ExpectedSlot& e : all)
     if (e.suite == suite) slots.push_back(e.slot);

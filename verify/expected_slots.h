@@ -30,5 +30,12 @@ std::vector<int> expectedReplacedSlots(uint32_t suite, const FeatureSet& feature
 void expectedBlend8(const FeatureSet& features, std::vector<ExpectedSlot>& out);
 void expectedMemory(const FeatureSet& features, std::vector<ExpectedSlot>& out);
 void expectedConvert(const FeatureSet& features, std::vector<ExpectedSlot>& out);
+void expectedBlend16(const FeatureSet& features, std::vector<ExpectedSlot>& out);
+void expectedBlendFloat(const FeatureSet& features, std::vector<ExpectedSlot>& out);
+void expectedFilter(const FeatureSet& features, std::vector<ExpectedSlot>& out);
+void expectedResample(const FeatureSet& features, std::vector<ExpectedSlot>& out);
+void expectedPaint(const FeatureSet& features, std::vector<ExpectedSlot>& out);
+void expectedPathFill(const FeatureSet& features, std::vector<ExpectedSlot>& out);
+void expectedSelection(const FeatureSet& features, std::vector<ExpectedSlot>& out);
 
 }  // namespace tarnell::verify

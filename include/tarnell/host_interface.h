@@ -192,3 +192,13 @@ TARNELL_SLOT(blnd, 106, FillWhereMaskClear8, void, const uint8_t* mask, uint8_t*
 TARNELL_SLOT(blnd, 115, OrderedCombineInto8, void, const uint8_t* a, const uint8_t* b, uint8_t* destination, int32_t rows, int32_t columns, int32_t aStride, int32_t bStride, int32_t destinationStride)
 
 }  // namespace tarnell
+
+// The other families' slots and record types, one header each, so that families
+// grow without touching each other's lines.
+#include <tarnell/slots_blend16.h>
+#include <tarnell/slots_blendf.h>
+#include <tarnell/slots_filter.h>
+#include <tarnell/slots_resample.h>
+#include <tarnell/slots_paint.h>
+#include <tarnell/slots_pathfill.h>
+#include <tarnell/slots_selection.h>
