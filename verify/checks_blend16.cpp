@@ -74,27 +74,22 @@ uint64_t invokeSD(HostRoutine r, const PlaneCall& c) {
 constexpr PlaneShape kShapeSD =
     makeShape(&invokeSD, 1, 2, {plane("source", Role::Input), plane("destination", Role::InOut)}, 0);
 
-// --- source, destination, mask
+// --- source, destination, mask; and first operand, destination (not read), second
+// operand: one argument order, (plane 0, plane 1, plane 2, rows, columns, three strides)
 template <int Slot>
-uint64_t invokeSDM(HostRoutine r, const PlaneCall& c) {
+uint64_t invokeMiddleOut(HostRoutine r, const PlaneCall& c) {
   fn<Slot>(r)(in(c, 0), out(c, 1), in(c, 2), c.rows, c.columns, c.stride[0], c.stride[1], c.stride[2]);
   return 0;
 }
 template <int Slot>
 constexpr PlaneShape kShapeSDM = makeShape(
-    &invokeSDM<Slot>, 1, 3,
+    &invokeMiddleOut<Slot>, 1, 3,
     {plane("source", Role::Input), plane("destination", Role::InOut), plane("mask", Role::Input, Samples::Mask15)},
     0);
-
-// --- first operand, destination (not read), second operand
-template <int Slot>
-uint64_t invokeADB(HostRoutine r, const PlaneCall& c) {
-  fn<Slot>(r)(in(c, 0), out(c, 1), in(c, 2), c.rows, c.columns, c.stride[0], c.stride[1], c.stride[2]);
-  return 0;
-}
 template <int Slot>
 constexpr PlaneShape kShapeADB = makeShape(
-    &invokeADB<Slot>, 1, 3, {plane("a", Role::Input), plane("destination", Role::Output), plane("b", Role::Input)}, 0);
+    &invokeMiddleOut<Slot>, 1, 3,
+    {plane("a", Role::Input), plane("destination", Role::Output), plane("b", Role::Input)}, 0);
 
 // --- a, b, then the destination (not read); the complement forms take three flag bytes last
 uint64_t invokeOrdered(HostRoutine r, const PlaneCall& c) {

@@ -159,8 +159,9 @@ BLEND16_INLINE void eachRow(int32_t rows, Body body, Plane<B>... planes) {
   for (; rows-- > 0; ((planes.row += planes.step), ...)) body(planes.row...);
 }
 
-// d' = P(a, b) on two input planes into a destination that is not read,
-// with each operand and the result optionally complemented (32768 - x).
+// d' = P(a, b) on two input planes into a destination that is not read, with
+// each operand and the result optionally complemented (32768 - x). The destination
+// is written with non-temporal stores; the callers end with a store fence.
 template <bool CA, bool CB, bool CR>
 void complementMultiply(const uint16_t* a, const uint16_t* b, uint16_t* destination, int32_t rows, int32_t columns,
                         int32_t aStride, int32_t bStride, int32_t destinationStride) {
@@ -181,6 +182,28 @@ void complementMultiply(const uint16_t* a, const uint16_t* b, uint16_t* destinat
           return CR ? narrowComplement(v, mulWide(x, y)) : narrow(v, mulWide(x, y));
         });
   }, plane(a, aStride), plane(b, bStride), plane(destination, destinationStride));
+}
+
+// The mixes form x m + (32768 - m) d as one 32-bit sum, rounded and shifted once;
+// x is the source, or its product with the destination.
+template <bool MultiplyFirst>
+void mixThroughMask(const uint16_t* source, uint16_t* destination, const uint16_t* mask, int32_t rows, int32_t columns,
+                    int32_t sourceStride, int32_t destinationStride, int32_t maskStride) {
+  const Vectors v;
+  eachRow(rows, [&](const Byte* s, Byte* d, const Byte* m) {
+    row<Store::Cached>(
+        d, columns,
+        [&](int32_t i) {
+          const uint32_t mv = get(m, i), dv = get(d, i);
+          const uint32_t x = MultiplyFirst ? p16(get(s, i), dv) : get(s, i);
+          set(d, i, (x * mv + (kFull - mv) * dv + 16384) >> 15);
+        },
+        [&](int32_t i, auto aligned) {
+          const __m128i dv = loadd(d, i, aligned);
+          const __m128i x = MultiplyFirst ? narrow(v, mulWide(loadu(s, i), dv)) : loadu(s, i);
+          return mix(v, x, loadu(m, i), dv);
+        });
+  }, plane(source, sourceStride), plane(destination, destinationStride), plane(mask, maskStride));
 }
 
 }  // namespace
@@ -208,41 +231,17 @@ void MultiplySource16(const uint16_t* source, uint16_t* destination, int32_t row
   }, plane(source, sourceStride), plane(destination, destinationStride));
 }
 
-// The mixes form s m + (32768 - m) d as one 32-bit sum, rounded and shifted once.
 void MixSourceThroughMask16(const uint16_t* source, uint16_t* destination, const uint16_t* mask, int32_t rows,
                             int32_t columns, int32_t sourceStride, int32_t destinationStride, int32_t maskStride) {
   if (rows < 1 || columns < 1) return;
-  const Vectors v;
-  eachRow(rows, [&](const Byte* s, Byte* d, const Byte* m) {
-    row<Store::Cached>(
-        d, columns,
-        [&](int32_t i) {
-          const uint32_t mv = get(m, i);
-          set(d, i, (get(s, i) * mv + (kFull - mv) * get(d, i) + 16384) >> 15);
-        },
-        [&](int32_t i, auto aligned) {
-          return mix(v, loadu(s, i), loadu(m, i), loadd(d, i, aligned));
-        });
-  }, plane(source, sourceStride), plane(destination, destinationStride), plane(mask, maskStride));
+  mixThroughMask<false>(source, destination, mask, rows, columns, sourceStride, destinationStride, maskStride);
 }
 
 void MultiplySourceThroughMask16(const uint16_t* source, uint16_t* destination, const uint16_t* mask, int32_t rows,
                                  int32_t columns, int32_t sourceStride, int32_t destinationStride,
                                  int32_t maskStride) {
   if (rows < 1 || columns < 1) return;
-  const Vectors v;
-  eachRow(rows, [&](const Byte* s, Byte* d, const Byte* m) {
-    row<Store::Cached>(
-        d, columns,
-        [&](int32_t i) {
-          const uint32_t mv = get(m, i), dv = get(d, i);
-          set(d, i, (p16(get(s, i), dv) * mv + (kFull - mv) * dv + 16384) >> 15);
-        },
-        [&](int32_t i, auto aligned) {
-          const __m128i dv = loadd(d, i, aligned);
-          return mix(v, narrow(v, mulWide(loadu(s, i), dv)), loadu(m, i), dv);
-        });
-  }, plane(source, sourceStride), plane(destination, destinationStride), plane(mask, maskStride));
+  mixThroughMask<true>(source, destination, mask, rows, columns, sourceStride, destinationStride, maskStride);
 }
 
 // The destination of the "into" forms is not read, so the vector body bypasses
@@ -251,24 +250,15 @@ void MultiplySourceThroughMask16(const uint16_t* source, uint16_t* destination, 
 void MultiplyInto16(const uint16_t* a, uint16_t* destination, const uint16_t* b, int32_t rows, int32_t columns,
                     int32_t aStride, int32_t destinationStride, int32_t bStride) {
   if (rows < 1 || columns < 1) return;
-  const Vectors v;
-  eachRow(rows, [&](const Byte* pa, Byte* d, const Byte* pb) {
-    row<Store::Stream>(d, columns, [&](int32_t i) { set(d, i, p16(get(pa, i), get(pb, i))); },
-                       [&](int32_t i, auto) { return narrow(v, mulWide(loadu(pa, i), loadu(pb, i))); });
-  }, plane(a, aStride), plane(destination, destinationStride), plane(b, bStride));
+  complementMultiply<false, false, false>(a, b, destination, rows, columns, aStride, bStride, destinationStride);
   _mm_sfence();
 }
 
+// 32768 - P(32768 - a, b): the complement form with a and the result complemented.
 void InverseMultiplyInto16(const uint16_t* a, uint16_t* destination, const uint16_t* b, int32_t rows, int32_t columns,
                            int32_t aStride, int32_t destinationStride, int32_t bStride) {
   if (rows < 1 || columns < 1) return;
-  const Vectors v;
-  eachRow(rows, [&](const Byte* pa, Byte* d, const Byte* pb) {
-    row<Store::Stream>(d, columns, [&](int32_t i) { set(d, i, kFull - p16(kFull - get(pa, i), get(pb, i))); },
-                       [&](int32_t i, auto) {
-                         return narrowComplement(v, mulWide(complement(v, loadu(pa, i)), loadu(pb, i)));
-                       });
-  }, plane(a, aStride), plane(destination, destinationStride), plane(b, bStride));
+  complementMultiply<true, false, true>(a, b, destination, rows, columns, aStride, bStride, destinationStride);
   _mm_sfence();
 }
 
