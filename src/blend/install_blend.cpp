@@ -1,4 +1,5 @@
 #include "blend/blend8.h"
+#include "blend/blendf.h"
 #include "host/install.h"
 #include "host/module_state.h"
 
@@ -78,8 +79,8 @@ void installBlend(const SuiteWriter<code::blnd>& w, const CpuFeatureFlags& flags
     w.put<27>(&ScreenSource8);
   }
   if (flags.sse2 == 0) return;
-  // The SSE2 group, 8-bit members in the group's order. Its 16-bit and float
-  // members are not written yet; their slots keep the host's routines.
+  // The SSE2 group in the group's order. Its 16-bit members are not written yet;
+  // their slots keep the host's routines.
   w.put<1>(&ScaleByConstant8);
   w.put<3>(&MixConstantThroughMask8);
   w.put<2>(&MixSourceThroughMask8);
@@ -104,6 +105,12 @@ void installBlend(const SuiteWriter<code::blnd>& w, const CpuFeatureFlags& flags
   w.put<106>(&FillWhereMaskClear8);
   w.put<115>(&OrderedCombineInto8);
   w.put<56>(&MultiplyWithOpacity8);
+  w.put<277>(&blendf::DarkenTowardSourceFloat);
+  w.put<276>(&blendf::LightenTowardSourceFloat);
+  w.put<320>(&blendf::OverlaySourceFloat);
+  w.put<275>(&blendf::FloatCompositeRecord275);
+  w.put<278>(&blendf::AddSourceFloat);
+  w.put<289>(&blendf::MinSourceFloat);
 }
 
 int32_t InstallBlendRoutines(HostInfo* /*hostInfo*/) {
