@@ -21,12 +21,16 @@
 //   mask sets every destination sample to +0, addressed as 'memo' slot 110 does
 //   (rows by the row stride in bytes, samples by sampleStep >> 2 floats), whatever
 //   the layout.
-// - 289: d = s < d ? s : d; 290: d = s > d ? s : d (a NaN keeps d); strides in
-//   bytes, shifted as above; rows by rows under truncation (which no result shows).
+// - 289: d = s < d ? s : d; 290: d = s > d ? s : d (a NaN keeps d), as the
+//   processor's scalar minimum and maximum give them (with denormals-are-zero a
+//   denormal operand is written as a zero); strides in bytes, shifted as above; 289
+//   runs under truncation (which no result shows).
 // - 275: its formula is the real host's alone. This host's routine only notes the
 //   call (the record's address) in the call log and changes nothing.
 // - 289, 290 and 275 record every call: 289/290 as (source, destination,
 //   columns | rows << 32, sourceRowStride | destinationRowStride << 32).
+#include <xmmintrin.h>
+
 #include <cstdint>
 
 #include "refhost/portable.h"
@@ -40,24 +44,19 @@ uintptr_t pair(int32_t low, int32_t high) {
   return uintptr_t{static_cast<uint32_t>(low)} | (uintptr_t{static_cast<uint32_t>(high)} << 32);
 }
 
-// The rounding-control field set to truncation while one lives; the whole
-// control and status word is put back when it ends.
-class Truncation {
- public:
-  Truncation() {
-    asm volatile("stmxcsr %0" : "=m"(saved_));
-    const uint32_t truncate = saved_ | 0x6000u;
-    asm volatile("ldmxcsr %0" : : "m"(truncate) : "memory");
-  }
-  ~Truncation() { asm volatile("ldmxcsr %0" : : "m"(saved_) : "memory"); }
-  Truncation(const Truncation&) = delete;
-  Truncation& operator=(const Truncation&) = delete;
+// Runs f with the rounding-control field set to truncation, then puts the whole
+// control and status word back. Values f computes with come from memory or pass
+// fenced(), so the compiler cannot compute them before the mode is set.
+template <class F>
+void truncating(F f) {
+  uint32_t saved;
+  asm volatile("stmxcsr %0" : "=m"(saved));
+  const uint32_t truncate = saved | 0x6000u;
+  asm volatile("ldmxcsr %0" : : "m"(truncate) : "memory");
+  f();
+  asm volatile("ldmxcsr %0" : : "m"(saved) : "memory");
+}
 
- private:
-  uint32_t saved_;
-};
-
-// Keeps the compiler from computing with a value before the rounding mode is set.
 float fenced(float v) {
   asm volatile("" : "+x"(v));
   return v;
@@ -117,26 +116,26 @@ void eachSample(const FloatCompositeRecord& rec, float constant, F f) {
     }
 }
 
-void minimum(const float* source, float* destination, int32_t columns, int32_t rows, int32_t sourceRowStride,
-             int32_t destinationRowStride) {
-  const Truncation truncation;
+// d = s < d ? s : d (minimum) or s > d ? s : d (maximum), as the processor's
+// minimum and maximum give it: with denormals-are-zero a denormal operand counts,
+// and is written, as a zero of its sign.
+template <bool Minimum>
+void extremum(const float* source, float* destination, int32_t columns, int32_t rows, int32_t sourceRowStride,
+              int32_t destinationRowStride) {
   for (int32_t r = 0; r < rows; ++r)
     for (int32_t c = 0; c < columns; ++c) {
       float& d = sampleAt(destination, destinationRowStride, 4, r, c);
       const float s = sampleAt(source, sourceRowStride, 4, r, c);
-      d = s < d ? s : d;
+      const __m128 sv = _mm_set_ss(s), dv = _mm_set_ss(d);
+      d = _mm_cvtss_f32(Minimum ? _mm_min_ss(sv, dv) : _mm_max_ss(sv, dv));
     }
 }
 
-void maximum(const float* source, float* destination, int32_t columns, int32_t rows, int32_t sourceRowStride,
+void minimum(const float* source, float* destination, int32_t columns, int32_t rows, int32_t sourceRowStride,
              int32_t destinationRowStride) {
-  for (int32_t r = 0; r < rows; ++r)
-    for (int32_t c = 0; c < columns; ++c) {
-      float& d = sampleAt(destination, destinationRowStride, 4, r, c);
-      const float s = sampleAt(source, sourceRowStride, 4, r, c);
-      d = s > d ? s : d;
-    }
+  truncating([&] { extremum<true>(source, destination, columns, rows, sourceRowStride, destinationRowStride); });
 }
+constexpr auto maximum = &extremum<false>;
 
 bool packed(int32_t rowStride, int32_t step) { return step == 4 && rowStride >= 0; }
 
@@ -166,10 +165,11 @@ void composite(Formula f, const FloatCompositeRecord* record) {
     return eachSample(rec, 0.0f, [&](float d, float s, float) { return apply(f, d, s, k, true); });
   }
   if (fast && which == 6) return eachSample(rec, 0.0f, [&](float d, float s, float m) { return apply(f, d, s, m, true); });
-  const Truncation truncation;
-  const float k = fenced(static_cast<float>(rec.opacity)) / 255.0f;
-  const float constant = fenced(rec.sourceConstant);
-  eachSample(rec, constant, [&](float d, float s, float m) { return apply(f, d, s, k * m, true); });
+  truncating([&] {
+    const float k = fenced(static_cast<float>(rec.opacity)) / 255.0f;
+    const float constant = fenced(rec.sourceConstant);
+    eachSample(rec, constant, [&](float d, float s, float m) { return apply(f, d, s, k * m, true); });
+  });
 }
 
 void lightenTowardSourceFloat(const FloatCompositeRecord* record) { composite(Formula::Lighten, record); }
@@ -181,26 +181,20 @@ void floatComposite275(const FloatCompositeRecord* record) {
   if (ReferenceHost* host = ReferenceHost::active()) host->record({code::blnd, 275, {word(record), 0, 0, 0}});
 }
 
-void minSourceFloat(const float* source, float* destination, int32_t columns, int32_t rows, int32_t sourceRowStride,
-                    int32_t destinationRowStride) {
+// 289 and 290 as the host's tables hold them: each call recorded, then done.
+template <int Slot, auto Routine>
+void recordedPair(const float* source, float* destination, int32_t columns, int32_t rows, int32_t sourceRowStride,
+                  int32_t destinationRowStride) {
   if (ReferenceHost* host = ReferenceHost::active())
-    host->record({code::blnd, 289,
+    host->record({code::blnd, Slot,
                   {word(source), word(destination), pair(columns, rows), pair(sourceRowStride, destinationRowStride)}});
-  minimum(source, destination, columns, rows, sourceRowStride, destinationRowStride);
-}
-
-void maxSourceFloat(const float* source, float* destination, int32_t columns, int32_t rows, int32_t sourceRowStride,
-                    int32_t destinationRowStride) {
-  if (ReferenceHost* host = ReferenceHost::active())
-    host->record({code::blnd, 290,
-                  {word(source), word(destination), pair(columns, rows), pair(sourceRowStride, destinationRowStride)}});
-  maximum(source, destination, columns, rows, sourceRowStride, destinationRowStride);
+  Routine(source, destination, columns, rows, sourceRowStride, destinationRowStride);
 }
 
 const PortableRoutine kRoutines[] = {
     portable<code::blnd, 275>(&floatComposite275),        portable<code::blnd, 276>(&lightenTowardSourceFloat),
     portable<code::blnd, 277>(&darkenTowardSourceFloat),  portable<code::blnd, 278>(&addSourceFloat),
-    portable<code::blnd, 289>(&minSourceFloat),           portable<code::blnd, 290>(&maxSourceFloat),
+    portable<code::blnd, 289>(&recordedPair<289, &minimum>), portable<code::blnd, 290>(&recordedPair<290, maximum>),
     portable<code::blnd, 320>(&overlaySourceFloat),
 };
 

@@ -131,11 +131,25 @@ RecordSpec randomSpec(Rng& rng) {
   return s;
 }
 
-// Records built on purpose, numbered: every case (source, mask, partial opacity)
-// with all planes packed and with one plane off the packed layout in each of four
-// ways; the darken short cut and its near misses; each nothing-to-do field.
+constexpr int kWidthSweep = 64 * 4;
+
+// Records built on purpose, numbered: every width from 1 to 64 at every
+// destination misalignment in a random case; every case (source, mask, partial
+// opacity) with all planes packed and with one plane off the packed layout in each
+// of four ways; the darken short cut and its near misses; each nothing-to-do field.
 RecordSpec purposefulSpec(Rng& rng, int n) {
   static const int32_t kWidths[] = {1, 2, 3, 4, 5, 7, 8, 9, 15, 16, 17, 31, 33, 64, 67, 100};
+  if (n < kWidthSweep) {
+    RecordSpec s = randomSpec(rng);
+    s.kind = 3;
+    s.columns = 1 + n / 4;
+    s.rows = 1 + n % 2;
+    s.opacity = static_cast<uint8_t>(s.opacity == 0 ? 255 : s.opacity);
+    s.plane[kDestination] = layoutFor(rng, s.columns, true);
+    s.plane[kDestination].misalign = 4 * (n % 4);
+    return s;
+  }
+  n -= kWidthSweep;
   RecordSpec s;
   s.columns = kWidths[n % 16];
   s.rows = 1 + n % 3;
@@ -183,7 +197,7 @@ RecordSpec purposefulSpec(Rng& rng, int n) {
   }
   return s;
 }
-constexpr int kPurposeful = 16 * (8 * 13 + 10);
+constexpr int kPurposeful = kWidthSweep + 16 * (8 * 13 + 10);
 
 // ------------------------------------------------------------ planes
 

@@ -68,10 +68,13 @@ BLENDF_INLINE __m128 select(__m128 where, __m128 yes, __m128 no) {
 // apply(d, s, w) gives the new destination sample; Weighted false: w is 1 and no
 // multiply is done (the cases without opacity or mask).
 
-struct Lighten {
+// Moves d toward s where s lies on the routine's side of d: above it (lighten)
+// or below it (darken).
+template <bool Below>
+struct Toward {
   template <bool Weighted>
   static BLENDF_INLINE float apply(float d, float s, float w) {
-    if (!(s > d)) return d;
+    if (!(Below ? d > s : s > d)) return d;
     float t = s - d;
     if (Weighted) t = t * w;
     return d + t;
@@ -80,25 +83,11 @@ struct Lighten {
   static BLENDF_INLINE __m128 apply(__m128 d, __m128 s, __m128 w) {
     __m128 t = _mm_sub_ps(s, d);
     if (Weighted) t = _mm_mul_ps(t, w);
-    return select(_mm_cmpgt_ps(s, d), _mm_add_ps(d, t), d);
+    return select(Below ? _mm_cmpgt_ps(d, s) : _mm_cmpgt_ps(s, d), _mm_add_ps(d, t), d);
   }
 };
-
-struct Darken {
-  template <bool Weighted>
-  static BLENDF_INLINE float apply(float d, float s, float w) {
-    if (!(d > s)) return d;
-    float t = s - d;
-    if (Weighted) t = t * w;
-    return d + t;
-  }
-  template <bool Weighted>
-  static BLENDF_INLINE __m128 apply(__m128 d, __m128 s, __m128 w) {
-    __m128 t = _mm_sub_ps(s, d);
-    if (Weighted) t = _mm_mul_ps(t, w);
-    return select(_mm_cmpgt_ps(d, s), _mm_add_ps(d, t), d);
-  }
-};
+using Lighten = Toward<false>;
+using Darken = Toward<true>;
 
 // d + w s, no clamping.
 struct Add {
