@@ -57,6 +57,8 @@ void truncating(F f) {
   asm volatile("ldmxcsr %0" : : "m"(saved) : "memory");
 }
 
+// Also keeps the compiler from folding "d kept" and "d + change" into one addition
+// of a selected change or -0, which flush-to-zero and denormals-are-zero break.
 float fenced(float v) {
   asm volatile("" : "+x"(v));
   return v;
@@ -100,7 +102,7 @@ float apply(Formula f, float d, float s, float w, bool weighted) {
     }
   }
   if (weighted) change = change * w;
-  return d + change;
+  return fenced(d + change);
 }
 
 // Every sample of the record's rectangle: f(r, c, d, s, m) with m = 1 without a mask.

@@ -47,15 +47,19 @@ class TruncatingRounding {
   uint32_t saved_;
 };
 
-// The compiler does not know that arithmetic depends on the rounding mode: values
-// passed through here are computed only after the mode in force was set.
-BLENDF_INLINE float afterModeSet(float v) {
+// The compiler assumes the default floating-point environment. A value passed
+// through here is one it can neither compute before the mode in force was set nor
+// fold into an identity that flush-to-zero or denormals-are-zero would break (a
+// sample kept as d must keep its bits, not become d + -0).
+BLENDF_INLINE float opaque(float v) {
   asm volatile("" : "+x"(v));
   return v;
 }
-BLENDF_INLINE float opacityWeight(uint8_t opacity) {
-  return afterModeSet(static_cast<float>(opacity)) / 255.0f;
+BLENDF_INLINE __m128 opaque(__m128 v) {
+  asm("" : "+x"(v));
+  return v;
 }
+BLENDF_INLINE float opacityWeight(uint8_t opacity) { return opaque(static_cast<float>(opacity)) / 255.0f; }
 
 // Byte strides and steps become float strides by an arithmetic shift.
 BLENDF_INLINE std::ptrdiff_t floats(int32_t bytes) { return static_cast<std::ptrdiff_t>(bytes >> 2); }
@@ -77,13 +81,13 @@ struct Toward {
     if (!(Below ? d > s : s > d)) return d;
     float t = s - d;
     if (Weighted) t = t * w;
-    return d + t;
+    return opaque(d + t);
   }
   template <bool Weighted>
   static BLENDF_INLINE __m128 apply(__m128 d, __m128 s, __m128 w) {
     __m128 t = _mm_sub_ps(s, d);
     if (Weighted) t = _mm_mul_ps(t, w);
-    return select(Below ? _mm_cmpgt_ps(d, s) : _mm_cmpgt_ps(s, d), _mm_add_ps(d, t), d);
+    return select(Below ? _mm_cmpgt_ps(d, s) : _mm_cmpgt_ps(s, d), opaque(_mm_add_ps(d, t)), d);
   }
 };
 using Lighten = Toward<false>;
@@ -121,11 +125,13 @@ struct Overlay {
   }
 };
 
-// min(d, s) as s < d ? s : d (a NaN keeps d).
+// min(d, s) as s < d ? s : d (a NaN keeps d), by the minimum instruction in
+// both forms: with denormals-are-zero it writes a denormal operand as zero, which a
+// compare and a move would not.
 struct Min {
   template <bool>
   static BLENDF_INLINE float apply(float d, float s, float) {
-    return s < d ? s : d;
+    return _mm_cvtss_f32(_mm_min_ss(_mm_set_ss(s), _mm_set_ss(d)));
   }
   template <bool>
   static BLENDF_INLINE __m128 apply(__m128 d, __m128 s, __m128) {
@@ -215,7 +221,7 @@ void generalLoop(const FloatCompositeRecord& r) {
   const TruncatingRounding truncating;
   if (r.rows < 1 || r.columns < 1) return;
   const float k = opacityWeight(r.opacity);
-  const float c = afterModeSet(r.sourceConstant);
+  const float c = opaque(r.sourceConstant);
   const std::ptrdiff_t dRow = floats(r.destinationRowStride), dStep = floats(r.destinationSampleStep);
   const std::ptrdiff_t sRow = floats(r.sourceRowStride), sStep = floats(r.sourceSampleStep);
   const std::ptrdiff_t mRow = floats(r.maskRowStride), mStep = floats(r.maskSampleStep);
