@@ -411,7 +411,7 @@ void verifyFloatComposite(Context& ctx, HostRoutine host, HostRoutine module) {
 // overlay), or for the minimum one call, or for 275 one case-5 record.
 struct FloatCompositeBench final : BenchCase {
   FloatCompositeBench(int slot, CallFn fn, std::vector<int> cases, int width, int height)
-      : call(fn), forwarded(slot == 275) {
+      : call(fn), recorded(slot == 275 || slot == 289) {
     Rng rng(static_cast<uint64_t>(slot));
     const std::size_t n = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
     for (std::vector<float>* plane : {&source, &destination, &mask}) {
@@ -436,12 +436,12 @@ struct FloatCompositeBench final : BenchCase {
   }
   void run(HostRoutine routine) override {
     for (const Record& r : records) call(routine, r);
-    // The host's routine of 275 notes every call: keep its log short.
-    if (forwarded && ++runs % 4096 == 0)
+    // The host's routines of 275 and 289 note every call: keep the log short.
+    if (recorded && ++runs % 4096 == 0)
       if (refhost::ReferenceHost* host = refhost::ReferenceHost::active()) host->clearLogs();
   }
   CallFn call;
-  bool forwarded;
+  bool recorded;
   uint64_t runs = 0;
   std::vector<float> source, destination, mask;
   std::vector<Record> records;
