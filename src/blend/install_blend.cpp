@@ -1,5 +1,6 @@
 #include "blend/blend16.h"
 #include "blend/blend8.h"
+#include "blend/blendf.h"
 #include "host/install.h"
 #include "host/module_state.h"
 
@@ -84,7 +85,7 @@ void installBlend(const SuiteWriter<code::blnd>& w, const CpuFeatureFlags& flags
     w.put<27>(&ScreenSource8);
   }
   if (flags.sse2 == 0) return;
-  // The SSE2 group in the group's order: 8-bit and 16-bit members, the
+  // The SSE2 group in the group's order: 8-bit, 16-bit and float members, the
   // forwarded slots in their places.
   w.put<1>(&ScaleByConstant8);
   w.put<3>(&MixConstantThroughMask8);
@@ -124,6 +125,12 @@ void installBlend(const SuiteWriter<code::blnd>& w, const CpuFeatureFlags& flags
   w.put<222>(&FillWhereMaskClear16);
   w.put<223>(&OrderedCombineInto16);
   w.put<56>(&MultiplyWithOpacity8);
+  w.put<277>(&blendf::DarkenTowardSourceFloat);
+  w.put<276>(&blendf::LightenTowardSourceFloat);
+  w.put<320>(&blendf::OverlaySourceFloat);
+  w.put<275>(&blendf::FloatCompositeRecord275);
+  w.put<278>(&blendf::AddSourceFloat);
+  w.put<289>(&blendf::MinSourceFloat);
 }
 
 int32_t InstallBlendRoutines(HostInfo* /*hostInfo*/) {
