@@ -75,7 +75,7 @@ struct Layout {
 enum class Values { Unit, Wide, Specials };
 
 // A record before it has planes: what the builder draws or a case fixes.
-struct RecordSpec {
+struct RecordPlan {
   int32_t kind = 3, columns = 1, rows = 1;
   Layout plane[kPlanes];
   float constant = 0.5f;
@@ -84,7 +84,7 @@ struct RecordSpec {
   Values values[kPlanes] = {Values::Unit, Values::Unit, Values::Unit};
 };
 
-std::string describe(const Context& ctx, const RecordSpec& s) {
+std::string describe(const Context& ctx, const RecordPlan& s) {
   std::ostringstream out;
   out << checkLabel(ctx.check()) << " [seed " << ctx.seed() << "] kind=" << s.kind << " columns=" << s.columns
       << " rows=" << s.rows << " opacity=" << int{s.opacity} << " constant=0x" << std::hex << floatBits(s.constant)
@@ -109,12 +109,12 @@ Layout layoutFor(Rng& rng, int32_t columns, bool packed) {
 }
 
 // A random record: any case, any layout, sometimes nothing to do.
-RecordSpec randomSpec(Rng& rng) {
+RecordPlan randomPlan(Rng& rng) {
   static const int32_t kWidths[] = {0, -1, -7, 63, 64, 65, 257, 1031};
   static const int32_t kRows[] = {0, -1, -2};
   static const int32_t kKinds[] = {2, 0, -3, 4};
   static const uint8_t kOpacities[] = {0, 1, 254, 255, 255, 255, 128};
-  RecordSpec s;
+  RecordPlan s;
   s.kind = rng.chance(16) ? pick(rng, kKinds) : 3;
   s.columns = rng.chance(8) ? pick(rng, kWidths) : static_cast<int32_t>(rng.range(1, 40));
   s.rows = rng.chance(12) ? pick(rng, kRows) : static_cast<int32_t>(rng.range(1, 4));
@@ -137,10 +137,10 @@ constexpr int kWidthSweep = 64 * 4;
 // destination misalignment in a random case; every case (source, mask, partial
 // opacity) with all planes packed and with one plane off the packed layout in each
 // of four ways; the darken short cut and its near misses; each nothing-to-do field.
-RecordSpec purposefulSpec(Rng& rng, int n) {
+RecordPlan purposefulPlan(Rng& rng, int n) {
   static const int32_t kWidths[] = {1, 2, 3, 4, 5, 7, 8, 9, 15, 16, 17, 31, 33, 64, 67, 100};
   if (n < kWidthSweep) {
-    RecordSpec s = randomSpec(rng);
+    RecordPlan s = randomPlan(rng);
     s.kind = 3;
     s.columns = 1 + n / 4;
     s.rows = 1 + n % 2;
@@ -150,7 +150,7 @@ RecordSpec purposefulSpec(Rng& rng, int n) {
     return s;
   }
   n -= kWidthSweep;
-  RecordSpec s;
+  RecordPlan s;
   s.columns = kWidths[n % 16];
   s.rows = 1 + n % 3;
   s.csr = kCallerCsr[n % 6];
@@ -217,7 +217,7 @@ struct Planes {
   std::size_t first[kPlanes] = {};
 };
 
-Planes makePlanes(Rng& rng, const RecordSpec& s) {
+Planes makePlanes(Rng& rng, const RecordPlan& s) {
   Planes planes;
   const int64_t rows = s.rows < 1 ? 1 : s.rows, columns = s.columns < 1 ? 1 : s.columns;
   for (int p = 0; p < kPlanes; ++p) {
@@ -244,7 +244,7 @@ float* sampleZero(Planes& planes, int p) {
   return reinterpret_cast<float*>(planes.bytes[p].data() + planes.first[p]);
 }
 
-Record recordFor(const RecordSpec& s, Planes& planes) {
+Record recordFor(const RecordPlan& s, Planes& planes) {
   Record r{};
   r.kind = s.kind;
   r.columns = s.columns;
@@ -276,7 +276,7 @@ void callMinimum(HostRoutine routine, const Record& r) {
 }
 
 // The minimum takes two packed planes and no record: the same records, shaped so.
-void shapeForMinimum(RecordSpec& s) {
+void shapeForMinimum(RecordPlan& s) {
   for (int p : {kSource, kDestination}) {
     s.plane[p].present = true;
     s.plane[p].step = 4;
@@ -329,34 +329,34 @@ bool sameCalls(const std::vector<refhost::CallRecord>& a, const std::vector<refh
 
 // One record: the host's routine and the module's on identical planes, with the
 // same caller control word. Returns false when the check should stop.
-bool runRecord(Context& ctx, int slot, CallFn call, HostRoutine host, HostRoutine module, const RecordSpec& spec) {
-  const Planes pristine = makePlanes(ctx.rng(), spec);
+bool runRecord(Context& ctx, int slot, CallFn call, HostRoutine host, HostRoutine module, const RecordPlan& plan) {
+  const Planes pristine = makePlanes(ctx.rng(), plan);
   Planes hostPlanes = pristine, modulePlanes = pristine;
-  const Record hostRecord = recordFor(spec, hostPlanes), moduleRecord = recordFor(spec, modulePlanes);
+  const Record hostRecord = recordFor(plan, hostPlanes), moduleRecord = recordFor(plan, modulePlanes);
   const uint32_t own = readCsr();
-  writeCsr(spec.csr);
+  writeCsr(plan.csr);
   call(host, hostRecord);
   const uint32_t afterHost = readCsr();
   writeCsr(own);
   ctx.host().clearLogs();
-  writeCsr(spec.csr);
+  writeCsr(plan.csr);
   call(module, moduleRecord);
   const uint32_t afterModule = readCsr();
   writeCsr(own);
   const std::vector<refhost::CallRecord> calls = ctx.host().calls();
   ctx.countCase();
 
-  auto fail = [&](const std::string& what) { return ctx.fail(describe(ctx, spec) + ": " + what); };
-  if ((afterModule & ~kStickyFlags) != (spec.csr & ~kStickyFlags)) {
+  auto fail = [&](const std::string& what) { return ctx.fail(describe(ctx, plan) + ": " + what); };
+  if ((afterModule & ~kStickyFlags) != (plan.csr & ~kStickyFlags)) {
     std::ostringstream out;
     out << "the module left the control word at 0x" << std::hex << afterModule;
     if (!fail(out.str())) return false;
   }
-  if ((afterHost & ~kStickyFlags) != (spec.csr & ~kStickyFlags) && !fail("the host routine changed the control word"))
+  if ((afterHost & ~kStickyFlags) != (plan.csr & ~kStickyFlags) && !fail("the host routine changed the control word"))
     return false;
   // The constant is compared with 0 as the caller's mode compares it (a denormal
   // is 0 when denormals count as zero).
-  writeCsr(spec.csr);
+  writeCsr(plan.csr);
   const std::vector<refhost::CallRecord> expected = expectedCalls(slot, moduleRecord, ctx.host());
   writeCsr(own);
   if (!sameCalls(calls, expected)) {
@@ -398,9 +398,9 @@ void verifyFloatComposite(Context& ctx, HostRoutine host, HostRoutine module) {
   constexpr CallFn call = callOf<Slot>();
   const int randomCount = ctx.thorough() ? 3000 : 600;
   for (int n = 0; n < kPurposeful + randomCount; ++n) {
-    RecordSpec spec = n < kPurposeful ? purposefulSpec(ctx.rng(), n) : randomSpec(ctx.rng());
-    if (Slot == 289) shapeForMinimum(spec);
-    if (!runRecord(ctx, Slot, call, host, module, spec)) return;
+    RecordPlan plan = n < kPurposeful ? purposefulPlan(ctx.rng(), n) : randomPlan(ctx.rng());
+    if (Slot == 289) shapeForMinimum(plan);
+    if (!runRecord(ctx, Slot, call, host, module, plan)) return;
   }
 }
 
