@@ -1,8 +1,10 @@
 // Depth conversions between 8-bit, 16-bit (0..32768 and 0..65535) and float planes.
 //
 // Every loop here gives the same bits as the host's portable routines at any width,
-// alignment and stride: the vector bodies evaluate the very same integer (or exact
-// floating-point) quantities as the scalar heads and tails. 16-bit planes may start
+// alignment and stride: the vector bodies evaluate the very same integer quantities
+// as the scalar heads and tails. The float conversion is the one exception the host
+// defines: columns up to the last multiple of four in single precision, the rest in
+// double. 16-bit planes may start
 // at odd addresses, so samples are read and written through byte pointers.
 #include "convert/convert_sse2.h"
 
@@ -248,8 +250,8 @@ void rescaleRow(Byte* row, int32_t columns) {
 
 // ------------------------------------------------------------ float to 8-bit
 
-// clamp(v, 0, 1) * 255 + 0.5, truncated, evaluated exactly (in double precision
-// v * 255 + 0.5 needs at most 33 significant bits). NaN gives 0.
+// The columns past the last multiple of four: clamp(v, 0, 1) * 255 + 0.5 in double
+// precision, where the product and the sum are exact, truncated. NaN gives 0.
 inline uint8_t floatTo8(float v) {
   double x = v;
   if (!(x > 0.0))
@@ -259,25 +261,13 @@ inline uint8_t floatTo8(float v) {
   return static_cast<uint8_t>(static_cast<int32_t>(x * 255.0 + 0.5));
 }
 
-// Four floats to four integers 0..255 in single precision, exactly as floatTo8.
-// fl(v * 255) can round across a half (128 floats in 0..1 would come out one too
-// high), so the product is split without error: vh keeps the top 12 significand
-// bits of v and vl = v - vh the rest, so vh * 255 and vl * 255 (at most 20
-// significant bits each) are exact. s = vh * 255 + 0.5 is exact wherever the
-// result can be 1 or more; the answer is trunc(s) plus one when vl * 255 reaches
-// the distance from s to the next integer (1 - frac(s), also exact). Nothing here
-// depends on the rounding mode, and flush-to-zero only affects values giving 0.
+// The columns up to the last multiple of four, four at a time: the same in single
+// precision, trunc(fl(fl(v * 255) + 0.5)), in the thread's rounding mode. This is
+// the host's own rule, one too high for 128 floats in 0..1 where fl(v * 255)
+// rounds up across a half (see docs/contracts.md).
 inline __m128i floatsTo8(__m128 v) {
-  const __m128 one = _mm_set1_ps(1.0f);
-  v = _mm_min_ps(_mm_max_ps(v, _mm_setzero_ps()), one);  // max(NaN, 0) is the second operand: 0
-  const __m128 vh = _mm_and_ps(v, _mm_castsi128_ps(_mm_set1_epi32(static_cast<int>(0xFFFFF000u))));
-  const __m128 vl = _mm_sub_ps(v, vh);
-  const __m128 k255 = _mm_set1_ps(255.0f);
-  const __m128 s = _mm_add_ps(_mm_mul_ps(vh, k255), _mm_set1_ps(0.5f));
-  const __m128i whole = _mm_cvttps_epi32(s);
-  const __m128 toNext = _mm_sub_ps(one, _mm_sub_ps(s, _mm_cvtepi32_ps(whole)));
-  const __m128 carry = _mm_cmpge_ps(_mm_mul_ps(vl, k255), toNext);
-  return _mm_sub_epi32(whole, _mm_castps_si128(carry));
+  v = _mm_min_ps(_mm_max_ps(v, _mm_setzero_ps()), _mm_set1_ps(1.0f));  // max(NaN, 0) is the second operand: 0
+  return _mm_cvttps_epi32(_mm_add_ps(_mm_mul_ps(v, _mm_set1_ps(255.0f)), _mm_set1_ps(0.5f)));
 }
 
 inline __m128 loadFloats(const Byte* p) { return _mm_loadu_ps(reinterpret_cast<const float*>(p)); }
