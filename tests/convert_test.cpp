@@ -147,6 +147,40 @@ TEST(Convert16To8, EdgeValuesWithoutDither) {
   }
 }
 
+// Every 16-bit value, in range or above it, through the vector loops of both
+// routines without dither (their rounded form differs from the dithered one).
+TEST(Convert16To8, EveryValueWithoutDither) {
+  constexpr int32_t kColumns = 65536;
+  Buffer source(2 * kColumns), d1(kColumns), d3[3] = {Buffer(kColumns), Buffer(kColumns), Buffer(kColumns)};
+  for (uint32_t x = 0; x < 65536; ++x) setWord(source.data, x, static_cast<uint16_t>(x));
+  const auto* s = source.as<uint16_t>();
+  convert16To8(s, d1.data, 1, kColumns, 0, 0, 0);
+  convert16To8Planar3(s, s, s, d3[0].data, d3[1].data, d3[2].data, 1, kColumns, 0, 0, 0);
+  for (uint32_t x = 0; x < 65536; ++x) {
+    const uint32_t want = x >= 32768 ? 255 : (255 * x + 16384) >> 15;
+    ASSERT_EQ(d1.data[x], want) << x;
+    for (const Buffer& d : d3) ASSERT_EQ(d.data[x], want) << x;
+  }
+}
+
+// Every byte value at every position of the head, the vector steps (aligned, or
+// unaligned for an odd destination) and the tail.
+TEST(Convert8To16, EveryValueAtEveryPosition) {
+  constexpr int32_t kColumns = 256 + 37;
+  Buffer source(kColumns), destination(2 * kColumns + 16);
+  for (int32_t shift = 0; shift < 16; ++shift) {
+    for (int32_t i = 0; i < kColumns; ++i) source.data[i] = static_cast<uint8_t>(i + shift);
+    for (std::size_t offset : {0u, 1u, 2u, 14u}) {
+      convert8To16(source.data, reinterpret_cast<uint16_t*>(destination.data + offset), 1, kColumns, 0, 0);
+      for (int32_t i = 0; i < kColumns; ++i) {
+        const uint32_t x = source.data[i];
+        ASSERT_EQ(wordAt(destination.data + offset, static_cast<std::size_t>(i)), ((x << 15) | 127) / 255)
+            << x << " at " << i << " offset " << offset;
+      }
+    }
+  }
+}
+
 // Every 16-bit value of both re-scalings, through the vector loop (even addresses)
 // and the scalar loop (odd ones).
 TEST(Rescale16, EveryValueBothDirectionsVectorAndScalar) {
@@ -247,16 +281,18 @@ TEST(ConvertFloatTo8, EveryFloatFromZeroToOneFollowsTheColumnRule) {
   EXPECT_EQ(mismatches, 0u);
   ASSERT_EQ(differing.size(), 128u);
   EXPECT_EQ(differing.front(), 0x3B008080u);
-  Buffer shifted(4 * 64), out(64);
+  Buffer shifted(4 * 64), out(64 + 16);
   for (uint32_t bits : differing) {
     float v;
     std::memcpy(&v, &bits, 4);
     ASSERT_EQ(singleFloatTo8(v), exactFloatTo8(v) + 1) << v;
     for (int i = 0; i < 64; ++i) setFloat(shifted.data, static_cast<std::size_t>(i), v);
-    for (int32_t columns : {64, 63, 62, 61, 7, 5, 4, 3, 2, 1}) {
-      convertFloatTo8(shifted.as<float>(), out.data, 1, columns, 0, 0, 0);
-      for (int i = 0; i < columns; ++i) ASSERT_EQ(out.data[i], ruleFloatTo8(v, i, columns)) << v << " column " << i;
-    }
+    for (int offset : {0, 5})  // a misaligned destination starts with single samples
+      for (int32_t columns : {64, 63, 62, 61, 7, 5, 4, 3, 2, 1}) {
+        convertFloatTo8(shifted.as<float>(), out.data + offset, 1, columns, 0, 0, 0);
+        for (int i = 0; i < columns; ++i)
+          ASSERT_EQ(out.data[offset + i], ruleFloatTo8(v, i, columns)) << v << " column " << i << " offset " << offset;
+      }
   }
 }
 
@@ -295,6 +331,50 @@ TEST(ConvertFloatTo8, AnyFloatAnyRoundingModeOrFlushSetting) {
           ASSERT_EQ(destination.data[i], want[static_cast<std::size_t>(i)]) << v << " mode " << mode << " flush " << flush << " column " << i;
         }
       }
+}
+
+// ------------------------------------------------------------- large regions
+
+// Regions of 8 MiB of destination or more take the streaming stores: the same
+// bytes as the host's routines, rows of every alignment (an odd padded stride),
+// nothing written into the padding.
+TEST(ConvertLargeRegions, StreamTheSameBytesAsTheHost) {
+  ReferenceHost host;
+  constexpr int32_t kRows = 1031, kColumns = 8190, kPad = 21;
+  constexpr std::size_t kSamples = std::size_t{kRows} * (kColumns + kPad);
+  Buffer source(4 * kSamples), module(2 * kSamples + 2, 1), reference(2 * kSamples + 2, 1);
+  uint32_t state = 7;
+  for (std::size_t i = 0; i < 4 * kSamples; i += 2) {
+    state = state * 1664525u + 1013904223u;
+    setWord(source.data, i / 2, static_cast<uint16_t>((state >> 8) % 32769u));
+  }
+  auto compare = [&](std::size_t bytes, const char* what) {
+    std::memset(reference.data, 0x55, bytes);
+    std::memset(module.data, 0x55, bytes);
+    return [&, bytes, what] { ASSERT_EQ(std::memcmp(module.data, reference.data, bytes), 0) << what; };
+  };
+  {
+    auto check = compare(kSamples, "16 to 8");
+    reinterpret_cast<SlotFn<code::conv, 17>>(host.original(code::conv, 17))(
+        source.as<uint16_t>(), reference.data, kRows, kColumns, 2 * (kColumns + kPad), kColumns + kPad, 0);
+    convert16To8(source.as<uint16_t>(), module.data, kRows, kColumns, 2 * (kColumns + kPad), kColumns + kPad, 0);
+    check();
+  }
+  {
+    auto check = compare(2 * kSamples, "8 to 16");
+    reinterpret_cast<SlotFn<code::conv, 18>>(host.original(code::conv, 18))(
+        source.data, reference.as<uint16_t>(), kRows, kColumns, kColumns + kPad, 2 * (kColumns + kPad));
+    convert8To16(source.data, module.as<uint16_t>(), kRows, kColumns, kColumns + kPad, 2 * (kColumns + kPad));
+    check();
+  }
+  {
+    for (std::size_t i = 0; i < kSamples; ++i) setFloat(source.data, i, static_cast<float>(i % 4099) / 4000.0f - 0.01f);
+    auto check = compare(kSamples, "float to 8");
+    reinterpret_cast<SlotFn<code::conv, 58>>(host.original(code::conv, 58))(
+        source.as<float>(), reference.data, kRows, kColumns + 1, 4 * (kColumns + kPad), kColumns + kPad, 0);
+    convertFloatTo8(source.as<float>(), module.data, kRows, kColumns + 1, 4 * (kColumns + kPad), kColumns + kPad, 0);
+    check();
+  }
 }
 
 // ------------------------------------------------------------------- dithering
