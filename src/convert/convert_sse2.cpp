@@ -48,6 +48,20 @@ inline intptr_t floatRowStep(int32_t stride) { return static_cast<intptr_t>(stri
 constexpr intptr_t kPrefetchBytes = 4096;
 inline void prefetch(const Byte* p) { _mm_prefetch(reinterpret_cast<const char*>(p) + kPrefetchBytes, _MM_HINT_T0); }
 
+// Calls step(c) for c = first, first + Samples, ... while the step ends by end,
+// and returns the first column left. Steps are grouped so that one prefetch covers
+// each 64 bytes of source (SourceBytes per sample).
+template <int32_t Samples, int32_t SourceBytes, class Step>
+inline int32_t vectorSteps(int32_t c, int32_t end, const Byte* source, Step step) {
+  constexpr int32_t kGroup = Samples * SourceBytes >= 64 ? 1 : 64 / (Samples * SourceBytes);
+  for (; c + kGroup * Samples <= end; c += kGroup * Samples) {
+    prefetch(source + SourceBytes * static_cast<intptr_t>(c));
+    for (int32_t g = 0; g < kGroup; ++g) step(c + g * Samples);
+  }
+  for (; c + Samples <= end; c += Samples) step(c);
+  return c;
+}
+
 // A destination region of 8 MiB or more (a quarter of a 32 MiB last-level cache,
 // the threshold of the memory routines) is written with non-temporal stores in the
 // aligned vector loops, and a store fence before returning: it would not stay in
@@ -122,19 +136,18 @@ void row16To8(const Byte* source, Byte* destination, int32_t columns, const Byte
       destination[c] = word15To8(loadWord(source + 2 * static_cast<intptr_t>(c)), roundingAt<Dither>(noise, c));
   }
   const __m128i mask15 = _mm_set1_epi16(0x7FFF);
-  for (; c + 16 <= columns; c += 16) {
-    const Byte* s = source + 2 * static_cast<intptr_t>(c);
-    prefetch(s);
+  c = vectorSteps<16, 2>(c, columns, source, [&](int32_t at) {
+    const Byte* s = source + 2 * static_cast<intptr_t>(at);
     __m128i packed;
     if constexpr (Dither) {
-      const Byte* n = noise + 2 * static_cast<intptr_t>(c);
+      const Byte* n = noise + 2 * static_cast<intptr_t>(at);
       packed = _mm_packus_epi16(words15To8(loadu(s), _mm_and_si128(loadu(n), mask15)),
                                 words15To8(loadu(s + 16), _mm_and_si128(loadu(n + 16), mask15)));
     } else {
       packed = _mm_packus_epi16(words15To8Rounded(loadu(s)), words15To8Rounded(loadu(s + 16)));
     }
-    put<S>(destination + c, packed);
-  }
+    put<S>(destination + at, packed);
+  });
   for (; c < columns; ++c)
     destination[c] = word15To8(loadWord(source + 2 * static_cast<intptr_t>(c)), roundingAt<Dither>(noise, c));
 }
@@ -219,7 +232,6 @@ inline __m128i bytePairsTo15(__m128i repeated) { return _mm_avg_epu16(repeated, 
 
 template <Store S>
 inline void bytesTo15Step(const Byte* s, Byte* d) {
-  prefetch(s);
   const __m128i bytes = loadu(s);
   put<S>(d, bytePairsTo15(_mm_unpacklo_epi8(bytes, bytes)));
   put<S>(d + 16, bytePairsTo15(_mm_unpackhi_epi8(bytes, bytes)));
@@ -232,11 +244,14 @@ void row8To16(const Byte* source, Byte* destination, int32_t columns) {
     int32_t head = static_cast<int32_t>(((16u - misalignment(destination)) & 15u) / 2);
     if (head > columns) head = columns;
     for (; c < head; ++c) storeWord(destination + 2 * static_cast<intptr_t>(c), byteTo15(source[c]));
-    for (; c + 16 <= columns; c += 16) bytesTo15Step<S>(source + c, destination + 2 * static_cast<intptr_t>(c));
+    c = vectorSteps<16, 1>(c, columns, source, [&](int32_t at) {
+      bytesTo15Step<S>(source + at, destination + 2 * static_cast<intptr_t>(at));
+    });
   } else {
     // An odd address never reaches 16-byte alignment: unaligned stores throughout.
-    for (; c + 16 <= columns; c += 16)
-      bytesTo15Step<Store::Unaligned>(source + c, destination + 2 * static_cast<intptr_t>(c));
+    c = vectorSteps<16, 1>(c, columns, source, [&](int32_t at) {
+      bytesTo15Step<Store::Unaligned>(source + at, destination + 2 * static_cast<intptr_t>(at));
+    });
   }
   for (; c + 2 <= columns; c += 2) {
     storeWord(destination + 2 * static_cast<intptr_t>(c), byteTo15(source[c]));
@@ -272,12 +287,11 @@ void rescaleRow(Byte* row, int32_t columns) {
     if (columns - head >= 8) {
       for (; c < head; ++c)
         storeWord(row + 2 * static_cast<intptr_t>(c), one(loadWord(row + 2 * static_cast<intptr_t>(c))));
-      for (; c + 8 <= columns; c += 8) {
-        Byte* p = row + 2 * static_cast<intptr_t>(c);
-        prefetch(p);
+      c = vectorSteps<8, 2>(c, columns, row, [&](int32_t at) {
+        Byte* p = row + 2 * static_cast<intptr_t>(at);
         const __m128i x = _mm_load_si128(reinterpret_cast<const __m128i*>(p));
         put<Store::Aligned>(p, Up ? words15To16(x) : words16To15(x));
-      }
+      });
     }
   }
   for (; c < columns; ++c) {
@@ -335,13 +349,12 @@ void rowFloatTo8(const Byte* source, Byte* destination, int32_t columns) {
   int32_t head = static_cast<int32_t>((16u - misalignment(destination)) & 15u);
   if (head > vectorColumns) head = vectorColumns;
   for (; c < head; ++c) destination[c] = singleFloatTo8(source + 4 * static_cast<intptr_t>(c));
-  for (; c + 16 <= vectorColumns; c += 16) {
-    const Byte* s = source + 4 * static_cast<intptr_t>(c);
-    prefetch(s);
+  c = vectorSteps<16, 4>(c, vectorColumns, source, [&](int32_t at) {
+    const Byte* s = source + 4 * static_cast<intptr_t>(at);
     const __m128i a = _mm_packs_epi32(floatsTo8(loadFloats(s)), floatsTo8(loadFloats(s + 16)));
     const __m128i b = _mm_packs_epi32(floatsTo8(loadFloats(s + 32)), floatsTo8(loadFloats(s + 48)));
-    put<S>(destination + c, _mm_packus_epi16(a, b));
-  }
+    put<S>(destination + at, _mm_packus_epi16(a, b));
+  });
   for (; c + 4 <= vectorColumns; c += 4) {
     const int32_t four = packedBytes(floatsTo8(loadFloats(source + 4 * static_cast<intptr_t>(c))));
     std::memcpy(destination + c, &four, 4);
