@@ -9,8 +9,11 @@
 // - 16-bit to 8-bit: floor((255 x + n) / 32768); a sample above 32768 counts as
 //   32768 (gives 255). n is 16384, or with dither a noise entry masked to 15 bits.
 // - Float to 8-bit without dither: v is clamped to 0..1 (NaN counts as 0), then the
-//   result is floor(v * 255 + 0.5) computed exactly (in double precision, where the
-//   product and the sum are exact). With dither: floor(v * 255 + n / 32768) for the
+//   result is trunc(v * 255 + 0.5). Columns below columns rounded down to a multiple
+//   of four compute it in single precision (product and sum each rounded to float,
+//   in the thread's rounding mode); the remaining columns in double precision, where
+//   it is exact. In round-to-nearest the two differ for 128 floats in 0..1, where
+//   single precision is one higher. With dither: floor(v * 255 + n / 32768) for the
 //   clamped v and a noise entry n walked as for 16-bit to 8-bit.
 // - rescale16 for any pair: x becomes floor((x * target + floor(source / 2)) /
 //   source), x at or above source becomes target; a target above 65535 saturates to
@@ -174,11 +177,17 @@ void rescale16(uint16_t* data, uint32_t sourceMax, uint32_t targetMax, int32_t r
 
 // --- float to 8-bit ------------------------------------------------------------
 
-double clamped(float v) {
-  if (v > 1.0f) return 1.0;
+float clamped(float v) {
+  if (v > 1.0f) return 1.0f;
   if (v >= 0.0f) return v;
-  return 0.0;  // below zero, or NaN
+  return 0.0f;  // below zero, or NaN
 }
+
+uint8_t singleTo8(float v) {
+  const float product = clamped(v) * 255.0f;
+  return static_cast<uint8_t>(product + 0.5f);
+}
+uint8_t doubleTo8(float v) { return static_cast<uint8_t>(static_cast<double>(clamped(v)) * 255.0 + 0.5); }
 
 void convertFloatTo8(const float* source, uint8_t* destination, int32_t rows, int32_t columns, int32_t sourceStride,
                      int32_t destinationStride, uint8_t dither) {
@@ -192,12 +201,13 @@ void convertFloatTo8(const float* source, uint8_t* destination, int32_t rows, in
     return destination[static_cast<intptr_t>(destinationStride) * r + c];
   };
   if (dither == 0) {
+    const int32_t singleColumns = columns / 4 * 4;
     for (int32_t r = 0; r < rows; ++r)
-      for (int32_t c = 0; c < columns; ++c) out(r, c) = static_cast<uint8_t>(clamped(at(r, c)) * 255.0 + 0.5);
+      for (int32_t c = 0; c < columns; ++c) out(r, c) = c < singleColumns ? singleTo8(at(r, c)) : doubleTo8(at(r, c));
     return;
   }
   walkNoise(registeredNoise(), word(destination), rows, 0, columns, [&](int32_t r, int32_t c, uint32_t n) {
-    const double v = clamped(at(r, c)) * 255.0 + n / 32768.0;
+    const double v = static_cast<double>(clamped(at(r, c))) * 255.0 + n / 32768.0;
     out(r, c) = static_cast<uint8_t>(v > 255.0 ? 255.0 : v);
   });
 }

@@ -147,6 +147,40 @@ TEST(Convert16To8, EdgeValuesWithoutDither) {
   }
 }
 
+// Every 16-bit value, in range or above it, through the vector loops of both
+// routines without dither (their rounded form differs from the dithered one).
+TEST(Convert16To8, EveryValueWithoutDither) {
+  constexpr int32_t kColumns = 65536;
+  Buffer source(2 * kColumns), d1(kColumns), d3[3] = {Buffer(kColumns), Buffer(kColumns), Buffer(kColumns)};
+  for (uint32_t x = 0; x < 65536; ++x) setWord(source.data, x, static_cast<uint16_t>(x));
+  const auto* s = source.as<uint16_t>();
+  convert16To8(s, d1.data, 1, kColumns, 0, 0, 0);
+  convert16To8Planar3(s, s, s, d3[0].data, d3[1].data, d3[2].data, 1, kColumns, 0, 0, 0);
+  for (uint32_t x = 0; x < 65536; ++x) {
+    const uint32_t want = x >= 32768 ? 255 : (255 * x + 16384) >> 15;
+    ASSERT_EQ(d1.data[x], want) << x;
+    for (const Buffer& d : d3) ASSERT_EQ(d.data[x], want) << x;
+  }
+}
+
+// Every byte value at every position of the head, the vector steps (aligned, or
+// unaligned for an odd destination) and the tail.
+TEST(Convert8To16, EveryValueAtEveryPosition) {
+  constexpr int32_t kColumns = 256 + 37;
+  Buffer source(kColumns), destination(2 * kColumns + 16);
+  for (int32_t shift = 0; shift < 16; ++shift) {
+    for (int32_t i = 0; i < kColumns; ++i) source.data[i] = static_cast<uint8_t>(i + shift);
+    for (std::size_t offset : {0u, 1u, 2u, 14u}) {
+      convert8To16(source.data, reinterpret_cast<uint16_t*>(destination.data + offset), 1, kColumns, 0, 0);
+      for (int32_t i = 0; i < kColumns; ++i) {
+        const uint32_t x = source.data[i];
+        ASSERT_EQ(wordAt(destination.data + offset, static_cast<std::size_t>(i)), ((x << 15) | 127) / 255)
+            << x << " at " << i << " offset " << offset;
+      }
+    }
+  }
+}
+
 // Every 16-bit value of both re-scalings, through the vector loop (even addresses)
 // and the scalar loop (odd ones).
 TEST(Rescale16, EveryValueBothDirectionsVectorAndScalar) {
@@ -164,11 +198,19 @@ TEST(Rescale16, EveryValueBothDirectionsVectorAndScalar) {
 
 // ------------------------------------------------------------ float to 8-bit
 
-// The rounding the host defines, computed here independently.
+// The host's rule, computed here independently: trunc(clamp(v) * 255 + 0.5) in
+// single precision for the columns up to the last multiple of four of the call,
+// exactly (in double) for the rest.
+float clampedFloat(float v) { return v >= 0.0f ? std::min(v, 1.0f) : 0.0f; }
+uint8_t singleFloatTo8(float v) {
+  const float product = clampedFloat(v) * 255.0f;
+  return static_cast<uint8_t>(product + 0.5f);
+}
 uint8_t exactFloatTo8(float v) {
-  if (!(v >= 0.0f)) return 0;
-  if (v >= 1.0f) return 255;
-  return static_cast<uint8_t>(std::floor(static_cast<double>(v) * 255.0 + 0.5));
+  return static_cast<uint8_t>(std::floor(static_cast<double>(clampedFloat(v)) * 255.0 + 0.5));
+}
+uint8_t ruleFloatTo8(float v, int32_t column, int32_t columns) {
+  return column < columns / 4 * 4 ? singleFloatTo8(v) : exactFloatTo8(v);
 }
 
 // Values outside 0..1 (the harness draws from -0.5..1.5 only), at every position of
@@ -195,15 +237,17 @@ TEST(ConvertFloatTo8, NamedValuesAndTheOnesOutsideZeroToOne) {
   }
 }
 
-// Every float in 0..1 through the single-precision vector loop (the last three of
-// each block through the scalar tail). The plain single-precision evaluation
-// trunc(fl(fl(v * 255) + 0.5)) is one too high for 128 of them; those are also run
-// at every position of the loops.
-TEST(ConvertFloatTo8, EveryFloatFromZeroToOneIsExact) {
+// Every float in 0..1, nearly all through the single-precision vector loop and the
+// last four of each block through the double-precision tail. Single and double
+// precision disagree (single one higher, fl(v * 255) rounding up across a half) for
+// exactly 128 of them, the first 0x3B008080, as docs/contracts.md says; each of
+// those is then run at every position of the loops, so a column computed in the
+// wrong precision shows.
+TEST(ConvertFloatTo8, EveryFloatFromZeroToOneFollowsTheColumnRule) {
   constexpr uint32_t kBlock = 1u << 16, kLast = 0x3F800000u;  // 1.0f
   Buffer source(4 * kBlock), destination(kBlock);
-  std::vector<uint8_t> want(kBlock), plain(kBlock);
-  std::vector<float> hazards;
+  std::vector<uint8_t> single(kBlock), exact(kBlock);
+  std::vector<uint32_t> differing;
   uint64_t mismatches = 0;
   for (uint32_t first = 0; first <= kLast; first += kBlock) {
     const uint32_t count = std::min(kLast - first + 1, kBlock);
@@ -217,55 +261,120 @@ TEST(ConvertFloatTo8, EveryFloatFromZeroToOneIsExact) {
     // Arrays first and one comparison per block: this runs for a billion floats.
     for (uint32_t i = 0; i < count; ++i) {
       const float v = floatAt(source.data, i);
-      want[i] = static_cast<uint8_t>(static_cast<int32_t>(static_cast<double>(v) * 255.0 + 0.5));
+      exact[i] = static_cast<uint8_t>(static_cast<int32_t>(static_cast<double>(v) * 255.0 + 0.5));
       const float product = v * 255.0f;
-      plain[i] = static_cast<uint8_t>(static_cast<int32_t>(product + 0.5f));
+      single[i] = static_cast<uint8_t>(static_cast<int32_t>(product + 0.5f));
     }
-    if (std::memcmp(destination.data, want.data(), count) != 0)
-      for (uint32_t i = 0; i < count; ++i)
-        if (destination.data[i] != want[i] && mismatches++ < 5)
+    const auto singleColumns = static_cast<uint32_t>(body / 4 * 4);
+    if (std::memcmp(destination.data, single.data(), singleColumns) != 0 ||
+        std::memcmp(destination.data + singleColumns, exact.data() + singleColumns, count - singleColumns) != 0)
+      for (uint32_t i = 0; i < count; ++i) {
+        const uint8_t want = i < singleColumns ? single[i] : exact[i];
+        if (destination.data[i] != want && mismatches++ < 5)
           ADD_FAILURE() << "float 0x" << std::hex << first + i << std::dec << ": module " << int{destination.data[i]}
-                        << ", exact " << int{want[i]};
-    if (std::memcmp(plain.data(), want.data(), count) != 0)
+                        << ", rule " << int{want};
+      }
+    if (std::memcmp(single.data(), exact.data(), count) != 0)
       for (uint32_t i = 0; i < count; ++i)
-        if (plain[i] != want[i]) hazards.push_back(floatAt(source.data, i));
+        if (single[i] != exact[i]) differing.push_back(first + i);
   }
   EXPECT_EQ(mismatches, 0u);
-  EXPECT_EQ(hazards.size(), 128u);
-  Buffer shifted(4 * 64), out(64);
-  for (float v : hazards) {
+  ASSERT_EQ(differing.size(), 128u);
+  EXPECT_EQ(differing.front(), 0x3B008080u);
+  Buffer shifted(4 * 64), out(64 + 16);
+  for (uint32_t bits : differing) {
+    float v;
+    std::memcpy(&v, &bits, 4);
+    ASSERT_EQ(singleFloatTo8(v), exactFloatTo8(v) + 1) << v;
     for (int i = 0; i < 64; ++i) setFloat(shifted.data, static_cast<std::size_t>(i), v);
-    for (int32_t columns : {64, 63, 62, 61, 3, 2, 1}) {
-      convertFloatTo8(shifted.as<float>(), out.data, 1, columns, 0, 0, 0);
-      for (int i = 0; i < columns; ++i) ASSERT_EQ(out.data[i], exactFloatTo8(v)) << v << " column " << i;
-    }
+    for (int offset : {0, 5})  // a misaligned destination starts with single samples
+      for (int32_t columns : {64, 63, 62, 61, 7, 5, 4, 3, 2, 1}) {
+        convertFloatTo8(shifted.as<float>(), out.data + offset, 1, columns, 0, 0, 0);
+        for (int i = 0; i < columns; ++i)
+          ASSERT_EQ(out.data[offset + i], ruleFloatTo8(v, i, columns)) << v << " column " << i << " offset " << offset;
+      }
   }
 }
 
+// The rule evaluated in the test under the rounding mode in force (out of line, so
+// that the compiler keeps it between the mode changes).
+[[gnu::noinline]] void ruleUnderCurrentMode(const float* v, uint8_t* want, int32_t columns) {
+  for (int32_t i = 0; i < columns; ++i) want[i] = ruleFloatTo8(v[i], i, columns);
+  asm volatile("" ::: "memory");
+}
+
 // Sampled bit patterns of every sign and exponent, under each rounding mode, with
-// and without flush-to-zero and denormals-are-zero: the result depends on none of
-// them and the control word is left as it was.
+// and without flush-to-zero and denormals-are-zero: the single-precision columns
+// round in the mode in force (as the host's do), the double-precision ones are
+// exact in any mode, and the control word is left as it was.
 TEST(ConvertFloatTo8, AnyFloatAnyRoundingModeOrFlushSetting) {
   constexpr int32_t kCount = 1 << 20;
   Buffer source(4 * kCount), destination(kCount);
+  std::vector<uint8_t> want(kCount);
   for (uint32_t i = 0; i < static_cast<uint32_t>(kCount); ++i) {
     const uint32_t bits = i * 4093u + (i >> 9);
     std::memcpy(source.data + 4 * i, &bits, 4);
   }
   const unsigned saved = _mm_getcsr();
   for (unsigned mode : {0x0000u, 0x2000u, 0x4000u, 0x6000u})
-    for (unsigned flush : {0x0000u, 0x8040u}) {
-      const unsigned csr = (saved & ~0xE040u) | mode | flush;
-      _mm_setcsr(csr);
-      convertFloatTo8(source.as<float>(), destination.data, 1, kCount - 1, 0, 0, 0);
-      const unsigned after = _mm_getcsr();
-      _mm_setcsr(saved);
-      EXPECT_EQ(after & ~0x3Fu, csr & ~0x3Fu);  // nothing changed but status flags
-      for (int32_t i = 0; i < kCount - 1; ++i) {
-        const float v = floatAt(source.data, static_cast<std::size_t>(i));
-        ASSERT_EQ(destination.data[i], exactFloatTo8(v)) << v << " mode " << mode << " flush " << flush;
+    for (unsigned flush : {0x0000u, 0x8040u})
+      for (int32_t columns : {kCount - 1, 3}) {
+        const unsigned csr = (saved & ~0xE040u) | mode | flush;
+        _mm_setcsr(csr);
+        convertFloatTo8(source.as<float>(), destination.data, 1, columns, 0, 0, 0);
+        const unsigned after = _mm_getcsr();
+        ruleUnderCurrentMode(source.as<float>(), want.data(), columns);
+        _mm_setcsr(saved);
+        EXPECT_EQ(after & ~0x3Fu, csr & ~0x3Fu);  // nothing changed but status flags
+        for (int32_t i = 0; i < columns; ++i) {
+          const float v = floatAt(source.data, static_cast<std::size_t>(i));
+          ASSERT_EQ(destination.data[i], want[static_cast<std::size_t>(i)]) << v << " mode " << mode << " flush " << flush << " column " << i;
+        }
       }
-    }
+}
+
+// ------------------------------------------------------------- large regions
+
+// Regions of 8 MiB of destination or more take the streaming stores: the same
+// bytes as the host's routines, rows of every alignment (an odd padded stride),
+// nothing written into the padding.
+TEST(ConvertLargeRegions, StreamTheSameBytesAsTheHost) {
+  ReferenceHost host;
+  constexpr int32_t kRows = 1031, kColumns = 8190, kPad = 21;
+  constexpr std::size_t kSamples = std::size_t{kRows} * (kColumns + kPad);
+  Buffer source(4 * kSamples), module(2 * kSamples + 2, 1), reference(2 * kSamples + 2, 1);
+  uint32_t state = 7;
+  for (std::size_t i = 0; i < 4 * kSamples; i += 2) {
+    state = state * 1664525u + 1013904223u;
+    setWord(source.data, i / 2, static_cast<uint16_t>((state >> 8) % 32769u));
+  }
+  auto compare = [&](std::size_t bytes, const char* what) {
+    std::memset(reference.data, 0x55, bytes);
+    std::memset(module.data, 0x55, bytes);
+    return [&, bytes, what] { ASSERT_EQ(std::memcmp(module.data, reference.data, bytes), 0) << what; };
+  };
+  {
+    auto check = compare(kSamples, "16 to 8");
+    reinterpret_cast<SlotFn<code::conv, 17>>(host.original(code::conv, 17))(
+        source.as<uint16_t>(), reference.data, kRows, kColumns, 2 * (kColumns + kPad), kColumns + kPad, 0);
+    convert16To8(source.as<uint16_t>(), module.data, kRows, kColumns, 2 * (kColumns + kPad), kColumns + kPad, 0);
+    check();
+  }
+  {
+    auto check = compare(2 * kSamples, "8 to 16");
+    reinterpret_cast<SlotFn<code::conv, 18>>(host.original(code::conv, 18))(
+        source.data, reference.as<uint16_t>(), kRows, kColumns, kColumns + kPad, 2 * (kColumns + kPad));
+    convert8To16(source.data, module.as<uint16_t>(), kRows, kColumns, kColumns + kPad, 2 * (kColumns + kPad));
+    check();
+  }
+  {
+    for (std::size_t i = 0; i < kSamples; ++i) setFloat(source.data, i, static_cast<float>(i % 4099) / 4000.0f - 0.01f);
+    auto check = compare(kSamples, "float to 8");
+    reinterpret_cast<SlotFn<code::conv, 58>>(host.original(code::conv, 58))(
+        source.as<float>(), reference.data, kRows, kColumns + 1, 4 * (kColumns + kPad), kColumns + kPad, 0);
+    convertFloatTo8(source.as<float>(), module.data, kRows, kColumns + 1, 4 * (kColumns + kPad), kColumns + kPad, 0);
+    check();
+  }
 }
 
 // ------------------------------------------------------------------- dithering
