@@ -56,13 +56,6 @@ TEST(Installers, SelectionNotYetBuiltWritesNothing) {
   for (const CpuFeatureFlags& f : everyFlagSet()) EXPECT_TRUE(writesOf<code::sele>(&installSelection, f).empty());
 }
 
-TEST(Installers, PathNotYetBuiltWritesNothing) {
-  std::vector<HostRoutine> table(kSuites[kPath].slotCount, nullptr);
-  Writes w;
-  installPath(SuiteWriter<code::path>(table.data(), &Writes::observe, &w), "Tarnell");
-  EXPECT_TRUE(w.slots.empty());
-}
-
 TEST(Installers, WriterRecordsEveryWriteInOrder) {
   std::vector<HostRoutine> table(8, nullptr);
   Writes w;
