@@ -72,7 +72,50 @@ Geometry geometryOf(const uint32_t* a) {
 
 int64_t evenFloor(int64_t nonNegative) { return nonNegative & ~int64_t{1}; }
 
-void sortCrossings(uint32_t* p, int64_t n) { std::sort(p, p + n); }
+// Sorting. Rows hold tens of crossings in no useful order, where a comparison
+// sort's unpredictable branches cost more than the comparisons: a few are sorted
+// by insertion, up to 256 by byte-wise radix passes (only over the bytes some
+// crossing uses) between the row and a stack buffer, longer rows by the library.
+constexpr int64_t kRadixLimit = 256;
+
+void insertionSort(uint32_t* p, int64_t n) {
+  for (int64_t i = 1; i < n; ++i) {
+    const uint32_t v = p[i];
+    int64_t j = i;
+    for (; j > 0 && p[j - 1] > v; --j) p[j] = p[j - 1];
+    p[j] = v;
+  }
+}
+
+void radixSort(uint32_t* p, int64_t n) {
+  uint32_t used = 0;
+  for (int64_t i = 0; i < n; ++i) used |= p[i];
+  uint32_t buffer[kRadixLimit];
+  uint32_t* from = p;
+  uint32_t* to = buffer;
+  for (unsigned shift = 0; shift < 32 && (used >> shift) != 0; shift += 8) {
+    uint32_t start[256] = {};
+    for (int64_t i = 0; i < n; ++i) ++start[(from[i] >> shift) & 0xFF];
+    uint32_t sum = 0;
+    for (uint32_t& s : start) {
+      const uint32_t count = s;
+      s = sum;
+      sum += count;
+    }
+    for (int64_t i = 0; i < n; ++i) to[start[(from[i] >> shift) & 0xFF]++] = from[i];
+    std::swap(from, to);
+  }
+  if (from != p) std::copy(from, from + n, p);
+}
+
+void sortCrossings(uint32_t* p, int64_t n) {
+  if (n <= 16)
+    insertionSort(p, n);
+  else if (n <= kRadixLimit)
+    radixSort(p, n);
+  else
+    std::sort(p, p + n);
+}
 
 // Even-odd rule: every crossing becomes its x, four at a time.
 void shiftOutDirections(uint32_t* p, int64_t n) {
