@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <initializer_list>
+#include <memory>
 #include <set>
 #include <string>
 #include <utility>
@@ -17,6 +18,8 @@
 #include "refhost/refhost.h"
 #include "verify/fill_array_cases.h"
 #include "verify/rng.h"
+#include "verify/runner.h"
+#include "verify/session.h"
 
 using namespace tarnell;
 using namespace tarnell::fillarray;
@@ -374,6 +377,33 @@ TEST_F(FillArray, DrawnArraysMatchTheHostAndCauseEveryReachableMessage) {
     EXPECT_EQ(seen.count(line), unreachable.count(line) ? 0u : 1u) << "line " << line;
   }
   for (int32_t line : {676, 795, 914, 932}) EXPECT_EQ(seen.count(line), 1u) << "line " << line;
+}
+
+}  // namespace
+
+namespace {
+
+// The loaded module, started by hosts whose debug answers install the checking
+// build: the slot's check compares it with the host's own checking operation,
+// reports included.
+TEST(FillArrayModule, TheInstalledCheckingBuildMatchesTheHostsForEachGuard) {
+  std::string error;
+  static const std::unique_ptr<verify::LoadedModule> loaded = verify::LoadedModule::load(TARNELL_MODULE_PATH, &error);
+  ASSERT_NE(loaded, nullptr) << error;
+  for (uint64_t guard : {uint64_t{0}, uint64_t{0xA5A5A5A5}, uint64_t{1} << 36}) {
+    refhost::HostOptions options;
+    options.pathDebug = {true, 1};
+    options.pathDebugGuard = {true, guard};
+    refhost::ReferenceHost host(options);
+    ASSERT_TRUE(verify::startModule(loaded->pluginMain(), host).ok());
+    verify::VerifyOptions quick;
+    quick.thorough = false;
+    for (const verify::Check& check : verify::allChecks()) {
+      if (check.suite != code::path) continue;
+      const verify::CheckResult r = verify::runCheck(check, host, quick);
+      EXPECT_EQ(r.outcome, verify::Outcome::Passed) << verify::checkLabel(check) << ": " << r.firstFailure;
+    }
+  }
 }
 
 }  // namespace

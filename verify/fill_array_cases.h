@@ -47,7 +47,8 @@ FillArrayCase drawFillArray(Source& src, const refhost::FillArraySettings& setti
   if (chance(16)) rows = chance(2) ? 0 : -static_cast<int32_t>(src.below(4) + 1);
   if (chance(16)) rows = 7 + static_cast<int32_t>(src.below(30));
   int32_t stride = 2 + static_cast<int32_t>(chance(4) ? src.below(4) : chance(2) ? src.below(20) : src.below(150));
-  if (chance(64)) stride = static_cast<int32_t>(src.below(4)) - 2;  // no room for the counts
+  if (chance(32)) stride = 260 + static_cast<int32_t>(src.below(400));  // long rows
+  if (chance(64)) stride = static_cast<int32_t>(src.below(4)) - 2;      // no room for the counts
   const int64_t blocks = stride >= 2 && rows > 0 ? int64_t{rows} * stride : 0;
   const int64_t working = refhost::fillArrayWorkingWords(stride, settings);
   c.words.resize(static_cast<std::size_t>(kFirstRow + blocks + working));
