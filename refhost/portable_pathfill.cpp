@@ -111,6 +111,16 @@ void applyFillArray(uint32_t* a, uint32_t operation, int32_t nonZeroWinding, con
     return;
   }
   const uint8_t* table = kOperationTables[std::min<uint32_t>(operation, 4)];
+  // A count after a step: checked for 32 bits and evenness, clamped to the row.
+  auto settle = [&](int64_t& count, int32_t overflowLine, const char* odd, int32_t oddLine, const char* warning,
+                    int32_t warningLine) {
+    check(count > 0xFFFFFFFF, "Pointer arithmetic uint32 overflow", overflowLine);
+    check(count % 2 != 0, odd, oddLine);
+    if (count > l.capacity) {
+      warn(warning, warningLine);
+      count = evenFloor(l.capacity);
+    }
+  };
   uint32_t* scratch = a + l.end + (guarded ? 1 : 0);
 
   for (int32_t r = 0; r < l.rows; ++r) {
@@ -161,12 +171,8 @@ void applyFillArray(uint32_t* a, uint32_t operation, int32_t nonZeroWinding, con
     guards(795);
 
     // 7: counts of both lists, clamped.
-    check(m > 0xFFFFFFFF, "Pointer arithmetic uint32 overflow", 797);
-    check(m % 2 != 0, "CApplyFillArrayOperation Odd number of entries. (1)", 799);
-    if (m > l.capacity) {
-      warn("WARNING - illegal value for new row count", 801);
-      m = evenFloor(l.capacity);
-    }
+    settle(m, 797, "CApplyFillArrayOperation Odd number of entries. (1)", 799,
+           "WARNING - illegal value for new row count", 801);
     check(table[0] != 0, "CApplyFillArrayOperation Logic is confused about state. -Dovik", 811);
     const uint32_t spanWord = block[fillarray::kSpanCount];
     check(spanWord % 2 != 0, "CApplyFillArrayOperation Odd number of entries. (2)", 821);
@@ -220,12 +226,8 @@ void applyFillArray(uint32_t* a, uint32_t operation, int32_t nonZeroWinding, con
     guards(914);
 
     // 9: the result back into the row, through the host's byte copy.
-    check(k > 0xFFFFFFFF, "Pointer arithmetic uint32 overflow", 918);
-    check(k % 2 != 0, "CApplyFillArrayOperation Odd number of entries. (3)", 920);
-    if (k > l.capacity) {
-      warn("WARNING - illegal result value for row count", 922);
-      k = evenFloor(l.capacity);
-    }
+    settle(k, 918, "CApplyFillArrayOperation Odd number of entries. (3)", 920,
+           "WARNING - illegal result value for row count", 922);
     block[fillarray::kCrossingCount] = 0;
     block[fillarray::kSpanCount] = static_cast<uint32_t>(k);
     for (int64_t i = 0; i < k; ++i) block[fillarray::kSpans + i] = scratch[i];

@@ -218,6 +218,15 @@ void applyFillArray(uint32_t* a, uint32_t operation, int32_t nonZeroWinding) {
   const uint32_t mask = kOperationMasks[std::min(operation, 4u)];
   uint32_t* scratch = a + g.end + (guard != 0 ? 1 : 0);
   const auto copy = liveRoutine<code::memo, 0>();
+  // A count after a step: checked for 32 bits and evenness, clamped to the row.
+  auto settle = [&](int64_t& count, FillArrayMessageId overflow, FillArrayMessageId odd, FillArrayMessageId beyond) {
+    if (debug && count > 0xFFFFFFFF) report(overflow);
+    if (debug && (count & 1) != 0) report(odd);
+    if (count > g.capacity) {
+      report(beyond);
+      count = evenCapacity;
+    }
+  };
 
   for (int64_t r = 0; r < g.rows; ++r) {
     uint32_t* block = a + kFirstRow + r * g.stride;
@@ -242,12 +251,7 @@ void applyFillArray(uint32_t* a, uint32_t operation, int32_t nonZeroWinding) {
     m = cancelEqualRuns(edges, m);
     if (verify) VerifyPathFillArray(a, kPathSourceName, 795);
 
-    if (debug && m > 0xFFFFFFFF) report(kEdgesOverflow);
-    if (debug && (m & 1) != 0) report(kOddEdges);
-    if (m > g.capacity) {
-      report(kNewCountWarning);
-      m = evenCapacity;
-    }
+    settle(m, kEdgesOverflow, kOddEdges, kNewCountWarning);
     if (debug && (mask & 1) != 0) report(kConfusedState);
     const uint32_t spanWord = block[kSpanCount];
     if (debug && (spanWord & 1) != 0) report(kOddSpans);
@@ -259,12 +263,7 @@ void applyFillArray(uint32_t* a, uint32_t operation, int32_t nonZeroWinding) {
 
     int64_t k = mergeSpans(edges, m, block + kSpans, spanCount, mask, scratch, g.capacity, debug);
     if (verify) VerifyPathFillArray(a, kPathSourceName, 914);
-    if (debug && k > 0xFFFFFFFF) report(kResultOverflow);
-    if (debug && (k & 1) != 0) report(kOddResult);
-    if (k > g.capacity) {
-      report(kResultCountWarning);
-      k = evenCapacity;
-    }
+    settle(k, kResultOverflow, kOddResult, kResultCountWarning);
     block[kCrossingCount] = 0;
     block[kSpanCount] = static_cast<uint32_t>(k);
     copy(scratch, block + kSpans, static_cast<int32_t>(k * 4));
