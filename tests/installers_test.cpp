@@ -52,10 +52,6 @@ TEST(Installers, ResampleNotYetBuiltWritesNothing) {
   for (const CpuFeatureFlags& f : everyFlagSet()) EXPECT_TRUE(writesOf<code::rsmp>(&installResample, f).empty());
 }
 
-TEST(Installers, SelectionNotYetBuiltWritesNothing) {
-  for (const CpuFeatureFlags& f : everyFlagSet()) EXPECT_TRUE(writesOf<code::sele>(&installSelection, f).empty());
-}
-
 TEST(Installers, WriterRecordsEveryWriteInOrder) {
   std::vector<HostRoutine> table(8, nullptr);
   Writes w;
