@@ -25,13 +25,10 @@ struct FillArrayCase {
   int32_t nonZeroWinding = 0;
 };
 
-// Where the array's bytes lie in a run: between guard bytes, or flush against an
-// inaccessible page after its last word or before its first.
-std::string placementLabel(Placement placement);
-
-// Runs host and module on copies of the case (reports captured by the active
-// host, in order) and returns the first difference in the bytes, guards
-// included, or in the reports; empty when none.
+// Runs host and module on copies of the case placed between guard bytes or
+// against an inaccessible page (reports captured by the active host, in order),
+// and returns the first difference in the bytes, guards included, or in the
+// reports; empty when none.
 std::string compareFillArray(const FillArrayCase& c, SlotFn<code::path, 24> host, SlotFn<code::path, 24> module,
                              refhost::ReferenceHost& reference, Placement placement);
 
