@@ -326,9 +326,8 @@ int32_t EstimateRowCrossings(int32_t firstRow, int32_t lastRow, const double* co
   for (uint32_t i = 0; i < segments; ++i) {
     const double* start = knots[i];
     const double* end = knots[i + 1 == knotCount ? 0 : i + 1];
-    const bool above = first >= start[knot::kOutUpper] && first >= end[knot::kInUpper];
-    const bool below = start[knot::kOutLower] >= last && end[knot::kInLower] >= last;
-    if (above || below) continue;
+    if (first >= start[knot::kOutUpper] && first >= end[knot::kInUpper]) continue;  // above the rows
+    if (start[knot::kOutLower] >= last && end[knot::kInLower] >= last) continue;    // below them
     const double ys[4] = {start[knot::kAnchorY], start[knot::kOutY], end[knot::kInY], end[knot::kAnchorY]};
     for (int j = 1; j < 4; ++j) {
       const int step = ys[j] > ys[j - 1] ? 1 : ys[j] < ys[j - 1] ? -1 : 0;
