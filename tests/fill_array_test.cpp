@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <initializer_list>
+#include <limits>
 #include <memory>
 #include <set>
 #include <string>
@@ -403,6 +404,43 @@ TEST(FillArrayModule, TheInstalledCheckingBuildMatchesTheHostsForEachGuard) {
       const verify::CheckResult r = verify::runCheck(check, host, quick);
       EXPECT_EQ(r.outcome, verify::Outcome::Passed) << verify::checkLabel(check) << ": " << r.firstFailure;
     }
+  }
+}
+
+}  // namespace
+
+namespace {
+
+// Slot 46, module and host alike: monotonic pieces along the walk, the closing
+// segment only for a closed path, segments outside the rows skipped.
+TEST(RowCrossings, CountsMonotonicPiecesOfTheSegmentsThatReachTheRows) {
+  refhost::ReferenceHost host;
+  const SlotFn<code::path, 46> routines[] = {&pathfill::EstimateRowCrossings,
+                                             reinterpret_cast<SlotFn<code::path, 46>>(host.original(code::path, 46))};
+  // A knot whose control points sit on its anchor, with bounds [y - 1, y + 1].
+  auto knotAt = [](double y) {
+    std::vector<double> k(knot::kValues, 0);
+    k[knot::kInY] = k[knot::kAnchorY] = k[knot::kOutY] = y;
+    k[knot::kInLower] = k[knot::kOutLower] = y - 1;
+    k[knot::kInUpper] = k[knot::kOutUpper] = y + 1;
+    k[knot::kAnchorX] = std::numeric_limits<double>::quiet_NaN();  // never read
+    return k;
+  };
+  const std::vector<double> k0 = knotAt(0), k1 = knotAt(10), k2 = knotAt(20), k3 = knotAt(5);
+  const double* rising[] = {k0.data(), k1.data(), k2.data()};
+  const double* zigzag[] = {k0.data(), k1.data(), k3.data(), k2.data()};
+  for (const auto estimate : routines) {
+    EXPECT_EQ(estimate(0, 100, rising, 0, 1), 0);
+    EXPECT_EQ(estimate(0, 100, rising, 1, 0), 0);  // one knot, open: no segment
+    EXPECT_EQ(estimate(0, 100, rising, 3, 0), 1);  // one rising piece across two segments
+    EXPECT_EQ(estimate(0, 100, rising, 3, 1), 2);  // and the way back down
+    EXPECT_EQ(estimate(0, 100, zigzag, 4, 0), 3);
+    EXPECT_EQ(estimate(0, 100, zigzag, 4, 1), 4);
+    // Rows from 12 on: the segments 0-10 and 10-5 lie above them (upper bounds 1,
+    // 11 and 6 are all below 12); only 5-20 and the closing 20-0 remain.
+    EXPECT_EQ(estimate(12, 100, zigzag, 4, 1), 2);
+    // Rows up to 4: every segment but 0-10 and 20-0 lies below (lower bounds >= 4).
+    EXPECT_EQ(estimate(-50, 4, zigzag, 4, 1), 2);
   }
 }
 
