@@ -12,6 +12,11 @@ if(TARNELL_SANITIZE)
   target_link_options(tarnell_common_flags INTERFACE -fsanitize=${TARNELL_SANITIZE})
 endif()
 
+if(TARNELL_FUZZ)
+  # Coverage for the fuzzer in everything a fuzz target links.
+  target_compile_options(tarnell_common_flags INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
 # The module is built for the x86-64 baseline; wider levels are added per file.
 add_library(tarnell_module_flags INTERFACE)
 target_link_libraries(tarnell_module_flags INTERFACE tarnell_common_flags)

@@ -52,13 +52,6 @@ TEST(Installers, ResampleNotYetBuiltWritesNothing) {
   for (const CpuFeatureFlags& f : everyFlagSet()) EXPECT_TRUE(writesOf<code::rsmp>(&installResample, f).empty());
 }
 
-TEST(Installers, PathNotYetBuiltWritesNothing) {
-  std::vector<HostRoutine> table(kSuites[kPath].slotCount, nullptr);
-  Writes w;
-  installPath(SuiteWriter<code::path>(table.data(), &Writes::observe, &w), "Tarnell");
-  EXPECT_TRUE(w.slots.empty());
-}
-
 TEST(Installers, WriterRecordsEveryWriteInOrder) {
   std::vector<HostRoutine> table(8, nullptr);
   Writes w;
