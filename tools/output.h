@@ -7,6 +7,13 @@
 #include <string>
 #include <string_view>
 
+// printf checking; MinGW's C++ runtime formats like glibc (%zu included).
+#if defined(__MINGW32__)
+#define TARNELL_PRINTF_LIKE [[gnu::format(gnu_printf, 2, 3)]]
+#else
+#define TARNELL_PRINTF_LIKE [[gnu::format(printf, 2, 3)]]
+#endif
+
 namespace tarnell::tool {
 
 // text as a JSON string literal, quotes included (paths on Windows carry backslashes,
@@ -28,7 +35,7 @@ class Progress {
 
   void start(const std::string& label);  // the next item begins
   // A result line on stdout, printf-style, not torn by the progress line.
-  [[gnu::format(printf, 2, 3)]] void print(const char* format, ...);
+  TARNELL_PRINTF_LIKE void print(const char* format, ...);
 
  private:
   void clear();
