@@ -35,6 +35,17 @@ TEST(BenchReport, AxisSpansPowersOfTwoAroundEverySpeedupAndOne) {
   EXPECT_EQ(speedupAxis({row("blnd", 1, "a", 0), row("memo", 0, "b", 8)}), std::make_pair(0.5, 8.0));  // 0: not timed
 }
 
+TEST(BenchReport, SummaryGivesTheMedianAndTheLowestSlots) {
+  std::vector<BenchReportRow> rows = {row("blnd", 1, "a", 3), row("blnd", 2, "b", 1.5), row("memo", 0, "c", 9),
+                                      row("conv", 18, "d", 5)};
+  rows[2].memcpyShare = 0.1;
+  const BenchSummary sum = summarize(rows);
+  EXPECT_EQ(sum.medianSpeedup, 4);  // even count: the mean of the middle two
+  EXPECT_EQ(sum.slowest.name, "b");
+  EXPECT_EQ(sum.leastShare.name, "c");
+  EXPECT_EQ(summarize({rows[0], rows[1], rows[2]}).medianSpeedup, 3);
+}
+
 TEST(BenchReport, GroupsBySuiteInSuiteOrderAndSortsBySlot) {
   const std::string page = renderBenchReport(
       {}, {row("memo", 3, "m3", 2), row("blnd", 7, "b7", 3), row("conv", 18, "c18", 4), row("blnd", 1, "b1", 5)});

@@ -164,17 +164,12 @@ class Page {
   void item(const char* term, const std::string& html) { out_ += "<dt>" + std::string(term) + "</dt><dd>" + html + "</dd>\n"; }
 
   void summary() {
-    std::vector<double> speedups;
-    for (const BenchReportRow& r : rows_) speedups.push_back(r.speedup);
-    auto lowest = [&](auto key) {
-      return *std::min_element(rows_.begin(), rows_.end(),
-                               [&](const BenchReportRow& a, const BenchReportRow& b) { return key(a) < key(b); });
-    };
-    const BenchReportRow slow = lowest([](const BenchReportRow& r) { return r.speedup; });
-    const BenchReportRow share = lowest([](const BenchReportRow& r) { return r.memcpyShare; });
+    const BenchSummary sum = summarize(rows_);
+    const BenchReportRow& slow = sum.slowest;
+    const BenchReportRow& share = sum.leastShare;
     out_ += "<div class=\"summary\">";
     out_ += "<div><b>" + std::to_string(rows_.size()) + "</b><span>slots benched</span></div>";
-    out_ += "<div><b>" + format("%.2f", median(speedups)) + "\u00d7</b><span>median speedup</span></div>";
+    out_ += "<div><b>" + format("%.2f", sum.medianSpeedup) + "\u00d7</b><span>median speedup</span></div>";
     out_ += "<div><b>" + format("%.2f", slow.speedup) + "\u00d7</b><span>lowest: " + escape(label(slow) + " " + slow.name) +
             "</span></div>";
     out_ += "<div><b>" + format("%.0f", 100 * share.memcpyShare) + "%</b><span>lowest share of memcpy: " +
@@ -255,6 +250,16 @@ class Page {
 };
 
 }  // namespace
+
+BenchSummary summarize(const std::vector<BenchReportRow>& rows) {
+  std::vector<double> speedups;
+  for (const BenchReportRow& r : rows) speedups.push_back(r.speedup);
+  auto lowest = [&](double BenchReportRow::*key) {
+    return *std::min_element(rows.begin(), rows.end(),
+                             [&](const BenchReportRow& a, const BenchReportRow& b) { return a.*key < b.*key; });
+  };
+  return {median(speedups), lowest(&BenchReportRow::speedup), lowest(&BenchReportRow::memcpyShare)};
+}
 
 std::pair<double, double> speedupAxis(const std::vector<BenchReportRow>& rows) {
   double lo = 0.5, hi = 2;

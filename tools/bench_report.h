@@ -29,6 +29,14 @@ struct BenchReportHeader {
   std::string version;    // of the tool
 };
 
+// The figures a speed target is stated in: the median speedup, and the slowest
+// slot by speedup and by share of memcpy (rows must not be empty).
+struct BenchSummary {
+  double medianSpeedup;
+  BenchReportRow slowest, leastShare;
+};
+BenchSummary summarize(const std::vector<BenchReportRow>& rows);
+
 // The page; rows in any order (they are grouped by suite in the ten suites'
 // order and sorted by slot).
 std::string renderBenchReport(const BenchReportHeader& header, const std::vector<BenchReportRow>& rows);

@@ -424,22 +424,12 @@ int runBench(const Options& o, const char* argv0) {
   if (o.json) {
     std::printf("\n]}\n");
   } else if (!rows.empty()) {
-    // The figures a speed target is stated in: the median speedup, and the slowest
-    // slot by speedup and by share of memcpy.
-    std::vector<double> speedups;
-    for (const tool::BenchReportRow& r : rows) speedups.push_back(r.speedup);
-    std::sort(speedups.begin(), speedups.end());
-    const std::size_t n = speedups.size();
-    const double median = n % 2 != 0 ? speedups[n / 2] : (speedups[n / 2 - 1] + speedups[n / 2]) / 2;
-    auto lowest = [&](auto key) {
-      return *std::min_element(rows.begin(), rows.end(),
-                               [&](const tool::BenchReportRow& a, const tool::BenchReportRow& b) { return key(a) < key(b); });
-    };
-    const tool::BenchReportRow slowest = lowest([](const tool::BenchReportRow& r) { return r.speedup; });
-    const tool::BenchReportRow leastShare = lowest([](const tool::BenchReportRow& r) { return r.memcpyShare; });
+    const tool::BenchSummary sum = tool::summarize(rows);
+    const tool::BenchReportRow& slowest = sum.slowest;
+    const tool::BenchReportRow& leastShare = sum.leastShare;
     progress.print("bench: %zu slots at %dx%d; median speedup %.2fx; lowest %.2fx (%s:%d %s); lowest share of memcpy "
                    "%.0f%% (%s:%d %s)\n",
-                   n, o.width, o.height, median, slowest.speedup, slowest.suite.c_str(), slowest.slot,
+                   rows.size(), o.width, o.height, sum.medianSpeedup, slowest.speedup, slowest.suite.c_str(), slowest.slot,
                    slowest.name.c_str(), 100 * leastShare.memcpyShare, leastShare.suite.c_str(), leastShare.slot,
                    leastShare.name.c_str());
   }
