@@ -23,3 +23,6 @@ expect_failure(not-a-library "cannot load module" report --module ${WORK}/not-a-
 expect_failure(no-export "does not export PluginMain" report --module ${NO_EXPORT_MODULE})
 expect_failure(missing-suite "suite 'path' is missing" report --module ${MODULE} --omit-suite path)
 expect_failure(old-suite "suite 'memo' is missing or does not meet" verify --module ${MODULE} --suite-revision memo=35)
+expect_failure(report-not-bench "--report is an option of bench" verify --report ${WORK}/r.html)
+expect_failure(unwritable-report "cannot write the report" bench --module ${MODULE} --filter memo:0 --size 8x8
+               --min-time 0.001 --report ${WORK}/no-such-directory/report.html)

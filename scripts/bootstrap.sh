@@ -13,11 +13,13 @@ done
 if ((${#missing[@]} + ${#extra[@]})); then
   echo "bootstrap: installing ${missing[*]} ${extra[*]}" >&2
   sudo_cmd=(); [[ $(id -u) -eq 0 ]] || sudo_cmd=(sudo)
-  "${sudo_cmd[@]}" apt-get update -qq
+  # A mirror's hiccup must not fail a CI run: apt retries each download.
+  apt_get=("${sudo_cmd[@]}" apt-get -o Acquire::Retries=5)
+  "${apt_get[@]}" update -qq
   if ((${#missing[@]})); then
-    DEBIAN_FRONTEND=noninteractive "${sudo_cmd[@]}" apt-get install -y -qq "${missing[@]}" >&2
+    DEBIAN_FRONTEND=noninteractive "${apt_get[@]}" install -y -qq "${missing[@]}" >&2
   fi
   if ((${#extra[@]})); then
-    DEBIAN_FRONTEND=noninteractive "${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends "${extra[@]}" >&2
+    DEBIAN_FRONTEND=noninteractive "${apt_get[@]}" install -y -qq --no-install-recommends "${extra[@]}" >&2
   fi
 fi

@@ -42,6 +42,10 @@ std::string defaultModulePath(const char* argv0) {
   std::filesystem::path self;
 #if defined(__linux__)
   self = std::filesystem::read_symlink("/proc/self/exe", ec);
+#elif defined(_WIN32)
+  std::wstring name(32768, L'\0');
+  const DWORD length = GetModuleFileNameW(nullptr, name.data(), static_cast<DWORD>(name.size()));
+  if (length > 0 && length < name.size()) self = std::filesystem::path(name.substr(0, length));
 #endif
   if (self.empty() || ec) self = std::filesystem::absolute(argv0 ? argv0 : ".", ec);
   return (self.parent_path() / "Tarnell.qrx").string();

@@ -28,8 +28,8 @@ class LoadedModule {
   PluginMainFn* pluginMain_;
 };
 
-// Where tarnell-host looks for the module when none is named: beside its own
-// executable (the build puts both in one directory).
+// Tarnell.qrx beside the running executable (found from the process, not from
+// argv0, which a launcher may give relative or in another form).
 std::string defaultModulePath(const char* argv0);
 
 struct StartupOutcome {
