@@ -1,0 +1,83 @@
+// Angular remap (slots 200-202), the per-call and per-row part: the limits of
+// the visible source, each row's elevation and visible span. It uses the
+// library's tangent, which is why it is baseline code; each row is then done by
+// the SSE4.1 kernel (angular_remap_sse41.cpp). Installed with SSE4.1 only.
+#include <cmath>
+
+#include "filter/filter.h"
+
+namespace tarnell::filter {
+
+namespace {
+
+// ceil/floor of a span end, clamped to the row before conversion so that an
+// infinite limit (a turn that puts the source edge behind the viewer) gives an
+// empty or a full span rather than an undefined conversion.
+int32_t firstColumn(float v, int32_t width) {
+  const float c = std::ceil(v);
+  if (!(c > 0.0f)) return 0;
+  return c < static_cast<float>(width) ? static_cast<int32_t>(c) : width;
+}
+int32_t lastColumn(float v, int32_t width) {
+  const float c = std::floor(v);
+  if (!(c < static_cast<float>(width - 1))) return width - 1;
+  return c > -1.0f ? static_cast<int32_t>(c) : -1;
+}
+
+template <typename Sample, typename Background>
+void remap(void (*kernel)(const RemapRow&, Background), const Sample* source, Sample* destination, int32_t rows,
+           int32_t sourceWidth, int32_t destinationWidth, int32_t sourceStride, int32_t destinationStride,
+           Background background, float turn, float centre, float scale, float rowCentre, float columnCentre,
+           float rowScale, float focal) {
+  if (rows < 1) return;
+  RemapRow row{};
+  row.destinationWidth = destinationWidth;
+  row.t = std::tan(turn);
+  row.ft = focal * row.t;
+  row.centre = centre, row.scale = scale, row.columnCentre = columnCentre, row.focal = focal;
+  // tan(turn - atan(A/S)) and tan(atan(((W - 1) - A)/S) + turn): the visible
+  // source edges as tangents in the turned view.
+  const float leftRatio = centre / scale;
+  const float lower = (row.t - leftRatio) / (leftRatio * row.t + 1.0f);
+  const float rightRatio = (static_cast<float>(sourceWidth - 1) - centre) / scale;
+  const float upper = (rightRatio + row.t) / (1.0f - row.t * rightRatio);
+  for (int32_t y = 0; y < rows; ++y) {
+    const float e = std::tan((static_cast<float>(y) - rowCentre) / rowScale);
+    const double e2 = static_cast<double>(e);
+    row.k = static_cast<float>(std::sqrt(e2 * e2 + 1.0));
+    row.first = firstColumn(lower / row.k * focal + columnCentre, destinationWidth);
+    row.last = lastColumn(upper / row.k * focal + columnCentre, destinationWidth);
+    row.source = reinterpret_cast<const unsigned char*>(source) + intptr_t{sourceStride} * y;
+    row.destination = reinterpret_cast<unsigned char*>(destination) + intptr_t{destinationStride} * y;
+    kernel(row, background);
+  }
+}
+
+}  // namespace
+
+void angularRemap8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t sourceWidth,
+                   int32_t destinationWidth, int32_t sourceStride, int32_t destinationStride, uintptr_t,
+                   uint8_t background, uintptr_t, float turn, uintptr_t, float centre, uintptr_t, float scale,
+                   float rowCentre, float columnCentre, float rowScale, float focal) {
+  remap(g_angularRemapSse41.row8, source, destination, rows, sourceWidth, destinationWidth, sourceStride,
+        destinationStride, background, turn, centre, scale, rowCentre, columnCentre, rowScale, focal);
+}
+
+void angularRemap16(const uint16_t* source, uint16_t* destination, int32_t rows, int32_t sourceWidth,
+                    int32_t destinationWidth, int32_t sourceStride, int32_t destinationStride, uintptr_t,
+                    uint16_t background, uintptr_t, float turn, uintptr_t, float centre, uintptr_t, float scale,
+                    float rowCentre, float columnCentre, float rowScale, float focal) {
+  remap(g_angularRemapSse41.row16, source, destination, rows, sourceWidth, destinationWidth, sourceStride,
+        destinationStride, background, turn, centre, scale, rowCentre, columnCentre, rowScale, focal);
+}
+
+void angularRemapSlot202(const float* source, float* destination, int32_t rows, int32_t sourceWidth,
+                         int32_t destinationWidth, int32_t sourceStride, int32_t destinationStride, uintptr_t,
+                         int32_t background, uintptr_t, float turn, uintptr_t, float centre, uintptr_t, float scale,
+                         float rowCentre, float columnCentre, float rowScale, float focal) {
+  remap(g_angularRemapSse41.rowFloat, source, destination, rows, sourceWidth, destinationWidth, sourceStride,
+        destinationStride, static_cast<float>(background), turn, centre, scale, rowCentre, columnCentre, rowScale,
+        focal);
+}
+
+}  // namespace tarnell::filter

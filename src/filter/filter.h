@@ -1,0 +1,47 @@
+// The module's filter routines ('filt'). Each has exactly the signature of its
+// slot. Baseline files hold the SSE2 routines; the SSE4.1 tier is reached through
+// its table.
+#pragma once
+
+#include <tarnell/host_interface.h>
+
+#include <cstdint>
+
+namespace tarnell::filter {
+
+SlotSignature<code::filt, 12>::Fn localDeviation3x3;        // deviation.cpp (plain code)
+SlotSignature<code::filt, 28>::Fn filterSlot28;             // weighted_sum_sse2.cpp
+SlotSignature<code::filt, 74>::Fn filterSlot74;             // weighted_sum_sse2.cpp
+SlotSignature<code::filt, 75>::Fn filterSlot75;             // box_mean16_sse2.cpp
+SlotSignature<code::filt, 188>::Fn blockDifferenceSum;      // block_difference_sse2.cpp
+SlotSignature<code::filt, 189>::Fn maskedDifferenceSum;     // block_difference_sse2.cpp
+SlotSignature<code::filt, 191>::Fn blockMatrixFilter2;      // block_matrix_sse2.cpp
+SlotSignature<code::filt, 192>::Fn blockMatrixFilter3;
+SlotSignature<code::filt, 193>::Fn blockMatrixFilter4;
+SlotSignature<code::filt, 194>::Fn blockMatrixFilter5;
+
+// ------------------------------------------------------------ angular remap
+// The per-call and per-row set-up needs the library's tangent, so it lives in
+// baseline code (angular_remap.cpp), which hands each row to the SSE4.1 kernel.
+struct RemapRow {
+  const void* source;
+  void* destination;
+  int32_t destinationWidth;
+  int32_t first, last;  // visible span; first > last: the row is all background
+  float k;              // secant of the row's elevation
+  // Per call:
+  float t, ft, centre, scale, columnCentre, focal;
+};
+
+struct AngularRemapKernels {  // angular_remap_sse41.cpp
+  void (*row8)(const RemapRow& row, uint8_t background);
+  void (*row16)(const RemapRow& row, uint16_t background);
+  void (*rowFloat)(const RemapRow& row, float background);
+};
+extern constinit const AngularRemapKernels g_angularRemapSse41;
+
+SlotSignature<code::filt, 200>::Fn angularRemap8;        // angular_remap.cpp, installed with SSE4.1
+SlotSignature<code::filt, 201>::Fn angularRemap16;
+SlotSignature<code::filt, 202>::Fn angularRemapSlot202;
+
+}  // namespace tarnell::filter

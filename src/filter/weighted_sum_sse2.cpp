@@ -1,0 +1,144 @@
+// Vertical weighted sums (slots 28 and 74): each destination sample is the
+// weighted sum of the source samples of its column over the taps' rows. Rows are
+// accumulated tap by tap into a row of accumulators on the stack, which bounds
+// a call to strips of 4096 columns.
+#include <emmintrin.h>
+
+#include <algorithm>
+
+#include "filter/filter.h"
+
+namespace tarnell::filter {
+
+namespace {
+
+constexpr int32_t kStrip = 4096;
+constexpr int kAccumulatorEntries = kStrip + 8;
+
+inline __m128i load(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
+inline __m128i loadHalf(const void* p) { return _mm_loadl_epi64(static_cast<const __m128i*>(p)); }
+inline void store(void* p, __m128i v) { _mm_storeu_si128(static_cast<__m128i*>(p), v); }
+
+struct Taps {
+  uint32_t count;
+  const uint32_t* weights;
+  uint16_t weight(uint32_t k) const { return static_cast<uint16_t>(weights[k]); }
+};
+Taps tapsOf(const uint32_t* block) {
+  return {block[kWeightedSumTapCountEntry], block + kWeightedSumTapCountEntry + 1};
+}
+
+// Runs one strip per call of `strip`, at most 4096 columns each, left to right.
+template <typename Sample, typename Strip>
+void inStrips(const Sample* source, Sample* destination, int32_t columns, Strip strip) {
+  while (columns > kStrip) {
+    strip(source, destination, kStrip);
+    source += kStrip, destination += kStrip, columns -= kStrip;
+  }
+  strip(source, destination, columns);
+}
+
+// --- 8-bit: 16-bit accumulators
+
+// One tap over the strip. The 16-column step adds each pair of 16-bit products
+// as one 32-bit lane, so an even column's carry goes into the odd column after
+// it; the 8-column and single steps wrap each column on its own. Results depend
+// on this split, which the host's routine shares.
+void accumulate8(uint16_t* acc, const uint8_t* row, int32_t columns, uint16_t weight) {
+  const __m128i w = _mm_set1_epi16(static_cast<int16_t>(weight));
+  const __m128i zero = _mm_setzero_si128();
+  int32_t c = 0;
+  for (const int32_t wide = columns & ~15; c < wide; c += 16) {
+    const __m128i s = load(row + c);
+    const __m128i lo = _mm_mullo_epi16(_mm_unpacklo_epi8(s, zero), w);
+    const __m128i hi = _mm_mullo_epi16(_mm_unpackhi_epi8(s, zero), w);
+    store(acc + c, _mm_add_epi32(load(acc + c), lo));
+    store(acc + c + 8, _mm_add_epi32(load(acc + c + 8), hi));
+  }
+  for (; c + 8 <= columns; c += 8) {
+    const __m128i p = _mm_mullo_epi16(_mm_unpacklo_epi8(loadHalf(row + c), zero), w);
+    store(acc + c, _mm_add_epi16(load(acc + c), p));
+  }
+  for (; c < columns; ++c) acc[c] = static_cast<uint16_t>(acc[c] + row[c] * weight);
+}
+
+void strip8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t columns, int32_t sourceStride,
+            int32_t destinationStride, Taps taps) {
+  alignas(16) uint16_t acc[kAccumulatorEntries];
+  columns = std::min(columns, kStrip);  // as the callers guarantee; tells the compiler too
+  const __m128i half = _mm_set1_epi16(128);
+  for (int32_t r = 0; r < rows; ++r) {
+    for (int32_t c = 0; c < columns; c += 8) store(acc + c, half);
+    for (uint32_t k = 0; k < taps.count; ++k)
+      accumulate8(acc, source + (intptr_t{r} + k) * sourceStride, columns, taps.weight(k));
+    uint8_t* out = destination + intptr_t{destinationStride} * r;
+    int32_t c = 0;
+    for (; c < columns && (reinterpret_cast<uintptr_t>(out + c) & 15) != 0; ++c) out[c] = static_cast<uint8_t>(acc[c] >> 8);
+    for (; c + 16 <= columns; c += 16)
+      _mm_store_si128(reinterpret_cast<__m128i*>(out + c),
+                      _mm_packus_epi16(_mm_srli_epi16(load(acc + c), 8), _mm_srli_epi16(load(acc + c + 8), 8)));
+    for (; c + 8 <= columns; c += 8) {
+      const __m128i v = _mm_srli_epi16(load(acc + c), 8);
+      _mm_storel_epi64(reinterpret_cast<__m128i*>(out + c), _mm_packus_epi16(v, v));
+    }
+    for (; c < columns; ++c) out[c] = static_cast<uint8_t>(acc[c] >> 8);
+  }
+}
+
+// --- 16-bit: 32-bit accumulators, full 16 x 16-bit products
+
+void accumulate16(uint32_t* acc, const uint16_t* row, int32_t columns, uint16_t weight) {
+  const __m128i w = _mm_set1_epi16(static_cast<int16_t>(weight));
+  int32_t c = 0;
+  for (; c + 8 <= columns; c += 8) {
+    const __m128i s = load(row + c);
+    const __m128i lo = _mm_mullo_epi16(s, w), hi = _mm_mulhi_epu16(s, w);
+    store(acc + c, _mm_add_epi32(load(acc + c), _mm_unpacklo_epi16(lo, hi)));
+    store(acc + c + 4, _mm_add_epi32(load(acc + c + 4), _mm_unpackhi_epi16(lo, hi)));
+  }
+  for (; c < columns; ++c) acc[c] += uint32_t{row[c]} * weight;
+}
+
+// Bits 8..23 of four accumulators, as signed 16-bit values, so that the signed
+// pack keeps them as they are.
+inline __m128i middleBits(__m128i acc) { return _mm_srai_epi32(_mm_slli_epi32(acc, 8), 16); }
+
+void strip16(const uint16_t* source, uint16_t* destination, int32_t rows, int32_t columns, int32_t sourceStep,
+             int32_t destinationStep, Taps taps) {
+  alignas(16) uint32_t acc[kAccumulatorEntries];
+  columns = std::min(columns, kStrip);
+  const __m128i half = _mm_set1_epi32(128);
+  for (int32_t r = 0; r < rows; ++r) {
+    for (int32_t c = 0; c < columns; c += 4) store(acc + c, half);
+    for (uint32_t k = 0; k < taps.count; ++k)
+      accumulate16(acc, source + (intptr_t{r} + k) * sourceStep, columns, taps.weight(k));
+    uint16_t* out = destination + intptr_t{destinationStep} * r;
+    int32_t c = 0;
+    for (; c + 8 <= columns; c += 8)
+      store(out + c, _mm_packs_epi32(middleBits(load(acc + c)), middleBits(load(acc + c + 4))));
+    for (; c < columns; ++c) out[c] = static_cast<uint16_t>(acc[c] >> 8);
+  }
+}
+
+}  // namespace
+
+void filterSlot28(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t columns, int32_t sourceStride,
+                  int32_t destinationStride, const uint32_t* block) {
+  if (rows < 1 || columns < 1) return;
+  const Taps taps = tapsOf(block);
+  inStrips(source, destination, columns, [&](const uint8_t* s, uint8_t* d, int32_t n) {
+    strip8(s, d, rows, n, sourceStride, destinationStride, taps);
+  });
+}
+
+// Strides of 16-bit planes are counted in samples: halved, rounding down.
+void filterSlot74(const uint16_t* source, uint16_t* destination, int32_t rows, int32_t columns, int32_t sourceStride,
+                  int32_t destinationStride, const uint32_t* block) {
+  if (rows < 1 || columns < 1) return;
+  const Taps taps = tapsOf(block);
+  inStrips(source, destination, columns, [&](const uint16_t* s, uint16_t* d, int32_t n) {
+    strip16(s, d, rows, n, sourceStride >> 1, destinationStride >> 1, taps);
+  });
+}
+
+}  // namespace tarnell::filter
