@@ -86,17 +86,38 @@ void strip8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t c
 }
 
 // --- 16-bit: 32-bit accumulators, full 16 x 16-bit products
+//
+// Two taps at a time through the signed multiply-add: with s' = s - 32768 and w'
+// the weight read as signed, s w = s' w' + 32768 w + 65536 s' [w >= 32768] modulo
+// 2^32. The middle term is the same for every column and goes into the seed; the
+// last is added for the taps whose weight has its top bit set.
 
-void accumulate16(uint32_t* acc, const uint16_t* row, int32_t columns, uint16_t weight) {
-  const __m128i w = _mm_set1_epi16(static_cast<int16_t>(weight));
+struct TapPair {
+  __m128i weights;  // (w'k, w'k+1) in each 32-bit lane
+  __m128i topBits;  // (1, 1) where the weight's top bit is set, else 0
+};
+
+TapPair tapPair(uint16_t a, uint16_t b) {
+  return {_mm_set1_epi32(static_cast<int32_t>(uint32_t{b} << 16 | a)),
+          _mm_set1_epi32(static_cast<int32_t>(static_cast<uint32_t>(b >> 15) << 16 | static_cast<uint32_t>(a >> 15)))};
+}
+
+template <bool TopBits>
+void accumulatePair(uint32_t* acc, const uint16_t* rowA, const uint16_t* rowB, int32_t columns, TapPair pair) {
+  const __m128i bias = _mm_set1_epi16(-32768);
   int32_t c = 0;
   for (; c + 8 <= columns; c += 8) {
-    const __m128i s = load(row + c);
-    const __m128i lo = _mm_mullo_epi16(s, w), hi = _mm_mulhi_epu16(s, w);
-    store(acc + c, _mm_add_epi32(load(acc + c), _mm_unpacklo_epi16(lo, hi)));
-    store(acc + c + 4, _mm_add_epi32(load(acc + c + 4), _mm_unpackhi_epi16(lo, hi)));
+    const __m128i a = _mm_xor_si128(load(rowA + c), bias), b = _mm_xor_si128(load(rowB + c), bias);
+    const __m128i lo = _mm_unpacklo_epi16(a, b), hi = _mm_unpackhi_epi16(a, b);
+    __m128i sumLo = _mm_add_epi32(load(acc + c), _mm_madd_epi16(lo, pair.weights));
+    __m128i sumHi = _mm_add_epi32(load(acc + c + 4), _mm_madd_epi16(hi, pair.weights));
+    if constexpr (TopBits) {
+      sumLo = _mm_add_epi32(sumLo, _mm_slli_epi32(_mm_madd_epi16(lo, pair.topBits), 16));
+      sumHi = _mm_add_epi32(sumHi, _mm_slli_epi32(_mm_madd_epi16(hi, pair.topBits), 16));
+    }
+    store(acc + c, sumLo);
+    store(acc + c + 4, sumHi);
   }
-  for (; c < columns; ++c) acc[c] += uint32_t{row[c]} * weight;
 }
 
 // Bits 8..23 of four accumulators, as signed 16-bit values, so that the signed
@@ -107,11 +128,27 @@ void strip16(const uint16_t* source, uint16_t* destination, int32_t rows, int32_
              int32_t destinationStep, Taps taps) {
   alignas(16) uint32_t acc[kAccumulatorEntries];
   columns = std::min(columns, kStrip);
-  const __m128i half = _mm_set1_epi32(128);
+  uint32_t seed = 128;
+  for (uint32_t k = 0; k < taps.count; ++k) seed += 32768u * taps.weight(k);
+  const int32_t vectorColumns = columns & ~7;
+  const __m128i seeds = _mm_set1_epi32(static_cast<int32_t>(seed));
   for (int32_t r = 0; r < rows; ++r) {
-    for (int32_t c = 0; c < columns; c += 4) store(acc + c, half);
-    for (uint32_t k = 0; k < taps.count; ++k)
-      accumulate16(acc, source + (intptr_t{r} + k) * sourceStep, columns, taps.weight(k));
+    auto row = [&](uint32_t k) { return source + (intptr_t{r} + k) * sourceStep; };
+    for (int32_t c = 0; c < vectorColumns; c += 4) store(acc + c, seeds);
+    for (uint32_t k = 0; k < taps.count; k += 2) {
+      const bool single = k + 1 == taps.count;  // an odd last tap pairs with a weight of 0
+      const uint16_t a = taps.weight(k), b = single ? 0 : taps.weight(k + 1);
+      if (((a | b) & 0x8000) != 0) {
+        accumulatePair<true>(acc, row(k), row(single ? k : k + 1), vectorColumns, tapPair(a, b));
+      } else {
+        accumulatePair<false>(acc, row(k), row(single ? k : k + 1), vectorColumns, tapPair(a, b));
+      }
+    }
+    for (int32_t c = vectorColumns; c < columns; ++c) {
+      uint32_t sum = 128;
+      for (uint32_t k = 0; k < taps.count; ++k) sum += uint32_t{row(k)[c]} * taps.weight(k);
+      acc[c] = sum;
+    }
     uint16_t* out = destination + intptr_t{destinationStep} * r;
     int32_t c = 0;
     for (; c + 8 <= columns; c += 8)
