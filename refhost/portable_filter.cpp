@@ -21,11 +21,12 @@
 //   (group element 0 first, channel 0 first within an element), starting from the
 //   first product. A count below one whole group does nothing. The result is the
 //   number of elements written; every call is logged (input, count, fourth, fifth).
-#include "refhost/portable.h"
 #include "refhost/portable_filter.h"
 
 #include <cmath>
 #include <vector>
+
+#include "refhost/portable.h"
 
 namespace tarnell::refhost {
 
@@ -81,7 +82,8 @@ void filterSlot28(const uint8_t* source, uint8_t* destination, int32_t rows, int
         }
       }
     }
-    for (int32_t c = 0; c < columns; ++c) destination[intptr_t{destinationStride} * r + c] = static_cast<uint8_t>(acc[c] >> 8);
+    for (int32_t c = 0; c < columns; ++c)
+      destination[intptr_t{destinationStride} * r + c] = static_cast<uint8_t>(acc[c] >> 8);
   }
 }
 
@@ -103,10 +105,13 @@ void filterSlot74(const uint16_t* source, uint16_t* destination, int32_t rows, i
 
 // --- slot 75: 16-bit box mean
 
-int32_t filterSlot75(const uint16_t* source, uint16_t* destination, int32_t rows, int32_t columns,
-                     int32_t sourceStride, int32_t destinationStride, int32_t radius) {
+int32_t filterSlot75(const uint16_t* source, uint16_t* destination, int32_t rows, int32_t columns, int32_t sourceStride,
+                     int32_t destinationStride, int32_t radius) {
   if (ReferenceHost* host = ReferenceHost::active())
-    host->record({code::filt, 75, {word(reinterpret_cast<intptr_t>(source)), word(reinterpret_cast<intptr_t>(destination)), word(rows), word(columns)}});
+    host->record({code::filt,
+                  75,
+                  {word(reinterpret_cast<intptr_t>(source)), word(reinterpret_cast<intptr_t>(destination)), word(rows),
+                   word(columns)}});
   if (rows < 1 || columns < 1 || radius < 0) return 0;
   const uint32_t span = 2 * static_cast<uint32_t>(radius) + 1;
   const uint32_t area = span * span;
@@ -125,7 +130,8 @@ int32_t filterSlot75(const uint16_t* source, uint16_t* destination, int32_t rows
 
 uint16_t blockDifferenceSum(const uint8_t* first, const uint8_t* second) {
   uint32_t sum = 0;
-  for (int i = 0; i < kDifferenceBlockBytes; ++i) sum += first[i] > second[i] ? first[i] - second[i] : second[i] - first[i];
+  for (int i = 0; i < kDifferenceBlockBytes; ++i)
+    sum += first[i] > second[i] ? first[i] - second[i] : second[i] - first[i];
   return static_cast<uint16_t>(sum);
 }
 
@@ -162,16 +168,11 @@ int32_t blockMatrix(const float* input, int32_t count, const float* coefficients
 }
 
 const PortableRoutine kOwn[] = {
-    portable<code::filt, 12>(&localDeviation3x3),
-    portable<code::filt, 28>(&filterSlot28),
-    portable<code::filt, 74>(&filterSlot74),
-    portable<code::filt, 75>(&filterSlot75),
-    portable<code::filt, 188>(&blockDifferenceSum),
-    portable<code::filt, 189>(&maskedDifferenceSum),
-    portable<code::filt, 191>(&blockMatrix<2, 191>),
-    portable<code::filt, 192>(&blockMatrix<3, 192>),
-    portable<code::filt, 193>(&blockMatrix<4, 193>),
-    portable<code::filt, 194>(&blockMatrix<5, 194>),
+    portable<code::filt, 12>(&localDeviation3x3),    portable<code::filt, 28>(&filterSlot28),
+    portable<code::filt, 74>(&filterSlot74),         portable<code::filt, 75>(&filterSlot75),
+    portable<code::filt, 188>(&blockDifferenceSum),  portable<code::filt, 189>(&maskedDifferenceSum),
+    portable<code::filt, 191>(&blockMatrix<2, 191>), portable<code::filt, 192>(&blockMatrix<3, 192>),
+    portable<code::filt, 193>(&blockMatrix<4, 193>), portable<code::filt, 194>(&blockMatrix<5, 194>),
 };
 
 }  // namespace

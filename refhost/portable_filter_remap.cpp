@@ -32,13 +32,17 @@ int32_t spanEnd(float v, int32_t width) {
 
 template <typename Sample>
 Sample sampleOfFloat(float v) {
-  if constexpr (sizeof(Sample) == 4) return v;
-  else return static_cast<Sample>(static_cast<int32_t>(v));
+  if constexpr (sizeof(Sample) == 4)
+    return v;
+  else
+    return static_cast<Sample>(static_cast<int32_t>(v));
 }
 template <typename Sample>
 Sample sampleOfDouble(double v) {
-  if constexpr (sizeof(Sample) == 4) return static_cast<float>(v);
-  else return static_cast<Sample>(static_cast<int32_t>(v));
+  if constexpr (sizeof(Sample) == 4)
+    return static_cast<float>(v);
+  else
+    return static_cast<Sample>(static_cast<int32_t>(v));
 }
 
 template <typename Sample, typename Background>
@@ -50,10 +54,13 @@ void angularRemap(const Sample* source, Sample* destination, int32_t rows, int32
   const float t = std::tan(turn);
   const float ft = f * t;
   const float lower = (t - a / s) / ((a / s) * t + 1.0f);
-  const float upper = ((static_cast<float>(sourceWidth - 1) - a) / s + t) / (1.0f - t * ((static_cast<float>(sourceWidth - 1) - a) / s));
+  const float upper = ((static_cast<float>(sourceWidth - 1) - a) / s + t) /
+                      (1.0f - t * ((static_cast<float>(sourceWidth - 1) - a) / s));
   for (int32_t y = 0; y < rows; ++y) {
-    const auto* src = reinterpret_cast<const Sample*>(reinterpret_cast<const unsigned char*>(source) + intptr_t{sourceStride} * y);
-    auto* out = reinterpret_cast<Sample*>(reinterpret_cast<unsigned char*>(destination) + intptr_t{destinationStride} * y);
+    const auto* src =
+        reinterpret_cast<const Sample*>(reinterpret_cast<const unsigned char*>(source) + intptr_t{sourceStride} * y);
+    auto* out =
+        reinterpret_cast<Sample*>(reinterpret_cast<unsigned char*>(destination) + intptr_t{destinationStride} * y);
     const float e = std::tan((static_cast<float>(y) - rc) / q);
     const float k = static_cast<float>(std::sqrt(static_cast<double>(e) * static_cast<double>(e) + 1.0));
     const int32_t first = spanStart(lower / k * f + m, destinationWidth);
@@ -72,7 +79,8 @@ void angularRemap(const Sample* source, Sample* destination, int32_t rows, int32
     for (int32_t x = singleEnd; x <= last; ++x) {
       const double u = (static_cast<double>(x) - static_cast<double>(m)) * static_cast<double>(k);
       const double p = (u - static_cast<double>(ft)) / (u * static_cast<double>(t) + static_cast<double>(f)) *
-                           static_cast<double>(s) + static_cast<double>(a);
+                           static_cast<double>(s) +
+                       static_cast<double>(a);
       const auto i = static_cast<int32_t>(p);
       const double frac = p - static_cast<double>(i);
       const double lo = static_cast<double>(src[i]), hi = static_cast<double>(src[i + 1]);

@@ -27,12 +27,11 @@ Installed install(bool sse, bool sse2, bool sse41) {
   f.sse41 = sse41;
   Installed out;
   out.table.assign(static_cast<std::size_t>(kSuites[kFilt].slotCount), nullptr);
-  installFilter(SuiteWriter<code::filt>(out.table.data(),
-                                        [](void* context, int slot, HostRoutine) {
-                                          static_cast<Installed*>(context)->order.push_back(slot);
-                                        },
-                                        &out),
-                f);
+  installFilter(
+      SuiteWriter<code::filt>(
+          out.table.data(),
+          [](void* context, int slot, HostRoutine) { static_cast<Installed*>(context)->order.push_back(slot); }, &out),
+      f);
   return out;
 }
 
@@ -69,11 +68,11 @@ TEST(FilterInstall, EachSlotGetsItsRoutine) {
   EXPECT_EQ(at(75), erase(&filterSlot75));
   EXPECT_EQ(at(188), erase(&blockDifferenceSum));
   EXPECT_EQ(at(189), erase(&maskedDifferenceSum));
-  EXPECT_EQ(at(191), erase(&blockMatrixFilter2));
-  EXPECT_EQ(at(194), erase(&blockMatrixFilter5));
-  EXPECT_EQ(at(200), erase(&angularRemap8));
-  EXPECT_EQ(at(201), erase(&angularRemap16));
-  EXPECT_EQ(at(202), erase(&angularRemapSlot202));
+  EXPECT_EQ(at(191), erase(blockMatrixFilter2));
+  EXPECT_EQ(at(194), erase(blockMatrixFilter5));
+  EXPECT_EQ(at(200), erase(angularRemap8));
+  EXPECT_EQ(at(201), erase(angularRemap16));
+  EXPECT_EQ(at(202), erase(angularRemapSlot202));
   // The forwarded slots hold distinct routines of the module's own.
   std::vector<HostRoutine> forwarders;
   for (int slot : {34, 31, 106, 195, 197, 155}) {
@@ -100,7 +99,8 @@ TEST(FilterInstall, ForwardedSlotsReachTheHostsRoutine) {
       return 7;
     });
     seenSlot = -1;
-    const int result = reinterpret_cast<Fn*>(all.table[static_cast<std::size_t>(slot)])(uintptr_t{0xABCDEF} + static_cast<uintptr_t>(slot));
+    const int result = reinterpret_cast<Fn*>(all.table[static_cast<std::size_t>(slot)])(uintptr_t{0xABCDEF} +
+                                                                                        static_cast<uintptr_t>(slot));
     saved = keep;
     EXPECT_EQ(result, 7);
     EXPECT_EQ(seenSlot, slot);

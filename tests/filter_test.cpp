@@ -1,6 +1,8 @@
 // The filters' edge cases through the started module: known values, the calls
 // they make to the host, and the loop shapes that show in the results (the
 // weighted sum's carry, strips, the box mean's hand-over of large radii).
+#include "filter/filter.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -8,7 +10,6 @@
 #include <cstring>
 #include <vector>
 
-#include "filter/filter.h"
 #include "host/install.h"
 #include "host/module_state.h"
 #include "refhost/refhost.h"
@@ -117,7 +118,8 @@ TEST_F(Filters, WeightedSumStripsGiveOnePassesResults) {
   filter::filterSlot74(src.data() + 4096, split.data() + 4096, 1, 904, 2 * kColumns, 2 * kColumns, block.data());
   EXPECT_EQ(one, split);
   for (int32_t c = 0; c < kColumns; ++c) {  // bits 8..23 of 128 + the full products
-    const uint32_t sum = 128 + src[static_cast<std::size_t>(c)] * 0x1234u + src[static_cast<std::size_t>(kColumns + c)] * 0xFFF0u;
+    const uint32_t sum =
+        128 + src[static_cast<std::size_t>(c)] * 0x1234u + src[static_cast<std::size_t>(kColumns + c)] * 0xFFF0u;
     ASSERT_EQ(one[static_cast<std::size_t>(c)], static_cast<uint16_t>(sum >> 8)) << c;
   }
 }

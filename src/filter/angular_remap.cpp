@@ -24,12 +24,16 @@ int32_t lastColumn(float v, int32_t width) {
   return c > -1.0f ? static_cast<int32_t>(c) : -1;
 }
 
-template <typename Sample, typename Background>
-void remap(void (*kernel)(const RemapRow&, Background), const Sample* source, Sample* destination, int32_t rows,
-           int32_t sourceWidth, int32_t destinationWidth, int32_t sourceStride, int32_t destinationStride,
-           Background background, float turn, float centre, float scale, float rowCentre, float columnCentre,
+// The slot's routine for one sample kind; Kernel picks its row kernel from the
+// SSE4.1 table. The unread words (8, 10, 12, 14) are accepted and ignored.
+template <typename Sample, typename Background, typename Value, auto Kernel>
+void remap(const Sample* source, Sample* destination, int32_t rows, int32_t sourceWidth, int32_t destinationWidth,
+           int32_t sourceStride, int32_t destinationStride, uintptr_t, Background backgroundValue, uintptr_t,
+           float turn, uintptr_t, float centre, uintptr_t, float scale, float rowCentre, float columnCentre,
            float rowScale, float focal) {
   if (rows < 1) return;
+  const auto kernel = g_angularRemapSse41.*Kernel;
+  const auto background = static_cast<Value>(backgroundValue);
   RemapRow row{};
   row.destinationWidth = destinationWidth;
   row.t = std::tan(turn);
@@ -55,29 +59,8 @@ void remap(void (*kernel)(const RemapRow&, Background), const Sample* source, Sa
 
 }  // namespace
 
-void angularRemap8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t sourceWidth,
-                   int32_t destinationWidth, int32_t sourceStride, int32_t destinationStride, uintptr_t,
-                   uint8_t background, uintptr_t, float turn, uintptr_t, float centre, uintptr_t, float scale,
-                   float rowCentre, float columnCentre, float rowScale, float focal) {
-  remap(g_angularRemapSse41.row8, source, destination, rows, sourceWidth, destinationWidth, sourceStride,
-        destinationStride, background, turn, centre, scale, rowCentre, columnCentre, rowScale, focal);
-}
-
-void angularRemap16(const uint16_t* source, uint16_t* destination, int32_t rows, int32_t sourceWidth,
-                    int32_t destinationWidth, int32_t sourceStride, int32_t destinationStride, uintptr_t,
-                    uint16_t background, uintptr_t, float turn, uintptr_t, float centre, uintptr_t, float scale,
-                    float rowCentre, float columnCentre, float rowScale, float focal) {
-  remap(g_angularRemapSse41.row16, source, destination, rows, sourceWidth, destinationWidth, sourceStride,
-        destinationStride, background, turn, centre, scale, rowCentre, columnCentre, rowScale, focal);
-}
-
-void angularRemapSlot202(const float* source, float* destination, int32_t rows, int32_t sourceWidth,
-                         int32_t destinationWidth, int32_t sourceStride, int32_t destinationStride, uintptr_t,
-                         int32_t background, uintptr_t, float turn, uintptr_t, float centre, uintptr_t, float scale,
-                         float rowCentre, float columnCentre, float rowScale, float focal) {
-  remap(g_angularRemapSse41.rowFloat, source, destination, rows, sourceWidth, destinationWidth, sourceStride,
-        destinationStride, static_cast<float>(background), turn, centre, scale, rowCentre, columnCentre, rowScale,
-        focal);
-}
+const SlotFn<code::filt, 200> angularRemap8 = &remap<uint8_t, uint8_t, uint8_t, &AngularRemapKernels::row8>;
+const SlotFn<code::filt, 201> angularRemap16 = &remap<uint16_t, uint16_t, uint16_t, &AngularRemapKernels::row16>;
+const SlotFn<code::filt, 202> angularRemapSlot202 = &remap<float, int32_t, float, &AngularRemapKernels::rowFloat>;
 
 }  // namespace tarnell::filter

@@ -18,9 +18,12 @@ void fill(Sample* out, int32_t from, int32_t to, Sample value) {
   int32_t x = from;
   for (; x < to && (reinterpret_cast<uintptr_t>(out + x) & 15) != 0; ++x) out[x] = value;
   __m128i v;
-  if constexpr (sizeof(Sample) == 1) v = _mm_set1_epi8(static_cast<char>(value));
-  else if constexpr (sizeof(Sample) == 2) v = _mm_set1_epi16(static_cast<int16_t>(value));
-  else v = _mm_castps_si128(_mm_set1_ps(value));
+  if constexpr (sizeof(Sample) == 1)
+    v = _mm_set1_epi8(static_cast<char>(value));
+  else if constexpr (sizeof(Sample) == 2)
+    v = _mm_set1_epi16(static_cast<int16_t>(value));
+  else
+    v = _mm_castps_si128(_mm_set1_ps(value));
   constexpr int32_t kPerStore = 16 / sizeof(Sample);
   for (; x + kPerStore <= to; x += kPerStore) _mm_store_si128(reinterpret_cast<__m128i*>(out + x), v);
   for (; x < to; ++x) out[x] = value;
@@ -147,7 +150,6 @@ void remapRow(const RemapRow& row, Sample background) {
 
 }  // namespace
 
-constinit const AngularRemapKernels g_angularRemapSse41 = {&remapRow<uint8_t>, &remapRow<uint16_t>,
-                                                           &remapRow<float>};
+constinit const AngularRemapKernels g_angularRemapSse41 = {&remapRow<uint8_t>, &remapRow<uint16_t>, &remapRow<float>};
 
 }  // namespace tarnell::filter

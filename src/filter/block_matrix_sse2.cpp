@@ -36,8 +36,8 @@ struct Columns {
   __m128 column[static_cast<std::size_t>(4 * K)];
   explicit Columns(const float* coefficients) {
     for (int i = 0; i < 4 * K; ++i)
-      column[i] = _mm_setr_ps(coefficients[i], coefficients[4 * K + i], coefficients[8 * K + i],
-                              coefficients[12 * K + i]);
+      column[i] =
+          _mm_setr_ps(coefficients[i], coefficients[4 * K + i], coefficients[8 * K + i], coefficients[12 * K + i]);
   }
 };
 
@@ -76,21 +76,9 @@ int32_t blockMatrix(const float* input, int32_t count, const float* coefficients
 
 }  // namespace
 
-int32_t blockMatrixFilter2(const float* input, int32_t count, const float* coefficients, uintptr_t hostFourth,
-                           uintptr_t hostFifth, float* output) {
-  return blockMatrix<2, 191>(input, count, coefficients, hostFourth, hostFifth, output);
-}
-int32_t blockMatrixFilter3(const float* input, int32_t count, const float* coefficients, uintptr_t hostFourth,
-                           uintptr_t hostFifth, float* output) {
-  return blockMatrix<3, 192>(input, count, coefficients, hostFourth, hostFifth, output);
-}
-int32_t blockMatrixFilter4(const float* input, int32_t count, const float* coefficients, uintptr_t hostFourth,
-                           uintptr_t hostFifth, float* output) {
-  return blockMatrix<4, 193>(input, count, coefficients, hostFourth, hostFifth, output);
-}
-int32_t blockMatrixFilter5(const float* input, int32_t count, const float* coefficients, uintptr_t hostFourth,
-                           uintptr_t hostFifth, float* output) {
-  return blockMatrix<5, 194>(input, count, coefficients, hostFourth, hostFifth, output);
-}
+const SlotFn<code::filt, 191> blockMatrixFilter2 = &blockMatrix<2, 191>;
+const SlotFn<code::filt, 192> blockMatrixFilter3 = &blockMatrix<3, 192>;
+const SlotFn<code::filt, 193> blockMatrixFilter4 = &blockMatrix<4, 193>;
+const SlotFn<code::filt, 194> blockMatrixFilter5 = &blockMatrix<5, 194>;
 
 }  // namespace tarnell::filter

@@ -24,7 +24,7 @@ struct Reciprocal {
   explicit Reciprocal(uint32_t d) {
     int l = 0;
     while (l < 32 && (uint64_t{1} << l) < d) ++l;  // bit length of d - 1
-    if (l == 0) return;                             // d = 1: q = n
+    if (l == 0) return;                            // d = 1: q = n
     m = static_cast<uint32_t>((uint64_t{1} << 32) * ((uint64_t{1} << l) - d) / d + 1);
     s1 = 1;
     s2 = l - 1;
@@ -113,8 +113,8 @@ void boxStrip(const uint16_t* source, uint16_t* destination, int32_t rows, int32
     __m128i previous = _mm_set1_epi32(static_cast<int32_t>(box));
     for (; x + 8 <= columns; x += 8) {
       const __m128i a = runningSums(_mm_sub_epi32(load(sums + x + span), load(sums + x)), previous);
-      const __m128i b = runningSums(_mm_sub_epi32(load(sums + x + 4 + span), load(sums + x + 4)),
-                                    _mm_shuffle_epi32(a, 0xFF));
+      const __m128i b =
+          runningSums(_mm_sub_epi32(load(sums + x + 4 + span), load(sums + x + 4)), _mm_shuffle_epi32(a, 0xFF));
       previous = _mm_shuffle_epi32(b, 0xFF);
       store(out + x, packUnsigned(vectorReciprocal.divide(_mm_add_epi32(a, halfs)),
                                   vectorReciprocal.divide(_mm_add_epi32(b, halfs))));
@@ -130,8 +130,8 @@ void boxStrip(const uint16_t* source, uint16_t* destination, int32_t rows, int32
 }  // namespace
 
 // Strides are counted in samples (halved, rounding down).
-int32_t filterSlot75(const uint16_t* source, uint16_t* destination, int32_t rows, int32_t columns,
-                     int32_t sourceStride, int32_t destinationStride, int32_t radius) {
+int32_t filterSlot75(const uint16_t* source, uint16_t* destination, int32_t rows, int32_t columns, int32_t sourceStride,
+                     int32_t destinationStride, int32_t radius) {
   if (radius >= kBoxMeanHostRadius)
     return savedRoutine<code::filt, 75>()(source, destination, rows, columns, sourceStride, destinationStride, radius);
   if (rows < 1 || columns < 1 || radius < 0) return 0;

@@ -9,16 +9,17 @@
 
 namespace tarnell::filter {
 
-SlotSignature<code::filt, 12>::Fn localDeviation3x3;        // deviation.cpp (plain code)
-SlotSignature<code::filt, 28>::Fn filterSlot28;             // weighted_sum_sse2.cpp
-SlotSignature<code::filt, 74>::Fn filterSlot74;             // weighted_sum_sse2.cpp
-SlotSignature<code::filt, 75>::Fn filterSlot75;             // box_mean16_sse2.cpp
-SlotSignature<code::filt, 188>::Fn blockDifferenceSum;      // block_difference_sse2.cpp
-SlotSignature<code::filt, 189>::Fn maskedDifferenceSum;     // block_difference_sse2.cpp
-SlotSignature<code::filt, 191>::Fn blockMatrixFilter2;      // block_matrix_sse2.cpp
-SlotSignature<code::filt, 192>::Fn blockMatrixFilter3;
-SlotSignature<code::filt, 193>::Fn blockMatrixFilter4;
-SlotSignature<code::filt, 194>::Fn blockMatrixFilter5;
+SlotSignature<code::filt, 12>::Fn localDeviation3x3;     // deviation.cpp (plain code)
+SlotSignature<code::filt, 28>::Fn filterSlot28;          // weighted_sum_sse2.cpp
+SlotSignature<code::filt, 74>::Fn filterSlot74;          // weighted_sum_sse2.cpp
+SlotSignature<code::filt, 75>::Fn filterSlot75;          // box_mean16_sse2.cpp
+SlotSignature<code::filt, 188>::Fn blockDifferenceSum;   // block_difference_sse2.cpp
+SlotSignature<code::filt, 189>::Fn maskedDifferenceSum;  // block_difference_sse2.cpp
+// One routine per group size, instances of one template (block_matrix_sse2.cpp).
+extern const SlotFn<code::filt, 191> blockMatrixFilter2;
+extern const SlotFn<code::filt, 192> blockMatrixFilter3;
+extern const SlotFn<code::filt, 193> blockMatrixFilter4;
+extern const SlotFn<code::filt, 194> blockMatrixFilter5;
 
 // ------------------------------------------------------------ angular remap
 // The per-call and per-row set-up needs the library's tangent, so it lives in
@@ -40,8 +41,9 @@ struct AngularRemapKernels {  // angular_remap_sse41.cpp
 };
 extern constinit const AngularRemapKernels g_angularRemapSse41;
 
-SlotSignature<code::filt, 200>::Fn angularRemap8;        // angular_remap.cpp, installed with SSE4.1
-SlotSignature<code::filt, 201>::Fn angularRemap16;
-SlotSignature<code::filt, 202>::Fn angularRemapSlot202;
+// angular_remap.cpp, installed with SSE4.1: one template per sample kind.
+extern const SlotFn<code::filt, 200> angularRemap8;
+extern const SlotFn<code::filt, 201> angularRemap16;
+extern const SlotFn<code::filt, 202> angularRemapSlot202;
 
 }  // namespace tarnell::filter

@@ -31,18 +31,18 @@ void installFilter(const SuiteWriter<code::filt>& w, const CpuFeatureFlags& flag
     w.write(106, routine(&filterForward106));
     w.put<189>(&maskedDifferenceSum);
     w.put<188>(&blockDifferenceSum);
-    w.put<191>(&blockMatrixFilter2);
-    w.put<192>(&blockMatrixFilter3);
-    w.put<193>(&blockMatrixFilter4);
-    w.put<194>(&blockMatrixFilter5);
+    w.put<191>(blockMatrixFilter2);
+    w.put<192>(blockMatrixFilter3);
+    w.put<193>(blockMatrixFilter4);
+    w.put<194>(blockMatrixFilter5);
     w.write(195, routine(&filterForward195));
     w.write(197, routine(&filterForward197));
   }
   // Tested on its own: a processor may report SSE4.1 without SSE2.
   if (flags.sse41 != 0) {
-    w.put<200>(&angularRemap8);
-    w.put<201>(&angularRemap16);
-    w.put<202>(&angularRemapSlot202);
+    w.put<200>(angularRemap8);
+    w.put<201>(angularRemap16);
+    w.put<202>(angularRemapSlot202);
     w.write(155, routine(&filterForward155));
   }
 }

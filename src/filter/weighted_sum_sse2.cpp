@@ -24,9 +24,7 @@ struct Taps {
   const uint32_t* weights;
   uint16_t weight(uint32_t k) const { return static_cast<uint16_t>(weights[k]); }
 };
-Taps tapsOf(const uint32_t* block) {
-  return {block[kWeightedSumTapCountEntry], block + kWeightedSumTapCountEntry + 1};
-}
+Taps tapsOf(const uint32_t* block) { return {block[kWeightedSumTapCountEntry], block + kWeightedSumTapCountEntry + 1}; }
 
 // Runs one strip per call of `strip`, at most 4096 columns each, left to right.
 template <typename Sample, typename Strip>
@@ -73,7 +71,8 @@ void strip8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t c
       accumulate8(acc, source + (intptr_t{r} + k) * sourceStride, columns, taps.weight(k));
     uint8_t* out = destination + intptr_t{destinationStride} * r;
     int32_t c = 0;
-    for (; c < columns && (reinterpret_cast<uintptr_t>(out + c) & 15) != 0; ++c) out[c] = static_cast<uint8_t>(acc[c] >> 8);
+    for (; c < columns && (reinterpret_cast<uintptr_t>(out + c) & 15) != 0; ++c)
+      out[c] = static_cast<uint8_t>(acc[c] >> 8);
     for (; c + 16 <= columns; c += 16)
       _mm_store_si128(reinterpret_cast<__m128i*>(out + c),
                       _mm_packus_epi16(_mm_srli_epi16(load(acc + c), 8), _mm_srli_epi16(load(acc + c + 8), 8)));
