@@ -101,28 +101,51 @@ TapPair tapPair(uint16_t a, uint16_t b) {
           _mm_set1_epi32(static_cast<int32_t>(static_cast<uint32_t>(b >> 15) << 16 | static_cast<uint32_t>(a >> 15)))};
 }
 
-template <bool TopBits>
-void accumulatePair(uint32_t* acc, const uint16_t* rowA, const uint16_t* rowB, int32_t columns, TapPair pair) {
-  const __m128i bias = _mm_set1_epi16(-32768);
-  int32_t c = 0;
-  for (; c + 8 <= columns; c += 8) {
-    const __m128i a = _mm_xor_si128(load(rowA + c), bias), b = _mm_xor_si128(load(rowB + c), bias);
-    const __m128i lo = _mm_unpacklo_epi16(a, b), hi = _mm_unpackhi_epi16(a, b);
-    __m128i sumLo = _mm_add_epi32(load(acc + c), _mm_madd_epi16(lo, pair.weights));
-    __m128i sumHi = _mm_add_epi32(load(acc + c + 4), _mm_madd_epi16(hi, pair.weights));
-    if constexpr (TopBits) {
-      sumLo = _mm_add_epi32(sumLo, _mm_slli_epi32(_mm_madd_epi16(lo, pair.topBits), 16));
-      sumHi = _mm_add_epi32(sumHi, _mm_slli_epi32(_mm_madd_epi16(hi, pair.topBits), 16));
-    }
-    store(acc + c, sumLo);
-    store(acc + c + 4, sumHi);
-  }
-}
-
 // Bits 8..23 of four accumulators, as signed 16-bit values, so that the signed
 // pack keeps them as they are.
 inline __m128i middleBits(__m128i acc) { return _mm_srai_epi32(_mm_slli_epi32(acc, 8), 16); }
 
+// Up to 16 taps whose sums stay in registers while they run over 8 columns.
+constexpr uint32_t kPairsPerChunk = 8;
+struct TapChunk {
+  TapPair pair[kPairsPerChunk];
+  intptr_t rowA[kPairsPerChunk], rowB[kPairsPerChunk];  // in samples from the first tap's row
+  bool topBits[kPairsPerChunk];
+  uint32_t pairs = 0;
+};
+
+TapChunk tapChunk(const Taps& taps, uint32_t first, intptr_t step) {
+  TapChunk chunk;
+  for (uint32_t k = first; k < taps.count && chunk.pairs < kPairsPerChunk; k += 2) {
+    const bool single = k + 1 == taps.count;  // an odd last tap pairs with a weight of 0
+    const uint16_t a = taps.weight(k), b = single ? 0 : taps.weight(k + 1);
+    chunk.pair[chunk.pairs] = tapPair(a, b);
+    chunk.topBits[chunk.pairs] = ((a | b) & 0x8000) != 0;
+    chunk.rowA[chunk.pairs] = intptr_t{k} * step;
+    chunk.rowB[chunk.pairs] = intptr_t{single ? k : k + 1} * step;
+    ++chunk.pairs;
+  }
+  return chunk;
+}
+
+// Adds a chunk's taps to the sums of 8 columns (lo: columns 0-3, hi: 4-7).
+inline void addChunk(const TapChunk& chunk, const uint16_t* at, __m128i& lo, __m128i& hi) {
+  const __m128i bias = _mm_set1_epi16(-32768);
+  for (uint32_t q = 0; q < chunk.pairs; ++q) {
+    const __m128i a = _mm_xor_si128(load(at + chunk.rowA[q]), bias);
+    const __m128i b = _mm_xor_si128(load(at + chunk.rowB[q]), bias);
+    const __m128i l = _mm_unpacklo_epi16(a, b), h = _mm_unpackhi_epi16(a, b);
+    lo = _mm_add_epi32(lo, _mm_madd_epi16(l, chunk.pair[q].weights));
+    hi = _mm_add_epi32(hi, _mm_madd_epi16(h, chunk.pair[q].weights));
+    if (chunk.topBits[q]) {
+      lo = _mm_add_epi32(lo, _mm_slli_epi32(_mm_madd_epi16(l, chunk.pair[q].topBits), 16));
+      hi = _mm_add_epi32(hi, _mm_slli_epi32(_mm_madd_epi16(h, chunk.pair[q].topBits), 16));
+    }
+  }
+}
+
+// The accumulator row holds the sums between chunks of taps; with at most 16 taps
+// it is not touched at all.
 void strip16(const uint16_t* source, uint16_t* destination, int32_t rows, int32_t columns, int32_t sourceStep,
              int32_t destinationStep, Taps taps) {
   alignas(16) uint32_t acc[kAccumulatorEntries];
@@ -132,27 +155,29 @@ void strip16(const uint16_t* source, uint16_t* destination, int32_t rows, int32_
   const int32_t vectorColumns = columns & ~7;
   const __m128i seeds = _mm_set1_epi32(static_cast<int32_t>(seed));
   for (int32_t r = 0; r < rows; ++r) {
-    auto row = [&](uint32_t k) { return source + (intptr_t{r} + k) * sourceStep; };
-    for (int32_t c = 0; c < vectorColumns; c += 4) store(acc + c, seeds);
-    for (uint32_t k = 0; k < taps.count; k += 2) {
-      const bool single = k + 1 == taps.count;  // an odd last tap pairs with a weight of 0
-      const uint16_t a = taps.weight(k), b = single ? 0 : taps.weight(k + 1);
-      if (((a | b) & 0x8000) != 0) {
-        accumulatePair<true>(acc, row(k), row(single ? k : k + 1), vectorColumns, tapPair(a, b));
-      } else {
-        accumulatePair<false>(acc, row(k), row(single ? k : k + 1), vectorColumns, tapPair(a, b));
+    const uint16_t* first = source + intptr_t{r} * sourceStep;
+    uint16_t* out = destination + intptr_t{destinationStep} * r;
+    uint32_t k = 0;
+    do {
+      const TapChunk chunk = tapChunk(taps, k, sourceStep);
+      k += 2 * kPairsPerChunk;
+      const bool firstChunk = k == 2 * kPairsPerChunk, lastChunk = k >= taps.count;
+      for (int32_t c = 0; c < vectorColumns; c += 8) {
+        __m128i lo = firstChunk ? seeds : load(acc + c), hi = firstChunk ? seeds : load(acc + c + 4);
+        addChunk(chunk, first + c, lo, hi);
+        if (lastChunk) {
+          store(out + c, _mm_packs_epi32(middleBits(lo), middleBits(hi)));
+        } else {
+          store(acc + c, lo);
+          store(acc + c + 4, hi);
+        }
       }
-    }
+    } while (k < taps.count);
     for (int32_t c = vectorColumns; c < columns; ++c) {
       uint32_t sum = 128;
-      for (uint32_t k = 0; k < taps.count; ++k) sum += uint32_t{row(k)[c]} * taps.weight(k);
-      acc[c] = sum;
+      for (uint32_t t = 0; t < taps.count; ++t) sum += uint32_t{first[intptr_t{t} * sourceStep + c]} * taps.weight(t);
+      out[c] = static_cast<uint16_t>(sum >> 8);
     }
-    uint16_t* out = destination + intptr_t{destinationStep} * r;
-    int32_t c = 0;
-    for (; c + 8 <= columns; c += 8)
-      store(out + c, _mm_packs_epi32(middleBits(load(acc + c)), middleBits(load(acc + c + 4))));
-    for (; c < columns; ++c) out[c] = static_cast<uint16_t>(acc[c] >> 8);
   }
 }
 
