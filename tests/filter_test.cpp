@@ -155,7 +155,7 @@ TEST_F(Filters, BoxMeanHandsRadius180AndAboveToTheHost) {
 }
 
 TEST_F(Filters, BlockMatrixSharesTheStepsWithTheHost) {
-  std::vector<float> input(20), output(8, -1.0f), identity(32, 0.0f);
+  std::vector<float> input(20), output(16, -1.0f), identity(32, 0.0f);
   for (std::size_t i = 0; i < input.size(); ++i) input[i] = static_cast<float>(i);
   for (int o = 0; o < 4; ++o) identity[static_cast<std::size_t>(o * 8 + 4 + o)] = 1.0f;  // newest element
   // k = 2, count 20: three elements here, the host gets 8 floats from element 3.

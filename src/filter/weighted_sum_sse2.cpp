@@ -38,10 +38,10 @@ void inStrips(const Sample* source, Sample* destination, int32_t columns, Strip 
 
 // --- 8-bit: 16-bit accumulators
 
-// One tap over the strip. The 16-column step adds each pair of 16-bit products
-// as one 32-bit lane, so an even column's carry goes into the odd column after
-// it; the 8-column and single steps wrap each column on its own. Results depend
-// on this split, which the host's routine shares.
+// One tap over a run of columns. The 16-column step adds each pair of 16-bit
+// products as one 32-bit lane, so an even column's carry goes into the odd column
+// after it; the 8-column and single steps wrap each column on its own. Results
+// depend on this split, which the host's routine shares.
 void accumulate8(uint16_t* acc, const uint8_t* row, int32_t columns, uint16_t weight) {
   const __m128i w = _mm_set1_epi16(static_cast<int16_t>(weight));
   const __m128i zero = _mm_setzero_si128();
@@ -60,27 +60,61 @@ void accumulate8(uint16_t* acc, const uint8_t* row, int32_t columns, uint16_t we
   for (; c < columns; ++c) acc[c] = static_cast<uint16_t>(acc[c] + row[c] * weight);
 }
 
+// Up to 16 taps whose sums stay in registers while they run over 16 columns.
+constexpr uint32_t kTapsPerChunk = 16;
+struct ByteTapChunk {
+  __m128i weight[kTapsPerChunk];
+  intptr_t row[kTapsPerChunk];  // bytes from the first tap's row
+  uint32_t taps = 0;
+};
+
+ByteTapChunk byteTapChunk(const Taps& taps, uint32_t first, intptr_t stride) {
+  ByteTapChunk chunk;
+  for (uint32_t k = first; k < taps.count && chunk.taps < kTapsPerChunk; ++k, ++chunk.taps) {
+    chunk.weight[chunk.taps] = _mm_set1_epi16(static_cast<int16_t>(taps.weight(k)));
+    chunk.row[chunk.taps] = intptr_t{k} * stride;
+  }
+  return chunk;
+}
+
 void strip8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t columns, int32_t sourceStride,
             int32_t destinationStride, Taps taps) {
   alignas(16) uint16_t acc[kAccumulatorEntries];
   columns = std::min(columns, kStrip);  // as the callers guarantee; tells the compiler too
-  const __m128i half = _mm_set1_epi16(128);
+  const int32_t wide = columns & ~15;
+  const __m128i half = _mm_set1_epi16(128), zero = _mm_setzero_si128();
   for (int32_t r = 0; r < rows; ++r) {
-    for (int32_t c = 0; c < columns; c += 8) store(acc + c, half);
-    for (uint32_t k = 0; k < taps.count; ++k)
-      accumulate8(acc, source + (intptr_t{r} + k) * sourceStride, columns, taps.weight(k));
+    const uint8_t* first = source + intptr_t{r} * sourceStride;
     uint8_t* out = destination + intptr_t{destinationStride} * r;
-    int32_t c = 0;
-    for (; c < columns && (reinterpret_cast<uintptr_t>(out + c) & 15) != 0; ++c)
-      out[c] = static_cast<uint8_t>(acc[c] >> 8);
-    for (; c + 16 <= columns; c += 16)
-      _mm_store_si128(reinterpret_cast<__m128i*>(out + c),
-                      _mm_packus_epi16(_mm_srli_epi16(load(acc + c), 8), _mm_srli_epi16(load(acc + c + 8), 8)));
-    for (; c + 8 <= columns; c += 8) {
-      const __m128i v = _mm_srli_epi16(load(acc + c), 8);
-      _mm_storel_epi64(reinterpret_cast<__m128i*>(out + c), _mm_packus_epi16(v, v));
-    }
-    for (; c < columns; ++c) out[c] = static_cast<uint8_t>(acc[c] >> 8);
+    // Whole 16-column groups: the sums stay in registers across a chunk of taps.
+    uint32_t k = 0;
+    do {
+      const ByteTapChunk chunk = byteTapChunk(taps, k, sourceStride);
+      k += kTapsPerChunk;
+      const bool firstChunk = k == kTapsPerChunk, lastChunk = k >= taps.count;
+      for (int32_t c = 0; c < wide; c += 16) {
+        __m128i lo = firstChunk ? half : load(acc + c), hi = firstChunk ? half : load(acc + c + 8);
+        for (uint32_t q = 0; q < chunk.taps; ++q) {
+          const __m128i s = load(first + chunk.row[q] + c);
+          lo = _mm_add_epi32(lo, _mm_mullo_epi16(_mm_unpacklo_epi8(s, zero), chunk.weight[q]));
+          hi = _mm_add_epi32(hi, _mm_mullo_epi16(_mm_unpackhi_epi8(s, zero), chunk.weight[q]));
+        }
+        if (lastChunk) {
+          store(out + c, _mm_packus_epi16(_mm_srli_epi16(lo, 8), _mm_srli_epi16(hi, 8)));
+        } else {
+          store(acc + c, lo);
+          store(acc + c + 8, hi);
+        }
+      }
+    } while (k < taps.count);
+    // The last 0..15 columns: 8-column and single steps on the accumulator.
+    if (wide == columns) continue;
+    const int32_t rest = columns - wide;
+    store(acc, half);
+    store(acc + 8, half);
+    for (uint32_t t = 0; t < taps.count; ++t)
+      accumulate8(acc, first + intptr_t{t} * sourceStride + wide, rest, taps.weight(t));
+    for (int32_t c = 0; c < rest; ++c) out[wide + c] = static_cast<uint8_t>(acc[c] >> 8);
   }
 }
 
