@@ -45,15 +45,27 @@ void remap(const Sample* source, Sample* destination, int32_t rows, int32_t sour
   const float lower = (row.t - leftRatio) / (leftRatio * row.t + 1.0f);
   const float rightRatio = (static_cast<float>(sourceWidth - 1) - centre) / scale;
   const float upper = (rightRatio + row.t) / (1.0f - row.t * rightRatio);
-  for (int32_t y = 0; y < rows; ++y) {
-    const float e = std::tan((static_cast<float>(y) - rowCentre) / rowScale);
-    const double e2 = static_cast<double>(e);
-    row.k = static_cast<float>(std::sqrt(e2 * e2 + 1.0));
-    row.first = firstColumn(lower / row.k * focal + columnCentre, destinationWidth);
-    row.last = lastColumn(upper / row.k * focal + columnCentre, destinationWidth);
-    row.source = reinterpret_cast<const unsigned char*>(source) + intptr_t{sourceStride} * y;
-    row.destination = reinterpret_cast<unsigned char*>(destination) + intptr_t{destinationStride} * y;
-    kernel(row, background);
+  // Each row's elevation and span is a long chain of dependent operations; a
+  // batch of rows is set up first so that the chains of different rows overlap.
+  constexpr int32_t kBatch = 8;
+  float k[kBatch];
+  int32_t first[kBatch], last[kBatch];
+  for (int32_t y0 = 0; y0 < rows; y0 += kBatch) {
+    const int32_t n = rows - y0 < kBatch ? rows - y0 : kBatch;
+    for (int32_t b = 0; b < n; ++b) {
+      const float e = std::tan((static_cast<float>(y0 + b) - rowCentre) / rowScale);
+      const double e2 = static_cast<double>(e);
+      k[b] = static_cast<float>(std::sqrt(e2 * e2 + 1.0));
+      first[b] = firstColumn(lower / k[b] * focal + columnCentre, destinationWidth);
+      last[b] = lastColumn(upper / k[b] * focal + columnCentre, destinationWidth);
+    }
+    for (int32_t b = 0; b < n; ++b) {
+      const int32_t y = y0 + b;
+      row.k = k[b], row.first = first[b], row.last = last[b];
+      row.source = reinterpret_cast<const unsigned char*>(source) + intptr_t{sourceStride} * y;
+      row.destination = reinterpret_cast<unsigned char*>(destination) + intptr_t{destinationStride} * y;
+      kernel(row, background);
+    }
   }
 }
 

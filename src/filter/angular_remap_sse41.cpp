@@ -49,20 +49,25 @@ inline Pairs gather(const Sample* s, const int32_t* index) {
     __m128i lanes;  // each 32-bit lane: right << 16 | left
     if constexpr (sizeof(Sample) == 2) {
       auto pair = [](const uint16_t* p) {
-        uint32_t v;
+        int32_t v;
         __builtin_memcpy(&v, p, 4);
         return v;
       };
-      lanes = _mm_setr_epi32(static_cast<int32_t>(pair(p0)), static_cast<int32_t>(pair(p1)),
-                             static_cast<int32_t>(pair(p2)), static_cast<int32_t>(pair(p3)));
+      lanes = _mm_cvtsi32_si128(pair(p0));
+      lanes = _mm_insert_epi32(lanes, pair(p1), 1);
+      lanes = _mm_insert_epi32(lanes, pair(p2), 2);
+      lanes = _mm_insert_epi32(lanes, pair(p3), 3);
     } else {
       auto pair = [](const uint8_t* p) {
         uint16_t v;
         __builtin_memcpy(&v, p, 2);
-        return uint64_t{v};
+        return static_cast<int>(v);
       };
-      const uint64_t packed = pair(p0) | pair(p1) << 16 | pair(p2) << 32 | pair(p3) << 48;
-      lanes = _mm_cvtepu8_epi16(_mm_cvtsi64_si128(static_cast<int64_t>(packed)));
+      __m128i pairs = _mm_cvtsi32_si128(pair(p0));
+      pairs = _mm_insert_epi16(pairs, pair(p1), 1);
+      pairs = _mm_insert_epi16(pairs, pair(p2), 2);
+      pairs = _mm_insert_epi16(pairs, pair(p3), 3);
+      lanes = _mm_cvtepu8_epi16(pairs);
     }
     return {_mm_cvtepi32_ps(_mm_and_si128(lanes, _mm_set1_epi32(0xFFFF))), _mm_cvtepi32_ps(_mm_srli_epi32(lanes, 16))};
   }
