@@ -203,3 +203,33 @@ TEST_F(Filters, AngularRemapWithoutTurnCopiesAndFillsTheBackground) {
 }
 
 }  // namespace
+
+namespace {
+
+// Slot 74 runs the AVX2 kernel where the processor has it, so the checks see
+// only that one here: both kernels are compared with the host's routine directly.
+TEST_F(Filters, WeightedSum16KernelsOfEveryLevelMatchTheHost) {
+  std::vector<filter::WeightedSumStrip16*> kernels = {filter::g_weightedSumStrip16Sse2};
+  if (g_cpuFeatureFlags.avx2 != 0 && g_cpuFeatureFlags.avx != 0) kernels.push_back(filter::g_weightedSumAvx2.strip16);
+  uint32_t x = 99;
+  auto next = [&x] { return x = x * 1664525u + 1013904223u; };
+  for (uint32_t taps : {0u, 1u, 2u, 5u, 16u, 17u, 33u}) {
+    std::vector<uint32_t> block(kWeightedSumTapCountEntry + 1 + taps);
+    for (uint32_t& v : block) v = next();
+    block[kWeightedSumTapCountEntry] = taps;
+    for (int32_t columns : {1, 7, 8, 15, 16, 17, 40, 300}) {
+      const int32_t rows = 3;
+      std::vector<uint16_t> src(static_cast<std::size_t>(rows + static_cast<int32_t>(taps)) * static_cast<std::size_t>(columns));
+      for (uint16_t& v : src) v = static_cast<uint16_t>(next() >> 16);
+      std::vector<uint16_t> expected(static_cast<std::size_t>(rows * columns));
+      hosts<74>()(src.data(), expected.data(), rows, columns, 2 * columns, 2 * columns, block.data());
+      for (auto* kernel : kernels) {
+        std::vector<uint16_t> got(expected.size());
+        kernel(src.data(), got.data(), rows, columns, columns, columns, block.data());
+        EXPECT_EQ(got, expected) << "taps " << taps << " columns " << columns;
+      }
+    }
+  }
+}
+
+}  // namespace

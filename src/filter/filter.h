@@ -21,6 +21,17 @@ extern const SlotFn<code::filt, 192> blockMatrixFilter3;
 extern const SlotFn<code::filt, 193> blockMatrixFilter4;
 extern const SlotFn<code::filt, 194> blockMatrixFilter5;
 
+// ------------------------------------------------------ 16-bit weighted sum
+// One strip of at most 4096 columns (steps in samples). The routine in slot 74
+// runs the AVX2 kernel when the processor has it, else the SSE2 one.
+using WeightedSumStrip16 = void(const uint16_t* source, uint16_t* destination, int32_t rows, int32_t columns,
+                                int32_t sourceStep, int32_t destinationStep, const uint32_t* block);
+extern WeightedSumStrip16* const g_weightedSumStrip16Sse2;  // weighted_sum_sse2.cpp
+struct WeightedSumAvx2Kernels {                             // weighted_sum_avx2.cpp
+  WeightedSumStrip16* strip16;
+};
+extern constinit const WeightedSumAvx2Kernels g_weightedSumAvx2;
+
 // ------------------------------------------------------------ angular remap
 // The per-call and per-row set-up needs the library's tangent, so it lives in
 // baseline code (angular_remap.cpp), which hands each row to the SSE4.1 kernel.

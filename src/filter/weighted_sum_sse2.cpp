@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "filter/filter.h"
+#include "host/cpu_features.h"
 
 namespace tarnell::filter {
 
@@ -181,7 +182,8 @@ inline void addChunk(const TapChunk& chunk, const uint16_t* at, __m128i& lo, __m
 // The accumulator row holds the sums between chunks of taps; with at most 16 taps
 // it is not touched at all.
 void strip16(const uint16_t* source, uint16_t* destination, int32_t rows, int32_t columns, int32_t sourceStep,
-             int32_t destinationStep, Taps taps) {
+             int32_t destinationStep, const uint32_t* block) {
+  const Taps taps = tapsOf(block);
   alignas(16) uint32_t acc[kAccumulatorEntries];
   columns = std::min(columns, kStrip);
   uint32_t seed = 128;
@@ -217,6 +219,8 @@ void strip16(const uint16_t* source, uint16_t* destination, int32_t rows, int32_
 
 }  // namespace
 
+WeightedSumStrip16* const g_weightedSumStrip16Sse2 = &strip16;
+
 void filterSlot28(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t columns, int32_t sourceStride,
                   int32_t destinationStride, const uint32_t* block) {
   if (rows < 1 || columns < 1) return;
@@ -230,9 +234,12 @@ void filterSlot28(const uint8_t* source, uint8_t* destination, int32_t rows, int
 void filterSlot74(const uint16_t* source, uint16_t* destination, int32_t rows, int32_t columns, int32_t sourceStride,
                   int32_t destinationStride, const uint32_t* block) {
   if (rows < 1 || columns < 1) return;
-  const Taps taps = tapsOf(block);
+  // The processor's flags, not the installer's: the wider kernel runs only where
+  // it can.
+  WeightedSumStrip16* const strip =
+      g_cpuFeatureFlags.avx2 != 0 && g_cpuFeatureFlags.avx != 0 ? g_weightedSumAvx2.strip16 : &strip16;
   inStrips(source, destination, columns, [&](const uint16_t* s, uint16_t* d, int32_t n) {
-    strip16(s, d, rows, n, sourceStride >> 1, destinationStride >> 1, taps);
+    strip(s, d, rows, n, sourceStride >> 1, destinationStride >> 1, block);
   });
 }
 
