@@ -444,8 +444,8 @@ BenchCase* benchDifferenceSum(int w, int h) {
 
 template <int Slot, int K>
 BenchCase* benchBlockMatrix(int w, int h) {
-  // w x h elements of four floats in, as many out.
-  const int32_t count = 4 * w * h;
+  // w x h floats in (a quarter as many elements), as many out.
+  const int32_t count = w * h;
   return new FilterBench({1, count, 0, 0, 0, 0, 4, Samples::Floats01}, {1, count, 0, 0, 0, 0, 4, Samples::Floats01},
                          [count](HostRoutine r, const Call& c) {
                            static const float* coefficients = [] {
