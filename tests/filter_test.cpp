@@ -13,6 +13,7 @@
 #include "host/install.h"
 #include "host/module_state.h"
 #include "refhost/refhost.h"
+#include "verify/runner.h"
 
 extern "C" int32_t PluginMain(int16_t selector, tarnell::HostInfo* hostInfo, intptr_t data, int16_t* result);
 
@@ -230,6 +231,29 @@ TEST_F(Filters, WeightedSum16KernelsOfEveryLevelMatchTheHost) {
       }
     }
   }
+}
+
+}  // namespace
+
+namespace {
+
+// The remap and the 16-bit weighted sum pick their kernels from the processor's
+// flags at each call, so the checks see only the widest level here. With the
+// flags lowered, the same checks run the SSE4.1 / SSE2 kernels.
+TEST_F(Filters, NarrowerKernelsPassTheChecksToo) {
+  const CpuFeatureFlags saved = g_cpuFeatureFlags;
+  if (g_cpuFeatureFlags.avx2 == 0) GTEST_SKIP() << "the checks already run the narrower kernels";
+  if (host.live(code::filt, 200) == host.original(code::filt, 200)) GTEST_SKIP() << "no SSE4.1 here";
+  g_cpuFeatureFlags.avx2 = 0;
+  verify::VerifyOptions options;
+  options.thorough = false;
+  for (const verify::Check& check : verify::allChecks()) {
+    if (check.suite != code::filt || (check.slot != 74 && check.slot < 200)) continue;
+    const verify::CheckResult r =
+        verify::runCheckOn(check, host, host.original(code::filt, check.slot), host.live(code::filt, check.slot), options);
+    EXPECT_EQ(r.outcome, verify::Outcome::Passed) << verify::checkLabel(check) << ": " << r.firstFailure;
+  }
+  g_cpuFeatureFlags = saved;
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "filter/filter.h"
+#include "host/cpu_features.h"
 
 namespace tarnell::filter {
 
@@ -32,7 +33,7 @@ void remap(const Sample* source, Sample* destination, int32_t rows, int32_t sour
            float turn, uintptr_t, float centre, uintptr_t, float scale, float rowCentre, float columnCentre,
            float rowScale, float focal) {
   if (rows < 1) return;
-  const auto kernel = g_angularRemapSse41.*Kernel;
+  const auto kernel = angularRemapKernels().*Kernel;
   const auto background = static_cast<Value>(backgroundValue);
   RemapRow row{};
   row.destinationWidth = destinationWidth;
@@ -70,6 +71,12 @@ void remap(const Sample* source, Sample* destination, int32_t rows, int32_t sour
 }
 
 }  // namespace
+
+// The processor's flags, not the installer's: the wider kernels run only where
+// they can.
+const AngularRemapKernels& angularRemapKernels() {
+  return g_cpuFeatureFlags.avx2 != 0 && g_cpuFeatureFlags.avx != 0 ? g_angularRemapAvx2 : g_angularRemapSse41;
+}
 
 const SlotFn<code::filt, 200> angularRemap8 = &remap<uint8_t, uint8_t, uint8_t, &AngularRemapKernels::row8>;
 const SlotFn<code::filt, 201> angularRemap16 = &remap<uint16_t, uint16_t, uint16_t, &AngularRemapKernels::row16>;

@@ -51,6 +51,9 @@ struct AngularRemapKernels {  // angular_remap_sse41.cpp
   void (*rowFloat)(const RemapRow& row, float background);
 };
 extern constinit const AngularRemapKernels g_angularRemapSse41;
+extern constinit const AngularRemapKernels g_angularRemapAvx2;  // angular_remap_avx2.cpp
+// The kernels for this processor: AVX2 when its own flags show AVX and AVX2.
+const AngularRemapKernels& angularRemapKernels();
 
 // angular_remap.cpp, installed with SSE4.1: one template per sample kind.
 extern const SlotFn<code::filt, 200> angularRemap8;
