@@ -220,7 +220,8 @@ TEST_F(Filters, WeightedSum16KernelsOfEveryLevelMatchTheHost) {
     block[kWeightedSumTapCountEntry] = taps;
     for (int32_t columns : {1, 7, 8, 15, 16, 17, 40, 300}) {
       const int32_t rows = 3;
-      std::vector<uint16_t> src(static_cast<std::size_t>(rows + static_cast<int32_t>(taps)) * static_cast<std::size_t>(columns));
+      std::vector<uint16_t> src(static_cast<std::size_t>(rows + static_cast<int32_t>(taps)) *
+                                static_cast<std::size_t>(columns));
       for (uint16_t& v : src) v = static_cast<uint16_t>(next() >> 16);
       std::vector<uint16_t> expected(static_cast<std::size_t>(rows * columns));
       hosts<74>()(src.data(), expected.data(), rows, columns, 2 * columns, 2 * columns, block.data());
@@ -249,8 +250,8 @@ TEST_F(Filters, NarrowerKernelsPassTheChecksToo) {
   options.thorough = false;
   for (const verify::Check& check : verify::allChecks()) {
     if (check.suite != code::filt || (check.slot != 74 && check.slot < 200)) continue;
-    const verify::CheckResult r =
-        verify::runCheckOn(check, host, host.original(code::filt, check.slot), host.live(code::filt, check.slot), options);
+    const verify::CheckResult r = verify::runCheckOn(check, host, host.original(code::filt, check.slot),
+                                                     host.live(code::filt, check.slot), options);
     EXPECT_EQ(r.outcome, verify::Outcome::Passed) << verify::checkLabel(check) << ": " << r.firstFailure;
   }
   g_cpuFeatureFlags = saved;

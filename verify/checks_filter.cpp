@@ -204,7 +204,9 @@ void verifyWeightedSum(Context& ctx, HostRoutine host, HostRoutine module) {
   widths(ctx, 80, {4095, 4096, 4097, 5000, 8208, 10000}, [&](int32_t rows, int32_t columns) {
     // 0 and 1 taps, a few, and more than the 16 a pass keeps in registers.
     const uint32_t size = ctx.rng().below(6);
-    const uint32_t taps = size == 0 ? ctx.rng().below(2) : size == 1 ? 17 + ctx.rng().below(24) : 2 + ctx.rng().below(10);
+    const uint32_t taps = size == 0   ? ctx.rng().below(2)
+                          : size == 1 ? 17 + ctx.rng().below(24)
+                                      : 2 + ctx.rng().below(10);
     const std::vector<uint32_t> block = weightBlock(ctx.rng(), taps);
     const int32_t extra = static_cast<int32_t>(taps) - 1;
     const PlaneSpan spans[] = {{rows, columns, 0, std::max(extra, 0), 0, 0, bytes, kind},

@@ -1,8 +1,8 @@
 // Angular remap rows (slots 200-202), AVX2: the shared row, whose four-column
-// groups go two at a time in eight lanes (the same single-precision operations
-// per column), source positions first over a chunk, then the reads (gathered for
-// float samples) and the interpolation. Everything stays in this file;
-// the table at the end is the one way in.
+// groups go two at a time in eight lanes (the same single-precision operations per
+// column), source positions first over a chunk, then the reads (plain loads of
+// each sample pair) and the interpolation. Everything stays in this file; the
+// table at the end is the one way in.
 #include <immintrin.h>
 
 #include "filter/angular_remap_row.h"
@@ -14,9 +14,17 @@ namespace {
 template <typename Sample>
 inline void gather8(const Sample* s, const int32_t* index, __m256& left, __m256& right) {
   if constexpr (sizeof(Sample) == 4) {
-    const __m256i i = _mm256_load_si256(reinterpret_cast<const __m256i*>(index));
-    left = _mm256_i32gather_ps(s, i, 4);
-    right = _mm256_i32gather_ps(s + 1, i, 4);
+    // Plain 8-byte loads of each pair, sorted into left and right samples: faster
+    // here than the hardware gather.
+    auto pair = [s, index](int j) {
+      return _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(s + index[j])));
+    };
+    const __m128 a = _mm_movelh_ps(pair(0), pair(1)), b = _mm_movelh_ps(pair(2), pair(3));
+    const __m128 c = _mm_movelh_ps(pair(4), pair(5)), d = _mm_movelh_ps(pair(6), pair(7));
+    left =
+        _mm256_set_m128(_mm_shuffle_ps(c, d, _MM_SHUFFLE(2, 0, 2, 0)), _mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0)));
+    right =
+        _mm256_set_m128(_mm_shuffle_ps(c, d, _MM_SHUFFLE(3, 1, 3, 1)), _mm_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1)));
   } else {
     __m256i lanes;  // each 32-bit lane: right << 16 | left
     if constexpr (sizeof(Sample) == 2) {

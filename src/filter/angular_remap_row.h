@@ -16,7 +16,6 @@
 namespace tarnell::filter {
 namespace {
 
-
 template <typename Sample>
 void fill(Sample* out, int32_t from, int32_t to, Sample value) {
   int32_t x = from;
