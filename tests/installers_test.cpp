@@ -40,10 +40,6 @@ std::vector<int> writesOf(void (*install)(const SuiteWriter<Suite>&, const CpuFe
 }
 
 // One test per suite, so that each family replaces its own when it lands.
-TEST(Installers, FilterNotYetBuiltWritesNothing) {
-  for (const CpuFeatureFlags& f : everyFlagSet()) EXPECT_TRUE(writesOf<code::filt>(&installFilter, f).empty());
-}
-
 TEST(Installers, PaintNotYetBuiltWritesNothing) {
   for (const CpuFeatureFlags& f : everyFlagSet()) EXPECT_TRUE(writesOf<code::pntg>(&installPaint, f).empty());
 }

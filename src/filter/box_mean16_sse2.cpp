@@ -1,0 +1,147 @@
+// 16-bit box mean over a (2r + 1)-square (slot 75). Column sums run down the
+// rows and box sums along each row, so the cost per sample does not depend on
+// the radius; the column sums of a strip of up to 8192 source columns live on the
+// stack. Division by the box's area is a multiplication by its reciprocal.
+#include <emmintrin.h>
+
+#include "filter/filter.h"
+#include "host/module_state.h"
+
+namespace tarnell::filter {
+
+namespace {
+
+constexpr int32_t kStripSourceColumns = 8192;
+
+inline __m128i load(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
+inline void store(void* p, __m128i v) { _mm_storeu_si128(static_cast<__m128i*>(p), v); }
+
+// floor(n / d) for every 32-bit n, by the method for division by an invariant
+// integer: q = (t + ((n - t) >> s1)) >> s2 with t the high half of n * m.
+struct Reciprocal {
+  uint32_t m = 0;
+  int s1 = 0, s2 = 0;
+  explicit Reciprocal(uint32_t d) {
+    int l = 0;
+    while (l < 32 && (uint64_t{1} << l) < d) ++l;  // bit length of d - 1
+    if (l == 0) return;                            // d = 1: q = n
+    m = static_cast<uint32_t>((uint64_t{1} << 32) * ((uint64_t{1} << l) - d) / d + 1);
+    s1 = 1;
+    s2 = l - 1;
+  }
+  uint32_t divide(uint32_t n) const {
+    const auto t = static_cast<uint32_t>((uint64_t{n} * m) >> 32);
+    return (t + ((n - t) >> s1)) >> s2;
+  }
+};
+
+struct VectorReciprocal {
+  __m128i m, highLanes;
+  __m128i s1, s2;
+  explicit VectorReciprocal(const Reciprocal& r)
+      : m(_mm_set1_epi32(static_cast<int32_t>(r.m))),
+        highLanes(_mm_set_epi32(-1, 0, -1, 0)),
+        s1(_mm_cvtsi32_si128(r.s1)),
+        s2(_mm_cvtsi32_si128(r.s2)) {}
+  __m128i divide(__m128i n) const {
+    const __m128i even = _mm_srli_epi64(_mm_mul_epu32(n, m), 32);
+    const __m128i odd = _mm_and_si128(_mm_mul_epu32(_mm_srli_epi64(n, 32), m), highLanes);
+    const __m128i t = _mm_or_si128(even, odd);
+    return _mm_srl_epi32(_mm_add_epi32(t, _mm_srl_epi32(_mm_sub_epi32(n, t), s1)), s2);
+  }
+};
+
+// Running box sums of four consecutive outputs: d holds each output's entering
+// minus leaving column sum; the prefix sum over the lanes is added to the last sum.
+inline __m128i runningSums(__m128i d, __m128i previous) {
+  d = _mm_add_epi32(d, _mm_slli_si128(d, 4));
+  d = _mm_add_epi32(d, _mm_slli_si128(d, 8));
+  return _mm_add_epi32(d, previous);
+}
+
+// Quotients 0..65535 to 16-bit lanes: the signed pack would clamp 32768 and up, so
+// the values are moved down by 32768 first and back after.
+inline __m128i packUnsigned(__m128i a, __m128i b) {
+  const __m128i bias = _mm_set1_epi32(32768);
+  return _mm_xor_si128(_mm_packs_epi32(_mm_sub_epi32(a, bias), _mm_sub_epi32(b, bias)), _mm_set1_epi16(-32768));
+}
+
+// sums[i] += entering[i] - leaving[i] (leaving may be null) for 16-bit samples.
+void addRow(uint32_t* sums, const uint16_t* entering, const uint16_t* leaving, int32_t n) {
+  const __m128i zero = _mm_setzero_si128();
+  int32_t i = 0;
+  for (; i + 8 <= n; i += 8) {
+    const __m128i in = load(entering + i);
+    __m128i lo = _mm_add_epi32(load(sums + i), _mm_unpacklo_epi16(in, zero));
+    __m128i hi = _mm_add_epi32(load(sums + i + 4), _mm_unpackhi_epi16(in, zero));
+    if (leaving != nullptr) {
+      const __m128i out = load(leaving + i);
+      lo = _mm_sub_epi32(lo, _mm_unpacklo_epi16(out, zero));
+      hi = _mm_sub_epi32(hi, _mm_unpackhi_epi16(out, zero));
+    }
+    store(sums + i, lo);
+    store(sums + i + 4, hi);
+  }
+  for (; i < n; ++i) sums[i] += entering[i] - (leaving != nullptr ? uint32_t{leaving[i]} : 0u);
+}
+
+// One strip: columns + 2 radius <= 8192. Steps are in samples.
+void boxStrip(const uint16_t* source, uint16_t* destination, int32_t rows, int32_t columns, intptr_t sourceStep,
+              intptr_t destinationStep, int32_t radius) {
+  const int32_t span = 2 * radius + 1;
+  const int32_t width = columns + 2 * radius;
+  const auto area = static_cast<uint32_t>(span) * static_cast<uint32_t>(span);
+  const uint32_t half = area >> 1;  // the rounding offset: the quotient is the nearest mean, halves up
+  const Reciprocal reciprocal(area);
+  const VectorReciprocal vectorReciprocal(reciprocal);
+  const __m128i halfs = _mm_set1_epi32(static_cast<int32_t>(half));
+
+  // sums[0] is a zero column left of the strip, so that every output, the first
+  // included, is the previous box sum plus entering minus leaving column.
+  alignas(16) uint32_t sums[kStripSourceColumns + 8];
+  for (int32_t i = 0; i <= width; ++i) sums[i] = 0;
+  uint32_t* columnSums = sums + 1;
+  const uint16_t* left = source - radius;
+  for (int32_t y = -radius; y <= radius; ++y) addRow(columnSums, left + y * sourceStep, nullptr, width);
+
+  for (int32_t r = 0; r < rows; ++r) {
+    if (r > 0) addRow(columnSums, left + (r + radius) * sourceStep, left + (r - radius - 1) * sourceStep, width);
+    uint32_t box = 0;  // the box sum left of output 0: its first 2r columns
+    for (int32_t i = 0; i < 2 * radius; ++i) box += columnSums[i];
+    uint16_t* out = destination + r * destinationStep;
+    int32_t x = 0;
+    __m128i previous = _mm_set1_epi32(static_cast<int32_t>(box));
+    for (; x + 8 <= columns; x += 8) {
+      const __m128i a = runningSums(_mm_sub_epi32(load(sums + x + span), load(sums + x)), previous);
+      const __m128i b =
+          runningSums(_mm_sub_epi32(load(sums + x + 4 + span), load(sums + x + 4)), _mm_shuffle_epi32(a, 0xFF));
+      previous = _mm_shuffle_epi32(b, 0xFF);
+      store(out + x, packUnsigned(vectorReciprocal.divide(_mm_add_epi32(a, halfs)),
+                                  vectorReciprocal.divide(_mm_add_epi32(b, halfs))));
+    }
+    box = static_cast<uint32_t>(_mm_cvtsi128_si32(previous));
+    for (; x < columns; ++x) {
+      box += sums[x + span] - sums[x];
+      out[x] = static_cast<uint16_t>(reciprocal.divide(box + half));
+    }
+  }
+}
+
+}  // namespace
+
+// Strides are counted in samples (halved, rounding down).
+int32_t filterSlot75(const uint16_t* source, uint16_t* destination, int32_t rows, int32_t columns, int32_t sourceStride,
+                     int32_t destinationStride, int32_t radius) {
+  if (radius >= kBoxMeanHostRadius)
+    return savedRoutine<code::filt, 75>()(source, destination, rows, columns, sourceStride, destinationStride, radius);
+  if (rows < 1 || columns < 1 || radius < 0) return 0;
+  const int32_t strip = kStripSourceColumns - 2 * radius;
+  while (columns + 2 * radius > kStripSourceColumns) {
+    boxStrip(source, destination, rows, strip, sourceStride >> 1, destinationStride >> 1, radius);
+    source += strip, destination += strip, columns -= strip;
+  }
+  boxStrip(source, destination, rows, columns, sourceStride >> 1, destinationStride >> 1, radius);
+  return 0;
+}
+
+}  // namespace tarnell::filter
