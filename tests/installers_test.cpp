@@ -48,10 +48,6 @@ TEST(Installers, PaintNotYetBuiltWritesNothing) {
   for (const CpuFeatureFlags& f : everyFlagSet()) EXPECT_TRUE(writesOf<code::pntg>(&installPaint, f).empty());
 }
 
-TEST(Installers, ResampleNotYetBuiltWritesNothing) {
-  for (const CpuFeatureFlags& f : everyFlagSet()) EXPECT_TRUE(writesOf<code::rsmp>(&installResample, f).empty());
-}
-
 TEST(Installers, SelectionNotYetBuiltWritesNothing) {
   for (const CpuFeatureFlags& f : everyFlagSet()) EXPECT_TRUE(writesOf<code::sele>(&installSelection, f).empty());
 }
