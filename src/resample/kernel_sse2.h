@@ -23,12 +23,16 @@ inline __m128i loadBytes(const void* p) {
     return _mm_setzero_si128();
   } else if constexpr (N >= 16) {
     return _mm_loadu_si128(static_cast<const __m128i*>(p));
-  } else if constexpr (N >= 8) {
+  } else if constexpr (N == 8) {
+    return _mm_loadl_epi64(static_cast<const __m128i*>(p));
+  } else if constexpr (N > 8) {
     return _mm_unpacklo_epi64(_mm_loadl_epi64(static_cast<const __m128i*>(p)), loadBytes<N - 8>(b + 8));
-  } else if constexpr (N >= 4) {
+  } else if constexpr (N == 4) {
     uint32_t v;
     std::memcpy(&v, b, 4);
-    return _mm_unpacklo_epi32(_mm_cvtsi32_si128(static_cast<int>(v)), loadBytes<N - 4>(b + 4));
+    return _mm_cvtsi32_si128(static_cast<int>(v));
+  } else if constexpr (N > 4) {
+    return _mm_unpacklo_epi32(loadBytes<4>(b), loadBytes<N - 4>(b + 4));
   } else if constexpr (N >= 2) {
     uint16_t v;
     std::memcpy(&v, b, 2);
@@ -80,6 +84,10 @@ struct ByteSamples {
     const int v = _mm_cvtsi128_si32(_mm_packus_epi16(words, words));
     std::memcpy(d, &v, 4);
   }
+  static void store8(T* d, __m128i lo, __m128i hi) {
+    const __m128i words = _mm_packs_epi32(lo, hi);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(d), _mm_packus_epi16(words, words));
+  }
   static T clamp(int32_t v) { return clamp8(v); }
 };
 
@@ -99,11 +107,17 @@ struct WordSamples {
   }
   // Clamp to 0..32768, then pack through the signed range: v - 32768 lies in
   // -32768..0 and packs exactly; flipping the top bit gives v back.
+  static __m128i below(__m128i shifted) {
+    const __m128i t = _mm_sub_epi32(shifted, _mm_set1_epi32(32768));
+    return _mm_and_si128(t, _mm_srai_epi32(t, 31));  // above 32768 -> 32768
+  }
   static void store4(T* d, __m128i shifted) {
-    __m128i t = _mm_sub_epi32(shifted, _mm_set1_epi32(32768));
-    t = _mm_and_si128(t, _mm_srai_epi32(t, 31));  // above 32768 -> 32768
-    const __m128i words = _mm_xor_si128(_mm_packs_epi32(t, t), _mm_set1_epi16(-32768));
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(d), words);
+    const __m128i t = below(shifted);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(d), _mm_xor_si128(_mm_packs_epi32(t, t), _mm_set1_epi16(-32768)));
+  }
+  static void store8(T* d, __m128i lo, __m128i hi) {
+    const __m128i words = _mm_packs_epi32(below(lo), below(hi));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm_xor_si128(words, _mm_set1_epi16(-32768)));
   }
   static T clamp(int32_t v) { return clamp16(v); }
 };
@@ -133,7 +147,7 @@ struct FixedKernel {
 
 // Rows are filtered in bands of this many: one group of four outputs loads its
 // indices and weights once per band.
-constexpr int32_t kRowBand = 8;
+constexpr int32_t kRowBand = 32;
 
 // The horizontal integer filter with Taps fixed: four outputs at a time, the
 // remaining (width mod 4) one at a time with the scalar rule.
@@ -213,21 +227,221 @@ void filterRowsGeneral(const typename S::T* source, typename S::T* destination, 
   }
 }
 
+// How one output's kernel of Taps samples is loaded into a slot of kSlot bytes
+// for the packed loop: loads stay inside the kernel (6 and 10 taps overlap two
+// loads), and tap(q) is the tap at sample position q of the slot, or -1 for a
+// position whose weight is 0 (a repeated or padding sample).
+template <class S, int Taps>
+struct Packing;
+template <>
+struct Packing<ByteSamples, 2> {
+  static constexpr int kSlot = 2;
+  static __m128i slot(const uint8_t* p) { return loadBytes<2>(p); }
+  static constexpr int tap(int q) { return q; }
+};
+template <>
+struct Packing<ByteSamples, 4> {
+  static constexpr int kSlot = 4;
+  static __m128i slot(const uint8_t* p) { return loadBytes<4>(p); }
+  static constexpr int tap(int q) { return q; }
+};
+template <>
+struct Packing<ByteSamples, 6> {  // samples 0..3, then 2..5
+  static constexpr int kSlot = 8;
+  static __m128i slot(const uint8_t* p) { return _mm_unpacklo_epi32(loadBytes<4>(p), loadBytes<4>(p + 2)); }
+  static constexpr int tap(int q) { return q < 4 ? q : q < 6 ? -1 : q - 2; }
+};
+template <>
+struct Packing<ByteSamples, 8> {
+  static constexpr int kSlot = 8;
+  static __m128i slot(const uint8_t* p) { return loadBytes<8>(p); }
+  static constexpr int tap(int q) { return q; }
+};
+template <>
+struct Packing<ByteSamples, 10> {  // samples 0..7, then 6..9
+  static constexpr int kSlot = 16;
+  static __m128i slot(const uint8_t* p) { return _mm_unpacklo_epi64(loadBytes<8>(p), loadBytes<4>(p + 6)); }
+  static constexpr int tap(int q) { return q < 8 ? q : q < 10 ? -1 : q < 12 ? q - 2 : -1; }
+};
+template <>
+struct Packing<ByteSamples, 16> {
+  static constexpr int kSlot = 16;
+  static __m128i slot(const uint8_t* p) { return loadBytes<16>(p); }
+  static constexpr int tap(int q) { return q; }
+};
+template <>
+struct Packing<WordSamples, 2> {
+  static constexpr int kSlot = 4;
+  static __m128i slot(const uint16_t* p) { return loadBytes<4>(p); }
+  static constexpr int tap(int q) { return q; }
+};
+template <>
+struct Packing<WordSamples, 4> {
+  static constexpr int kSlot = 8;
+  static __m128i slot(const uint16_t* p) { return loadBytes<8>(p); }
+  static constexpr int tap(int q) { return q; }
+};
+template <>
+struct Packing<WordSamples, 6> {  // samples 0..3, then 2..5
+  static constexpr int kSlot = 16;
+  static __m128i slot(const uint16_t* p) { return _mm_unpacklo_epi64(loadBytes<8>(p), loadBytes<8>(p + 2)); }
+  static constexpr int tap(int q) { return q < 4 ? q : q < 6 ? -1 : q - 2; }
+};
+template <>
+struct Packing<WordSamples, 8> {
+  static constexpr int kSlot = 16;
+  static __m128i slot(const uint16_t* p) { return loadBytes<16>(p); }
+  static constexpr int tap(int q) { return q; }
+};
+
+// Four outputs of the horizontal filter for a tap count with a Packing: their
+// kernels share registers (16 / kSlot outputs per register), so that the sums need
+// few shuffles. 8-bit samples are split into even and odd bytes by a mask and a
+// shift instead of being unpacked; with weights laid out to match, two
+// multiply-adds give each output's sum (or its halves) in lanes of its own.
+template <class S, int Taps>
+struct PackedGroup {
+  using T = typename S::T;
+  using P = Packing<S, Taps>;
+  static constexpr bool kBytes = sizeof(T) == 1;
+  static constexpr int kSlotSamples = P::kSlot / static_cast<int>(sizeof(T));
+  static constexpr int kPerRegister = 16 / P::kSlot;
+  static constexpr int kRegisters = P::kSlot >= 4 ? P::kSlot / 4 : 1;
+  static constexpr auto kArray = static_cast<std::size_t>(kRegisters);
+  static constexpr bool kUnpack = kBytes && P::kSlot == 2;  // two taps of bytes: unpack, no even/odd split
+
+  intptr_t at[4];
+  __m128i bias;
+  __m128i even[kArray], odd[kArray];
+
+  PackedGroup(const int32_t* indices, const uint8_t* phases, const int16_t* weights) {
+    alignas(16) int16_t laid[kArray][16] = {};
+    int32_t b[4];
+    for (int i = 0; i < 4; ++i) {
+      const int16_t* w = weights + int32_t{phases[i]} * Taps;
+      at[i] = firstTap(indices[i], Taps);
+      b[i] = S::bias(w, Taps);
+      int16_t* slot = laid[i / kPerRegister] + (i % kPerRegister) * kSlotSamples;
+      for (int q = 0; q < kSlotSamples; ++q) slot[q] = P::tap(q) >= 0 ? w[P::tap(q)] : int16_t{0};
+    }
+    bias = _mm_setr_epi32(b[0], b[1], b[2], b[3]);
+    for (std::size_t j = 0; j < kArray; ++j) {
+      const __m128i lo = _mm_load_si128(reinterpret_cast<const __m128i*>(laid[j]));
+      if constexpr (kBytes && !kUnpack) {
+        // Lane m of the even weights belongs to byte 2m, of the odd ones to byte 2m + 1.
+        const __m128i hi = _mm_load_si128(reinterpret_cast<const __m128i*>(laid[j] + 8));
+        even[j] = _mm_packs_epi32(_mm_srai_epi32(_mm_slli_epi32(lo, 16), 16), _mm_srai_epi32(_mm_slli_epi32(hi, 16), 16));
+        odd[j] = _mm_packs_epi32(_mm_srai_epi32(lo, 16), _mm_srai_epi32(hi, 16));
+      } else {
+        even[j] = odd[j] = lo;
+      }
+    }
+  }
+
+  // The four results of source row s, shifted but not yet clamped.
+  __m128i row(const T* s) const {
+    const __m128i s0 = P::slot(s + at[0]), s1 = P::slot(s + at[1]), s2 = P::slot(s + at[2]), s3 = P::slot(s + at[3]);
+    __m128i reg[kArray];
+    if constexpr (P::kSlot == 16) {
+      reg[0] = s0;
+      reg[1] = s1;
+      reg[2] = s2;
+      reg[3] = s3;
+    } else if constexpr (P::kSlot == 8) {
+      reg[0] = _mm_unpacklo_epi64(s0, s1);
+      reg[1] = _mm_unpacklo_epi64(s2, s3);
+    } else if constexpr (P::kSlot == 4) {
+      reg[0] = _mm_unpacklo_epi64(_mm_unpacklo_epi32(s0, s1), _mm_unpacklo_epi32(s2, s3));
+    } else {
+      reg[0] = _mm_unpacklo_epi32(_mm_unpacklo_epi16(s0, s1), _mm_unpacklo_epi16(s2, s3));
+    }
+    __m128i acc[kArray];
+    for (std::size_t j = 0; j < kArray; ++j) {
+      if constexpr (kUnpack)
+        acc[j] = _mm_madd_epi16(_mm_unpacklo_epi8(reg[j], _mm_setzero_si128()), even[j]);
+      else if constexpr (kBytes)
+        acc[j] = _mm_add_epi32(_mm_madd_epi16(_mm_and_si128(reg[j], _mm_set1_epi16(0xFF)), even[j]),
+                               _mm_madd_epi16(_mm_srli_epi16(reg[j], 8), odd[j]));
+      else
+        acc[j] = _mm_madd_epi16(_mm_xor_si128(reg[j], _mm_set1_epi16(-32768)), even[j]);
+    }
+    __m128i sum;
+    if constexpr (kRegisters == 1) {
+      sum = acc[0];
+    } else if constexpr (kRegisters == 2) {
+      const __m128 a = _mm_castsi128_ps(acc[0]), c = _mm_castsi128_ps(acc[1]);
+      sum = _mm_add_epi32(_mm_castps_si128(_mm_shuffle_ps(a, c, _MM_SHUFFLE(2, 0, 2, 0))),
+                          _mm_castps_si128(_mm_shuffle_ps(a, c, _MM_SHUFFLE(3, 1, 3, 1))));
+    } else {
+      sum = sum4(acc[0], acc[1], acc[2], acc[3]);
+    }
+    return _mm_srai_epi32(_mm_add_epi32(sum, bias), 14);
+  }
+};
+
+// The horizontal filter for the tap counts with a Packing: eight outputs a step,
+// then four, then one at a time with the scalar rule.
+template <class S, int Taps>
+void filterRowsPacked(const typename S::T* source, typename S::T* destination, int32_t rows, int32_t width,
+                      const int32_t* indices, const uint8_t* phases, intptr_t sourceStride,
+                      intptr_t destinationStride, const int16_t* weights) {
+  using T = typename S::T;
+  using G = PackedGroup<S, Taps>;
+  for (int32_t band = 0; band < rows; band += kRowBand) {
+    const int32_t bandRows = std::min(kRowBand, rows - band);
+    const T* src = rowAt(source, band, sourceStride);
+    T* dst = rowAt(destination, band, destinationStride);
+    int32_t x = 0;
+    for (; x + 8 <= width; x += 8) {
+      const G lo(indices + x, phases + x, weights), hi(indices + x + 4, phases + x + 4, weights);
+      for (int32_t r = 0; r < bandRows; ++r) {
+        const T* s = rowAt(src, r, sourceStride);
+        S::store8(rowAt(dst, r, destinationStride) + x, lo.row(s), hi.row(s));
+      }
+    }
+    for (; x + 4 <= width; x += 4) {
+      const G g(indices + x, phases + x, weights);
+      for (int32_t r = 0; r < bandRows; ++r) S::store4(rowAt(dst, r, destinationStride) + x, g.row(rowAt(src, r, sourceStride)));
+    }
+    for (; x < width; ++x) {
+      const int16_t* w = weights + int32_t{phases[x]} * Taps;
+      const intptr_t at = firstTap(indices[x], Taps);
+      for (int32_t r = 0; r < bandRows; ++r)
+        rowAt(dst, r, destinationStride)[x] = S::clamp(kernelSum(rowAt(src, r, sourceStride) + at, 1, w, Taps));
+    }
+  }
+}
+
 // Picks the loop for the tap count: the specialised ones the host uses most, the
-// general one for everything else.
+// general one for everything else. 16-bit kernels of 10 and 16 taps span more than
+// a register and keep one output per set of registers.
 template <class S>
 void filterRows(const typename S::T* source, typename S::T* destination, int32_t rows, int32_t width,
                 const int32_t* indices, const uint8_t* phases, intptr_t sourceStride, intptr_t destinationStride,
                 int16_t taps, const int16_t* weights) {
   if (rows < 1 || width < 1) return;
+  constexpr bool kWords = sizeof(typename S::T) == 2;
   switch (taps) {
-#define TARNELL_FIXED_CASE(K)                                                                                   \
+#define TARNELL_PACKED_CASE(K)                                                                                  \
   case K:                                                                                                       \
-    return filterRowsFixed<S, K>(source, destination, rows, width, indices, phases, sourceStride,               \
-                                 destinationStride, weights);
-    TARNELL_FIXED_CASE(2) TARNELL_FIXED_CASE(4) TARNELL_FIXED_CASE(6) TARNELL_FIXED_CASE(8) TARNELL_FIXED_CASE(10)
-    TARNELL_FIXED_CASE(16)
-#undef TARNELL_FIXED_CASE
+    return filterRowsPacked<S, K>(source, destination, rows, width, indices, phases, sourceStride,              \
+                                  destinationStride, weights);
+    TARNELL_PACKED_CASE(2) TARNELL_PACKED_CASE(4) TARNELL_PACKED_CASE(6) TARNELL_PACKED_CASE(8)
+#undef TARNELL_PACKED_CASE
+    case 10:
+      if constexpr (kWords)
+        return filterRowsFixed<S, 10>(source, destination, rows, width, indices, phases, sourceStride,
+                                      destinationStride, weights);
+      else
+        return filterRowsPacked<S, 10>(source, destination, rows, width, indices, phases, sourceStride,
+                                       destinationStride, weights);
+    case 16:
+      if constexpr (kWords)
+        return filterRowsFixed<S, 16>(source, destination, rows, width, indices, phases, sourceStride,
+                                      destinationStride, weights);
+      else
+        return filterRowsPacked<S, 16>(source, destination, rows, width, indices, phases, sourceStride,
+                                       destinationStride, weights);
     default:
       return filterRowsGeneral<S>(source, destination, rows, width, indices, phases, sourceStride,
                                   destinationStride, taps, weights);
