@@ -497,6 +497,7 @@ BenchCase* benchBoxReduce(int width, int height) { return new BoxReduceBench(wid
 uint32_t drawCoordinate(Rng& rng, int32_t first, int32_t end, bool interpolate) {
   const uint32_t origin = (static_cast<uint32_t>(first) << 16) + (interpolate ? 128u : 32768u);
   const uint32_t limit = (static_cast<uint32_t>(end - first) << 16) - 65536u;
+  if (end <= first) return rng.chance(2) ? origin : static_cast<uint32_t>(rng.next());  // nothing is accepted
   switch (rng.below(10)) {
     case 0: return origin + limit;          // the last accepted
     case 1: return origin + limit + 1;      // just past: rejected
@@ -530,6 +531,7 @@ RemapCase drawRemapCase(Rng& rng, int64_t i) {
   for (int axis = 0; axis < 2; ++axis) {
     c.first[axis] = static_cast<int32_t>(rng.range(-3, 5));
     c.end[axis] = c.first[axis] + static_cast<int32_t>(1 + rng.below(rng.chance(4) ? 2 : 40));
+    if (rng.chance(40)) c.end[axis] = c.first[axis] - static_cast<int32_t>(rng.below(2));  // an empty range
   }
   c.interpolate = static_cast<int16_t>(i % 2 == 0 ? 0 : rng.chance(3) ? 0x100 : 1);
   if (i % 53 == 52) c.rows = 0;
@@ -543,7 +545,7 @@ void verifyRemapAxis(Context& ctx, HostRoutine host, HostRoutine module) {
   const int64_t cases = ctx.thorough() ? 400 : 160;
   for (int64_t i = 0; i < cases; ++i) {
     RemapCase c = drawRemapCase(rng, i);
-    const int32_t lines = std::max(c.rows, 1), along = c.end[0] - c.first[0];
+    const int32_t lines = std::max(c.rows, 1), along = std::max(c.end[0] - c.first[0], 1);
     // Along a row (sample steps of a pixel) or down a column (steps of a row).
     const bool down = rng.chance(2);
     const int32_t imageWidth = down ? lines : along, imageRows = down ? along : lines;
@@ -574,7 +576,7 @@ void verifyRemapPlane(Context& ctx, HostRoutine host, HostRoutine module) {
   const int64_t cases = ctx.thorough() ? 400 : 160;
   for (int64_t i = 0; i < cases; ++i) {
     RemapCase c = drawRemapCase(rng, i);
-    const int32_t nx = c.end[0] - c.first[0], ny = c.end[1] - c.first[1];
+    const int32_t nx = std::max(c.end[0] - c.first[0], 1), ny = std::max(c.end[1] - c.first[1], 1);
     const int32_t ps = c.spp + static_cast<int32_t>(rng.below(2));
     const int32_t rs = drawStride(rng, nx * ps, true);
     const std::size_t count = static_cast<std::size_t>(std::max(c.rows, 1)) * static_cast<std::size_t>(std::max(c.pixels, 1));
