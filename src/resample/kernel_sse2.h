@@ -105,20 +105,16 @@ struct WordSamples {
     for (int32_t k = 0; k < taps; ++k) sum += static_cast<uint32_t>(int32_t{w[k]});
     return static_cast<int32_t>(8192u + (sum << 15));
   }
-  // Clamp to 0..32768, then pack through the signed range: v - 32768 lies in
-  // -32768..0 and packs exactly; flipping the top bit gives v back.
-  static __m128i below(__m128i shifted) {
-    const __m128i t = _mm_sub_epi32(shifted, _mm_set1_epi32(32768));
-    return _mm_and_si128(t, _mm_srai_epi32(t, 31));  // above 32768 -> 32768
+  // Clamp to 0..32768 and pack through the signed range: v - 32768 packs with
+  // saturation (below 0 becomes -32768), the minimum with 0 cuts what was above
+  // 32768, and flipping the top bit gives v back.
+  static __m128i pack(__m128i lo, __m128i hi) {
+    const __m128i full = _mm_set1_epi32(32768);
+    const __m128i words = _mm_packs_epi32(_mm_sub_epi32(lo, full), _mm_sub_epi32(hi, full));
+    return _mm_xor_si128(_mm_min_epi16(words, _mm_setzero_si128()), _mm_set1_epi16(-32768));
   }
-  static void store4(T* d, __m128i shifted) {
-    const __m128i t = below(shifted);
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(d), _mm_xor_si128(_mm_packs_epi32(t, t), _mm_set1_epi16(-32768)));
-  }
-  static void store8(T* d, __m128i lo, __m128i hi) {
-    const __m128i words = _mm_packs_epi32(below(lo), below(hi));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm_xor_si128(words, _mm_set1_epi16(-32768)));
-  }
+  static void store4(T* d, __m128i shifted) { _mm_storel_epi64(reinterpret_cast<__m128i*>(d), pack(shifted, shifted)); }
+  static void store8(T* d, __m128i lo, __m128i hi) { _mm_storeu_si128(reinterpret_cast<__m128i*>(d), pack(lo, hi)); }
   static T clamp(int32_t v) { return clamp16(v); }
 };
 
