@@ -141,9 +141,14 @@ struct FixedKernel {
   }
 };
 
-// Rows are filtered in bands of this many: one group of four outputs loads its
-// indices and weights once per band.
-constexpr int32_t kRowBand = 32;
+// Rows are filtered in bands: a group of outputs loads its indices and weights
+// once per band and then walks down the band's rows. A band holds up to 128 rows
+// and about 48 KiB of source, so that the rows stay in the first-level cache
+// while the groups move across them.
+inline int32_t rowBand(int32_t width, int sampleBytes) {
+  const int32_t rowBytes = std::max(width, 1) * sampleBytes;
+  return std::clamp(49152 / rowBytes, 4, 128);
+}
 
 // The horizontal integer filter with Taps fixed: four outputs at a time, the
 // remaining (width mod 4) one at a time with the scalar rule.
@@ -152,8 +157,9 @@ void filterRowsFixed(const typename S::T* source, typename S::T* destination, in
                      const int32_t* indices, const uint8_t* phases, intptr_t sourceStride,
                      intptr_t destinationStride, const int16_t* weights) {
   using T = typename S::T;
-  for (int32_t band = 0; band < rows; band += kRowBand) {
-    const int32_t bandRows = std::min(kRowBand, rows - band);
+  const int32_t rowsPerBand = rowBand(width, static_cast<int>(sizeof(T)));
+  for (int32_t band = 0; band < rows; band += rowsPerBand) {
+    const int32_t bandRows = std::min(rowsPerBand, rows - band);
     const T* src = rowAt(source, band, sourceStride);
     T* dst = rowAt(destination, band, destinationStride);
     int32_t x = 0;
@@ -383,8 +389,9 @@ void filterRowsPacked(const typename S::T* source, typename S::T* destination, i
                       intptr_t destinationStride, const int16_t* weights) {
   using T = typename S::T;
   using G = PackedGroup<S, Taps>;
-  for (int32_t band = 0; band < rows; band += kRowBand) {
-    const int32_t bandRows = std::min(kRowBand, rows - band);
+  const int32_t rowsPerBand = rowBand(width, static_cast<int>(sizeof(T)));
+  for (int32_t band = 0; band < rows; band += rowsPerBand) {
+    const int32_t bandRows = std::min(rowsPerBand, rows - band);
     const T* src = rowAt(source, band, sourceStride);
     T* dst = rowAt(destination, band, destinationStride);
     int32_t x = 0;
