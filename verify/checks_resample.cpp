@@ -240,13 +240,14 @@ void verifyKernel(Context& ctx, HostRoutine host, HostRoutine module, const Kern
   const auto fn = [&](int side) { return reinterpret_cast<KernelFn*>(side == 0 ? host : module); };
   std::vector<int32_t> widths;
   for (int32_t w = 1; w <= (ctx.thorough() ? 40 : 24); ++w) widths.push_back(w);
-  for (int32_t w : {47, 48, 49, 63, 64, 65, 127, 255, 256, 257, 300}) widths.push_back(w);
+  for (int32_t w : {47, 48, 49, 63, 64, 65, 127, 255, 256, 257, 300, 4100}) widths.push_back(w);
   const int64_t cases = ctx.thorough() ? 700 : 240;
   for (int64_t i = 0; i < cases; ++i) {
     KernelCase k{};
     k.taps = drawTaps(rng, i);
     k.width = widths[static_cast<std::size_t>(i) % widths.size()];
     k.rows = rng.chance(4) ? static_cast<int32_t>(9 + rng.below(10)) : static_cast<int32_t>(1 + rng.below(4));
+    if (k.width > 1000) k.rows = static_cast<int32_t>(4 + rng.below(12));  // wide rows: several bands of rows
     if (i % 97 == 96) k.rows = -static_cast<int32_t>(rng.below(2));   // nothing to do
     if (i % 89 == 88) k.width = -static_cast<int32_t>(rng.below(2));
     k.phaseCount = 1 + static_cast<int32_t>(rng.below(rng.chance(4) ? 256 : 8));
