@@ -60,26 +60,19 @@ uint16_t clamp16(int32_t v) { return static_cast<uint16_t>(v < 0 ? 0 : v > 32768
 int64_t firstTap(int32_t index, int16_t taps) { return int64_t{index} + 1 - taps / 2; }
 int32_t tapCount(int16_t taps) { return taps < 0 ? 0 : taps; }
 
-// Output (r, x) of a horizontal filter reads row r from firstTap(indices[x]).
-template <typename T, typename Out, class Finish>
-void horizontal(const T* s, Out* d, int32_t rows, int32_t width, const int32_t* indices, const uint8_t* phases,
-                int64_t ss, int64_t ds, int16_t taps, const int16_t* weights, Finish finish) {
+// Output (r, x) of a horizontal filter reads row r from firstTap(indices[x]); of a
+// vertical one, column x from row firstTap(indices[r]).
+template <bool Vertical, typename T, typename Out, class Finish>
+void kernelFilter(const T* s, Out* d, int32_t rows, int32_t width, const int32_t* indices, const uint8_t* phases,
+                  int64_t ss, int64_t ds, int16_t taps, const int16_t* weights, Finish finish) {
   if (rows < 1 || width < 1) return;
   const int32_t n = tapCount(taps);
   for (int32_t r = 0; r < rows; ++r)
-    for (int32_t x = 0; x < width; ++x)
-      rowOf(d, r, ds)[x] = finish(rowOf(s, r, ss) + firstTap(indices[x], taps), 1, weights + phases[x] * n, n);
-}
-
-// Output (r, x) of a vertical filter reads column x from row firstTap(indices[r]).
-template <typename T, class Finish>
-void vertical(const T* s, T* d, int32_t rows, int32_t width, const int32_t* indices, const uint8_t* phases,
-              int64_t ss, int64_t ds, int16_t taps, const int16_t* weights, Finish finish) {
-  if (rows < 1 || width < 1) return;
-  const int32_t n = tapCount(taps);
-  for (int32_t r = 0; r < rows; ++r)
-    for (int32_t x = 0; x < width; ++x)
-      rowOf(d, r, ds)[x] = finish(rowOf(s, firstTap(indices[r], taps), ss) + x, ss, weights + phases[r] * n, n);
+    for (int32_t x = 0; x < width; ++x) {
+      const int32_t at = Vertical ? r : x;
+      const T* first = Vertical ? rowOf(s, firstTap(indices[r], taps), ss) + x : rowOf(s, r, ss) + firstTap(indices[x], taps);
+      rowOf(d, r, ds)[x] = finish(first, Vertical ? ss : 1, weights + phases[at] * n, n);
+    }
 }
 
 auto finish8 = [](const uint8_t* p, int64_t step, const int16_t* w, int32_t n) {
@@ -88,7 +81,7 @@ auto finish8 = [](const uint8_t* p, int64_t step, const int16_t* w, int32_t n) {
 
 void filterRows8(const uint8_t* s, uint8_t* d, int32_t rows, int32_t width, const int32_t* indices,
                  const uint8_t* phases, int32_t ss, int32_t ds, int16_t taps, const int16_t* weights) {
-  horizontal(s, d, rows, width, indices, phases, ss, ds, taps, weights, finish8);
+  kernelFilter<false>(s, d, rows, width, indices, phases, ss, ds, taps, weights, finish8);
 }
 
 // 0 or 1 tap: a byte copy of row indices[r] + 1 through the live 'memo' slot 0.
@@ -101,13 +94,13 @@ void filterColumns8(const uint8_t* s, uint8_t* d, int32_t rows, int32_t width, c
     for (int32_t r = 0; r < rows; ++r) copy(rowOf(s, int64_t{indices[r]} + 1, ss), rowOf(d, r, ds), width);
     return;
   }
-  vertical(s, d, rows, width, indices, phases, ss, ds, taps, weights, finish8);
+  kernelFilter<true>(s, d, rows, width, indices, phases, ss, ds, taps, weights, finish8);
 }
 
 // 0 or fewer taps: the rounding term alone, 0 for every output.
 void filterRows16(const uint16_t* s, uint16_t* d, int32_t rows, int32_t width, const int32_t* indices,
                   const uint8_t* phases, int32_t ss, int32_t ds, int16_t taps, const int16_t* weights) {
-  horizontal(s, d, rows, width, indices, phases, ss / 2, ds / 2, taps, weights,
+  kernelFilter<false>(s, d, rows, width, indices, phases, ss / 2, ds / 2, taps, weights,
              [](const uint16_t* p, int64_t step, const int16_t* w, int32_t n) {
                return clamp16(integerKernel(p, step, w, n));
              });
@@ -115,12 +108,12 @@ void filterRows16(const uint16_t* s, uint16_t* d, int32_t rows, int32_t width, c
 
 void filterRowsFloat(const float* s, float* d, int32_t rows, int32_t width, const int32_t* indices,
                      const uint8_t* phases, int32_t ss, int32_t ds, int16_t taps, const int16_t* weights) {
-  horizontal(s, d, rows, width, indices, phases, ss / 4, ds / 4, taps, weights, &floatKernel);
+  kernelFilter<false>(s, d, rows, width, indices, phases, ss / 4, ds / 4, taps, weights, &floatKernel);
 }
 
 void filterColumnsFloat(const float* s, float* d, int32_t rows, int32_t width, const int32_t* indices,
                         const uint8_t* phases, int32_t ss, int32_t ds, int16_t taps, const int16_t* weights) {
-  vertical(s, d, rows, width, indices, phases, ss / 4, ds / 4, taps, weights, &floatKernel);
+  kernelFilter<true>(s, d, rows, width, indices, phases, ss / 4, ds / 4, taps, weights, &floatKernel);
 }
 
 // --- box reductions -----------------------------------------------------------

@@ -74,23 +74,16 @@ void columnRow(const uint8_t* row0, intptr_t stride, const int16_t* w, int32_t t
 void FilterColumnsSse2_8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t width,
                          const int32_t* indices, const uint8_t* phases, int32_t sourceStride,
                          int32_t destinationStride, int16_t taps, const int16_t* weights) {
-  if (rows < 1 || width < 1) return;
-  for (int32_t r = 0; r < rows; ++r) {
-    uint8_t* d = rowAt(destination, r, destinationStride);
-    if (taps == 0 || taps == 1) {
-      liveRoutine<code::memo, 0>()(rowAt(source, intptr_t{indices[r]} + 1, sourceStride), d, width);
-      continue;
-    }
-    const uint8_t* row0 = rowAt(source, firstTap(indices[r], taps), sourceStride);
-    const int16_t* w = weights + int32_t{phases[r]} * std::max(int32_t{taps}, int32_t{0});
-    switch (taps) {
-      case 2: columnRow<2>(row0, sourceStride, w, taps, d, width); break;
-      case 4: columnRow<4>(row0, sourceStride, w, taps, d, width); break;
-      case 6: columnRow<6>(row0, sourceStride, w, taps, d, width); break;
-      case 8: columnRow<8>(row0, sourceStride, w, taps, d, width); break;
-      default: columnRow<0>(row0, sourceStride, w, taps, d, width); break;
-    }
-  }
+  eachColumnRow(source, destination, rows, width, indices, phases, sourceStride, destinationStride, taps, weights,
+                copyRow, [&](const uint8_t* row0, const int16_t* w, uint8_t* d) {
+                  switch (taps) {
+                    case 2: return columnRow<2>(row0, sourceStride, w, taps, d, width);
+                    case 4: return columnRow<4>(row0, sourceStride, w, taps, d, width);
+                    case 6: return columnRow<6>(row0, sourceStride, w, taps, d, width);
+                    case 8: return columnRow<8>(row0, sourceStride, w, taps, d, width);
+                    default: return columnRow<0>(row0, sourceStride, w, taps, d, width);
+                  }
+                });
 }
 
 }  // namespace tarnell::resample

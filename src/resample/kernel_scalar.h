@@ -32,4 +32,25 @@ inline T* rowAt(T* base, intptr_t row, intptr_t strideSamples) {
   return base + row * strideSamples;
 }
 
+// Copies a row through the live 'memo' slot 0, as the host's own routine does.
+void copyRow(const uint8_t* source, uint8_t* destination, int32_t width);
+
+// The row walk of the 8-bit vertical filters: 0 or 1 tap copies source row
+// indices[r] + 1 through the live 'memo' slot 0 (copy); otherwise row(first row,
+// weights, destination row) filters one output row.
+template <class Copy, class Row>
+void eachColumnRow(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t width, const int32_t* indices,
+                   const uint8_t* phases, int32_t sourceStride, int32_t destinationStride, int16_t taps,
+                   const int16_t* weights, Copy copy, Row row) {
+  if (rows < 1 || width < 1) return;
+  const int32_t n = taps < 0 ? 0 : taps;
+  for (int32_t r = 0; r < rows; ++r) {
+    uint8_t* d = rowAt(destination, r, destinationStride);
+    if (taps == 0 || taps == 1)
+      copy(rowAt(source, intptr_t{indices[r]} + 1, sourceStride), d, width);
+    else
+      row(rowAt(source, firstTap(indices[r], taps), sourceStride), weights + int32_t{phases[r]} * n, d);
+  }
+}
+
 }  // namespace tarnell::resample

@@ -150,44 +150,29 @@ inline int32_t rowBand(int32_t width, int sampleBytes) {
   return std::clamp(49152 / rowBytes, 4, 128);
 }
 
-// The horizontal integer filter with Taps fixed: four outputs at a time, the
-// remaining (width mod 4) one at a time with the scalar rule.
+// Four outputs of a kernel wider than a register (16-bit, 10 and 16 taps): each
+// output keeps registers of its own, summed across at the end.
 template <class S, int Taps>
-void filterRowsFixed(const typename S::T* source, typename S::T* destination, int32_t rows, int32_t width,
-                     const int32_t* indices, const uint8_t* phases, intptr_t sourceStride,
-                     intptr_t destinationStride, const int16_t* weights) {
+struct WideGroup {
   using T = typename S::T;
-  const int32_t rowsPerBand = rowBand(width, static_cast<int>(sizeof(T)));
-  for (int32_t band = 0; band < rows; band += rowsPerBand) {
-    const int32_t bandRows = std::min(rowsPerBand, rows - band);
-    const T* src = rowAt(source, band, sourceStride);
-    T* dst = rowAt(destination, band, destinationStride);
-    int32_t x = 0;
-    for (; x + 4 <= width; x += 4) {
-      FixedKernel<S, Taps> k[4];
-      intptr_t at[4];
-      int32_t bias[4];
-      for (int i = 0; i < 4; ++i) {
-        const int16_t* w = weights + int32_t{phases[x + i]} * Taps;
-        k[i].loadWeights(w);
-        at[i] = firstTap(indices[x + i], Taps);
-        bias[i] = S::bias(w, Taps);
-      }
-      const __m128i b = _mm_setr_epi32(bias[0], bias[1], bias[2], bias[3]);
-      for (int32_t r = 0; r < bandRows; ++r) {
-        const T* s = rowAt(src, r, sourceStride);
-        const __m128i acc = sum4(k[0].sum(s + at[0]), k[1].sum(s + at[1]), k[2].sum(s + at[2]), k[3].sum(s + at[3]));
-        S::store4(rowAt(dst, r, destinationStride) + x, _mm_srai_epi32(_mm_add_epi32(acc, b), 14));
-      }
+  FixedKernel<S, Taps> k[4];
+  intptr_t at[4];
+  __m128i bias;
+  WideGroup(const int32_t* indices, const uint8_t* phases, const int16_t* weights) {
+    int32_t b[4];
+    for (int i = 0; i < 4; ++i) {
+      const int16_t* w = weights + int32_t{phases[i]} * Taps;
+      k[i].loadWeights(w);
+      at[i] = firstTap(indices[i], Taps);
+      b[i] = S::bias(w, Taps);
     }
-    for (; x < width; ++x) {
-      const int16_t* w = weights + int32_t{phases[x]} * Taps;
-      const intptr_t at = firstTap(indices[x], Taps);
-      for (int32_t r = 0; r < bandRows; ++r)
-        rowAt(dst, r, destinationStride)[x] = S::clamp(kernelSum(rowAt(src, r, sourceStride) + at, 1, w, Taps));
-    }
+    bias = _mm_setr_epi32(b[0], b[1], b[2], b[3]);
   }
-}
+  __m128i row(const T* s) const {
+    const __m128i acc = sum4(k[0].sum(s + at[0]), k[1].sum(s + at[1]), k[2].sum(s + at[2]), k[3].sum(s + at[3]));
+    return _mm_srai_epi32(_mm_add_epi32(acc, bias), 14);
+  }
+};
 
 // One output's partial sums for any tap count: eight taps at a time, then the rest.
 template <class S>
@@ -234,66 +219,25 @@ void filterRowsGeneral(const typename S::T* source, typename S::T* destination, 
 // loads), and tap(q) is the tap at sample position q of the slot, or -1 for a
 // position whose weight is 0 (a repeated or padding sample).
 template <class S, int Taps>
-struct Packing;
-template <>
-struct Packing<ByteSamples, 2> {
-  static constexpr int kSlot = 2;
-  static __m128i slot(const uint8_t* p) { return loadBytes<2>(p); }
+struct Packing {  // 2, 4 or 8 taps, and 16 of bytes: the kernel's own bytes
+  static constexpr int kSlot = Taps * static_cast<int>(sizeof(typename S::T));
+  static __m128i slot(const typename S::T* p) { return loadBytes<kSlot>(p); }
   static constexpr int tap(int q) { return q; }
 };
-template <>
-struct Packing<ByteSamples, 4> {
-  static constexpr int kSlot = 4;
-  static __m128i slot(const uint8_t* p) { return loadBytes<4>(p); }
-  static constexpr int tap(int q) { return q; }
-};
-template <>
-struct Packing<ByteSamples, 6> {  // samples 0..3, then 2..5
-  static constexpr int kSlot = 8;
-  static __m128i slot(const uint8_t* p) { return _mm_unpacklo_epi32(loadBytes<4>(p), loadBytes<4>(p + 2)); }
+template <class S>
+struct Packing<S, 6> {  // samples 0..3, then 2..5
+  static constexpr int kSlot = 8 * static_cast<int>(sizeof(typename S::T));
+  static __m128i slot(const typename S::T* p) {
+    const __m128i a = loadBytes<kSlot / 2>(p), b = loadBytes<kSlot / 2>(p + 2);
+    return kSlot == 8 ? _mm_unpacklo_epi32(a, b) : _mm_unpacklo_epi64(a, b);
+  }
   static constexpr int tap(int q) { return q < 4 ? q : q < 6 ? -1 : q - 2; }
-};
-template <>
-struct Packing<ByteSamples, 8> {
-  static constexpr int kSlot = 8;
-  static __m128i slot(const uint8_t* p) { return loadBytes<8>(p); }
-  static constexpr int tap(int q) { return q; }
 };
 template <>
 struct Packing<ByteSamples, 10> {  // samples 0..7, then 6..9
   static constexpr int kSlot = 16;
   static __m128i slot(const uint8_t* p) { return _mm_unpacklo_epi64(loadBytes<8>(p), loadBytes<4>(p + 6)); }
   static constexpr int tap(int q) { return q < 8 ? q : q < 10 ? -1 : q < 12 ? q - 2 : -1; }
-};
-template <>
-struct Packing<ByteSamples, 16> {
-  static constexpr int kSlot = 16;
-  static __m128i slot(const uint8_t* p) { return loadBytes<16>(p); }
-  static constexpr int tap(int q) { return q; }
-};
-template <>
-struct Packing<WordSamples, 2> {
-  static constexpr int kSlot = 4;
-  static __m128i slot(const uint16_t* p) { return loadBytes<4>(p); }
-  static constexpr int tap(int q) { return q; }
-};
-template <>
-struct Packing<WordSamples, 4> {
-  static constexpr int kSlot = 8;
-  static __m128i slot(const uint16_t* p) { return loadBytes<8>(p); }
-  static constexpr int tap(int q) { return q; }
-};
-template <>
-struct Packing<WordSamples, 6> {  // samples 0..3, then 2..5
-  static constexpr int kSlot = 16;
-  static __m128i slot(const uint16_t* p) { return _mm_unpacklo_epi64(loadBytes<8>(p), loadBytes<8>(p + 2)); }
-  static constexpr int tap(int q) { return q < 4 ? q : q < 6 ? -1 : q - 2; }
-};
-template <>
-struct Packing<WordSamples, 8> {
-  static constexpr int kSlot = 16;
-  static __m128i slot(const uint16_t* p) { return loadBytes<16>(p); }
-  static constexpr int tap(int q) { return q; }
 };
 
 // Four outputs of the horizontal filter for a tap count with a Packing: their
@@ -381,14 +325,14 @@ struct PackedGroup {
   }
 };
 
-// The horizontal filter for the tap counts with a Packing: eight outputs a step,
-// then four, then one at a time with the scalar rule.
-template <class S, int Taps>
-void filterRowsPacked(const typename S::T* source, typename S::T* destination, int32_t rows, int32_t width,
-                      const int32_t* indices, const uint8_t* phases, intptr_t sourceStride,
-                      intptr_t destinationStride, const int16_t* weights) {
+// The horizontal filter for a fixed tap count, by groups G of four outputs: eight
+// outputs a step, then four, then one at a time with the scalar rule.
+template <class S, int Taps, template <class, int> class Group>
+void filterRowsFixed(const typename S::T* source, typename S::T* destination, int32_t rows, int32_t width,
+                     const int32_t* indices, const uint8_t* phases, intptr_t sourceStride,
+                     intptr_t destinationStride, const int16_t* weights) {
   using T = typename S::T;
-  using G = PackedGroup<S, Taps>;
+  using G = Group<S, Taps>;
   const int32_t rowsPerBand = rowBand(width, static_cast<int>(sizeof(T)));
   for (int32_t band = 0; band < rows; band += rowsPerBand) {
     const int32_t bandRows = std::min(rowsPerBand, rows - band);
@@ -416,35 +360,29 @@ void filterRowsPacked(const typename S::T* source, typename S::T* destination, i
 }
 
 // Picks the loop for the tap count: the specialised ones the host uses most, the
-// general one for everything else. 16-bit kernels of 10 and 16 taps span more than
-// a register and keep one output per set of registers.
+// general one for everything else.
 template <class S>
 void filterRows(const typename S::T* source, typename S::T* destination, int32_t rows, int32_t width,
                 const int32_t* indices, const uint8_t* phases, intptr_t sourceStride, intptr_t destinationStride,
                 int16_t taps, const int16_t* weights) {
   if (rows < 1 || width < 1) return;
+  // 16-bit kernels of 10 and 16 taps span more than a register.
   constexpr bool kWords = sizeof(typename S::T) == 2;
+  const auto fixed = [&]<int K>() {
+    if constexpr (kWords && K > 8)
+      filterRowsFixed<S, K, WideGroup>(source, destination, rows, width, indices, phases, sourceStride,
+                                       destinationStride, weights);
+    else
+      filterRowsFixed<S, K, PackedGroup>(source, destination, rows, width, indices, phases, sourceStride,
+                                         destinationStride, weights);
+  };
   switch (taps) {
-#define TARNELL_PACKED_CASE(K)                                                                                  \
-  case K:                                                                                                       \
-    return filterRowsPacked<S, K>(source, destination, rows, width, indices, phases, sourceStride,              \
-                                  destinationStride, weights);
-    TARNELL_PACKED_CASE(2) TARNELL_PACKED_CASE(4) TARNELL_PACKED_CASE(6) TARNELL_PACKED_CASE(8)
-#undef TARNELL_PACKED_CASE
-    case 10:
-      if constexpr (kWords)
-        return filterRowsFixed<S, 10>(source, destination, rows, width, indices, phases, sourceStride,
-                                      destinationStride, weights);
-      else
-        return filterRowsPacked<S, 10>(source, destination, rows, width, indices, phases, sourceStride,
-                                       destinationStride, weights);
-    case 16:
-      if constexpr (kWords)
-        return filterRowsFixed<S, 16>(source, destination, rows, width, indices, phases, sourceStride,
-                                      destinationStride, weights);
-      else
-        return filterRowsPacked<S, 16>(source, destination, rows, width, indices, phases, sourceStride,
-                                       destinationStride, weights);
+    case 2: return fixed.template operator()<2>();
+    case 4: return fixed.template operator()<4>();
+    case 6: return fixed.template operator()<6>();
+    case 8: return fixed.template operator()<8>();
+    case 10: return fixed.template operator()<10>();
+    case 16: return fixed.template operator()<16>();
     default:
       return filterRowsGeneral<S>(source, destination, rows, width, indices, phases, sourceStride,
                                   destinationStride, taps, weights);
