@@ -241,8 +241,9 @@ struct Packing<ByteSamples, 10> {  // samples 0..7, then 6..9
 };
 
 // Four outputs of the horizontal filter for a tap count with a Packing: their
-// kernels share registers (16 / kSlot outputs per register), so that the sums need
-// few shuffles. 8-bit samples are split into even and odd bytes by a mask and a
+// kernels share registers (16 / kSlot outputs per register; 8-byte kernels are
+// split in halves, one register holding the first halves of all four), so that the
+// sums need few shuffles. 8-bit samples are split into even and odd bytes by a mask and a
 // shift instead of being unpacked; with weights laid out to match, two
 // multiply-adds give each output's sum (or its halves) in lanes of its own.
 template <class S, int Taps>
@@ -267,8 +268,13 @@ struct PackedGroup {
       const int16_t* w = weights + int32_t{phases[i]} * Taps;
       at[i] = firstTap(indices[i], Taps);
       b[i] = S::bias(w, Taps);
-      int16_t* slot = laid[i / kPerRegister] + (i % kPerRegister) * kSlotSamples;
-      for (int q = 0; q < kSlotSamples; ++q) slot[q] = P::tap(q) >= 0 ? w[P::tap(q)] : int16_t{0};
+      for (int q = 0; q < kSlotSamples; ++q) {
+        // 8-byte slots are split into halves: register j holds half j of all four.
+        const int half = kSlotSamples / 2;
+        int16_t* lane = P::kSlot == 8 ? laid[q / half] + i * half + q % half
+                                     : laid[i / kPerRegister] + (i % kPerRegister) * kSlotSamples + q;
+        *lane = P::tap(q) >= 0 ? w[P::tap(q)] : int16_t{0};
+      }
     }
     bias = _mm_setr_epi32(b[0], b[1], b[2], b[3]);
     for (std::size_t j = 0; j < kArray; ++j) {
@@ -294,8 +300,9 @@ struct PackedGroup {
       reg[2] = s2;
       reg[3] = s3;
     } else if constexpr (P::kSlot == 8) {
-      reg[0] = _mm_unpacklo_epi64(s0, s1);
-      reg[1] = _mm_unpacklo_epi64(s2, s3);
+      const __m128i ab = _mm_unpacklo_epi32(s0, s1), cd = _mm_unpacklo_epi32(s2, s3);
+      reg[0] = _mm_unpacklo_epi64(ab, cd);
+      reg[1] = _mm_unpackhi_epi64(ab, cd);
     } else if constexpr (P::kSlot == 4) {
       reg[0] = _mm_unpacklo_epi64(_mm_unpacklo_epi32(s0, s1), _mm_unpacklo_epi32(s2, s3));
     } else {
@@ -315,9 +322,7 @@ struct PackedGroup {
     if constexpr (kRegisters == 1) {
       sum = acc[0];
     } else if constexpr (kRegisters == 2) {
-      const __m128 a = _mm_castsi128_ps(acc[0]), c = _mm_castsi128_ps(acc[1]);
-      sum = _mm_add_epi32(_mm_castps_si128(_mm_shuffle_ps(a, c, _MM_SHUFFLE(2, 0, 2, 0))),
-                          _mm_castps_si128(_mm_shuffle_ps(a, c, _MM_SHUFFLE(3, 1, 3, 1))));
+      sum = _mm_add_epi32(acc[0], acc[1]);
     } else {
       sum = sum4(acc[0], acc[1], acc[2], acc[3]);
     }
