@@ -183,10 +183,16 @@ int32_t drawIndex(Rng& rng, int16_t taps, int32_t n) {
 
 enum class Axis { Rows, Columns };
 
+struct KernelCase;
+class Arena;
+// Calls a kernel filter on side s (0 host, 1 module) of a case's arena.
+using KernelCall = void (*)(HostRoutine routine, const Arena& arena, int s, const KernelCase& k);
+
 struct KernelShape {
   Axis axis;
   int sampleBytes;
   Samples samples;
+  KernelCall call;
 };
 
 // One kernel-filter case: output rows x width; the source has `extra` more
@@ -198,8 +204,12 @@ struct KernelCase {
   int32_t sourceStride, destinationStride;
 };
 
-using KernelFn = void(const void*, void*, int32_t, int32_t, const int32_t*, const uint8_t*, int32_t, int32_t, int16_t,
-                      const int16_t*);
+template <int Slot, typename T>
+void callKernel(HostRoutine routine, const Arena& a, int s, const KernelCase& k) {
+  as<code::rsmp, Slot>(routine)(a.side<T>(0, s), a.side<T>(1, s), k.rows, k.width, a.side<int32_t>(2, s),
+                                a.side<uint8_t>(3, s), k.sourceStride, k.destinationStride, k.taps,
+                                a.side<int16_t>(4, s));
+}
 
 // Builds the buffers of a case in an arena: ids 0 source, 1 destination, 2
 // indices, 3 phases, 4 weights.
@@ -210,9 +220,11 @@ void buildKernelCase(Arena& a, Rng& rng, const KernelShape& shape, const KernelC
   const int32_t span = taps + 1 + static_cast<int32_t>(rng.below(9));  // source samples (rows) beyond the outputs'
   const int32_t srcRows = shape.axis == Axis::Rows ? std::max(k.rows, 1) : std::max(k.rows, 1) + span;
   const int32_t srcWidth = shape.axis == Axis::Rows ? std::max(k.width, 1) + span : std::max(k.width, 1);
-  a.plane("source", srcRows, srcWidth * size, usedStride(k.sourceStride, size), static_cast<int>(rng.below(64)), rng);
+  // Planes start on a sample boundary, at any sample of a 64-byte line.
+  const auto misalign = [&] { return static_cast<int>(rng.below(static_cast<uint32_t>(64 / size))) * size; };
+  a.plane("source", srcRows, srcWidth * size, usedStride(k.sourceStride, size), misalign(), rng);
   a.plane("destination", std::max(k.rows, 1), std::max(k.width, 1) * size, usedStride(k.destinationStride, size),
-          static_cast<int>(rng.below(64)), rng);
+          misalign(), rng);
   a.array<int32_t>("indices", static_cast<std::size_t>(positions), rng);
   a.array<uint8_t>("phases", static_cast<std::size_t>(positions), rng);
   const int32_t weightCount = k.taps > 0 ? k.phaseCount * k.taps : 0;
@@ -237,7 +249,6 @@ void buildKernelCase(Arena& a, Rng& rng, const KernelShape& shape, const KernelC
 // summing to 16384 comes back exactly, and the clamps at both ends.
 void verifyKernel(Context& ctx, HostRoutine host, HostRoutine module, const KernelShape& shape) {
   Rng& rng = ctx.rng();
-  const auto fn = [&](int side) { return reinterpret_cast<KernelFn*>(side == 0 ? host : module); };
   std::vector<int32_t> widths;
   for (int32_t w = 1; w <= (ctx.thorough() ? 40 : 24); ++w) widths.push_back(w);
   for (int32_t w : {47, 48, 49, 63, 64, 65, 127, 255, 256, 257, 300, 4100}) widths.push_back(w);
@@ -258,11 +269,7 @@ void verifyKernel(Context& ctx, HostRoutine host, HostRoutine module, const Kern
     buildKernelCase(a, rng, shape, k);
     const std::string what = describe("rows", k.rows, "width", k.width, "taps", k.taps, "phases", k.phaseCount,
                                       "strides", k.sourceStride, k.destinationStride);
-    if (!runCase(ctx, a, what, [&](int s) {
-          fn(s)(a.side<void>(0, s), a.side<void>(1, s), k.rows, k.width, a.side<int32_t>(2, s), a.side<uint8_t>(3, s),
-                k.sourceStride, k.destinationStride, k.taps, a.side<int16_t>(4, s));
-        }))
-      return;
+    if (!runCase(ctx, a, what, [&](int s) { shape.call(s == 0 ? host : module, a, s, k); })) return;
   }
 }
 
@@ -291,7 +298,7 @@ void verifyRowCopyCalls(Context& ctx, HostRoutine host, HostRoutine module) {
     k.sourceStride = drawStride(rng, k.width + 16, true);
     k.destinationStride = drawStride(rng, k.width, true);
     Arena a(drawPlacement(rng));
-    buildKernelCase(a, rng, {Axis::Columns, 1, Samples::Bytes}, k);
+    buildKernelCase(a, rng, {Axis::Columns, 1, Samples::Bytes, &callKernel<6, uint8_t>}, k);
     a.reset();
     std::vector<refhost::CallRecord> calls[2];
     for (int s = 0; s < 2; ++s) {
@@ -331,7 +338,7 @@ int16_t benchTaps() {
 }
 
 struct KernelBench final : BenchCase {
-  KernelBench(const KernelShape& shape, int width, int height) : arena(Placement::Heap) {
+  KernelBench(const KernelShape& s, int width, int height) : arena(Placement::Heap), shape(s) {
     Rng rng(0xB3C4);
     k = {height, width, benchTaps(), 256, 0, 0};
     const int32_t extra = std::max<int32_t>(k.taps, 1) + 1;
@@ -346,23 +353,20 @@ struct KernelBench final : BenchCase {
     bytesMoved = static_cast<uint64_t>(2) * static_cast<uint64_t>(width) * static_cast<uint64_t>(height) *
                  static_cast<uint64_t>(shape.sampleBytes);
   }
-  void run(HostRoutine routine) override {
-    reinterpret_cast<KernelFn*>(routine)(arena.side<void>(0, 1), arena.side<void>(1, 1), k.rows, k.width,
-                                         arena.side<int32_t>(2, 1), arena.side<uint8_t>(3, 1), k.sourceStride,
-                                         k.destinationStride, k.taps, arena.side<int16_t>(4, 1));
-  }
+  void run(HostRoutine routine) override { shape.call(routine, arena, 1, k); }
   Arena arena;
+  KernelShape shape;
   KernelCase k;
 };
 
-template <Axis A, int Size, Samples S>
+template <int Slot, typename T, Axis A, Samples S>
 void verifyKernelOf(Context& ctx, HostRoutine host, HostRoutine module) {
-  verifyKernel(ctx, host, module, {A, Size, S});
-  if constexpr (A == Axis::Columns && Size == 1) verifyRowCopyCalls(ctx, host, module);
+  verifyKernel(ctx, host, module, {A, sizeof(T), S, &callKernel<Slot, T>});
+  if constexpr (Slot == 6) verifyRowCopyCalls(ctx, host, module);
 }
-template <Axis A, int Size, Samples S>
+template <int Slot, typename T, Axis A, Samples S>
 BenchCase* benchKernelOf(int width, int height) {
-  return new KernelBench({A, Size, S}, width, height);
+  return new KernelBench({A, sizeof(T), S, &callKernel<Slot, T>}, width, height);
 }
 
 // ---------------------------------------------------------- box reductions
@@ -640,19 +644,19 @@ BenchCase* benchRemapPlane(int width, int height) { return new RemapBench(width,
 
 const Check kChecks[] = {
     customCheck<code::rsmp, 3>(&verifyBoxAverageRows, &benchBoxAverageRows),
-    customCheck<code::rsmp, 5>(&verifyKernelOf<Axis::Rows, 1, Samples::Bytes>,
-                               &benchKernelOf<Axis::Rows, 1, Samples::Bytes>),
-    customCheck<code::rsmp, 6>(&verifyKernelOf<Axis::Columns, 1, Samples::Bytes>,
-                               &benchKernelOf<Axis::Columns, 1, Samples::Bytes>),
-    customCheck<code::rsmp, 13>(&verifyKernelOf<Axis::Rows, 2, Samples::Words16>,
-                                &benchKernelOf<Axis::Rows, 2, Samples::Words15>),
+    customCheck<code::rsmp, 5>(&verifyKernelOf<5, uint8_t, Axis::Rows, Samples::Bytes>,
+                               &benchKernelOf<5, uint8_t, Axis::Rows, Samples::Bytes>),
+    customCheck<code::rsmp, 6>(&verifyKernelOf<6, uint8_t, Axis::Columns, Samples::Bytes>,
+                               &benchKernelOf<6, uint8_t, Axis::Columns, Samples::Bytes>),
+    customCheck<code::rsmp, 13>(&verifyKernelOf<13, uint16_t, Axis::Rows, Samples::Words16>,
+                                &benchKernelOf<13, uint16_t, Axis::Rows, Samples::Words15>),
     customCheck<code::rsmp, 18>(&verifyRemapAxis, &benchRemapAxis),
     customCheck<code::rsmp, 19>(&verifyRemapPlane, &benchRemapPlane),
     customCheck<code::rsmp, 24>(&verifyBoxReduce, &benchBoxReduce),
-    customCheck<code::rsmp, 26>(&verifyKernelOf<Axis::Rows, 4, Samples::FloatsWide>,
-                                &benchKernelOf<Axis::Rows, 4, Samples::FloatsWide>),
-    customCheck<code::rsmp, 27>(&verifyKernelOf<Axis::Columns, 4, Samples::FloatsWide>,
-                                &benchKernelOf<Axis::Columns, 4, Samples::FloatsWide>),
+    customCheck<code::rsmp, 26>(&verifyKernelOf<26, float, Axis::Rows, Samples::FloatsWide>,
+                                &benchKernelOf<26, float, Axis::Rows, Samples::FloatsWide>),
+    customCheck<code::rsmp, 27>(&verifyKernelOf<27, float, Axis::Columns, Samples::FloatsWide>,
+                                &benchKernelOf<27, float, Axis::Columns, Samples::FloatsWide>),
 };
 
 }  // namespace
