@@ -24,11 +24,26 @@ __m128 loadFloats(const float* p, int n) {
   }
 }
 
-// n weights (1..4) as floats, zero above.
+// n weights (1..4) as floats, zero above; reads only those n.
 __m128 loadWeights(const int16_t* w, int n) {
-  int16_t v[4] = {0, 0, 0, 0};
-  std::memcpy(v, w, static_cast<std::size_t>(n) * 2);
-  return _mm_cvtepi32_ps(_mm_cvtepi16_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(v))));
+  __m128i words;
+  switch (n) {
+    case 1: words = _mm_cvtsi32_si128(static_cast<uint16_t>(w[0])); break;
+    case 2: {
+      int32_t v;
+      std::memcpy(&v, w, 4);
+      words = _mm_cvtsi32_si128(v);
+      break;
+    }
+    case 3: {
+      int32_t v;
+      std::memcpy(&v, w, 4);
+      words = _mm_insert_epi16(_mm_cvtsi32_si128(v), w[2], 2);
+      break;
+    }
+    default: words = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(w)); break;
+  }
+  return _mm_cvtepi32_ps(_mm_cvtepi16_epi32(words));
 }
 
 // Dot product of the first n lanes (1..4), in lane 0.
@@ -41,11 +56,8 @@ __m128 dot(__m128 s, __m128 w, int n) {
   }
 }
 
-// One output: Taps > 0 fixed (the compiler unrolls the groups and folds n);
-// Taps == 0 takes the count at run time.
-template <int Taps>
-float output(const float* p, const int16_t* w, int32_t taps) {
-  const int32_t n = Taps > 0 ? Taps : taps;
+// One output for any tap count (none or negative: 0).
+float output(const float* p, const int16_t* w, int32_t n) {
   __m128 acc = _mm_setzero_ps();
   for (int32_t k = 0; k < n; k += 4) {
     const int m = n - k < 4 ? static_cast<int>(n - k) : 4;
@@ -54,15 +66,37 @@ float output(const float* p, const int16_t* w, int32_t taps) {
   return _mm_cvtss_f32(_mm_mul_ss(acc, _mm_set_ss(kWeightScale)));
 }
 
-template <int Taps>
-void rows(const float* source, float* destination, int32_t rowCount, int32_t width, const int32_t* indices,
-          const uint8_t* phases, intptr_t ss, intptr_t ds, int32_t taps, const int16_t* weights) {
+void rowsGeneral(const float* source, float* destination, int32_t rowCount, int32_t width, const int32_t* indices,
+                 const uint8_t* phases, intptr_t ss, intptr_t ds, int32_t taps, const int16_t* weights) {
   const int32_t n = taps < 0 ? 0 : taps;
-  for (int32_t r = 0; r < rowCount; ++r) {
-    const float* s = source + r * ss;
-    float* d = destination + r * ds;
+  for (int32_t r = 0; r < rowCount; ++r)
     for (int32_t x = 0; x < width; ++x)
-      d[x] = output<Taps>(s + (intptr_t{indices[x]} + 1 - taps / 2), weights + int32_t{phases[x]} * n, n);
+      destination[r * ds + x] = output(source + r * ss + (intptr_t{indices[x]} + 1 - taps / 2),
+                                       weights + int32_t{phases[x]} * n, n);
+}
+
+// Taps fixed: each output converts its weights once per band of rows (up to 128
+// rows, about 48 KiB of source) and then walks down the band.
+template <int Taps>
+void rowsFixed(const float* source, float* destination, int32_t rowCount, int32_t width, const int32_t* indices,
+               const uint8_t* phases, intptr_t ss, intptr_t ds, const int16_t* weights) {
+  constexpr int kGroups = (Taps + 3) / 4;
+  constexpr auto lanes = [](int g) { return Taps - 4 * g < 4 ? Taps - 4 * g : 4; };
+  int32_t band = 49152 / (width * 4);
+  band = band < 4 ? 4 : band > 128 ? 128 : band;
+  for (int32_t top = 0; top < rowCount; top += band) {
+    const int32_t rows = rowCount - top < band ? rowCount - top : band;
+    for (int32_t x = 0; x < width; ++x) {
+      __m128 w[static_cast<std::size_t>(kGroups)];
+      for (int g = 0; g < kGroups; ++g) w[g] = loadWeights(weights + int32_t{phases[x]} * Taps + 4 * g, lanes(g));
+      const float* s = source + top * ss + (intptr_t{indices[x]} + 1 - Taps / 2);
+      float* d = destination + top * ds + x;
+      for (int32_t r = 0; r < rows; ++r, s += ss, d += ds) {
+        __m128 acc = _mm_setzero_ps();
+        for (int g = 0; g < kGroups; ++g) acc = _mm_add_ss(acc, dot(loadFloats(s + 4 * g, lanes(g)), w[g], lanes(g)));
+        _mm_store_ss(d, _mm_mul_ss(acc, _mm_set_ss(kWeightScale)));
+      }
+    }
   }
 }
 
@@ -73,12 +107,12 @@ void FilterRowsFloat(const float* source, float* destination, int32_t rowCount, 
   const intptr_t ss = sourceStride / 4, ds = destinationStride / 4;
   switch (taps) {
 #define TARNELL_FLOAT_CASE(K) \
-  case K: return rows<K>(source, destination, rowCount, width, indices, phases, ss, ds, taps, weights);
+  case K: return rowsFixed<K>(source, destination, rowCount, width, indices, phases, ss, ds, weights);
     TARNELL_FLOAT_CASE(1) TARNELL_FLOAT_CASE(2) TARNELL_FLOAT_CASE(4) TARNELL_FLOAT_CASE(6) TARNELL_FLOAT_CASE(8)
     TARNELL_FLOAT_CASE(10) TARNELL_FLOAT_CASE(12) TARNELL_FLOAT_CASE(14) TARNELL_FLOAT_CASE(16)
     TARNELL_FLOAT_CASE(18) TARNELL_FLOAT_CASE(20)
 #undef TARNELL_FLOAT_CASE
-    default: return rows<0>(source, destination, rowCount, width, indices, phases, ss, ds, taps, weights);
+    default: return rowsGeneral(source, destination, rowCount, width, indices, phases, ss, ds, taps, weights);
   }
 }
 
