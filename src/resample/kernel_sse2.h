@@ -216,13 +216,17 @@ void filterRowsGeneral(const typename S::T* source, typename S::T* destination, 
 
 // How one output's kernel of Taps samples is loaded into a slot of kSlot bytes
 // for the packed loop: loads stay inside the kernel (6 and 10 taps overlap two
-// loads), and tap(q) is the tap at sample position q of the slot, or -1 for a
-// position whose weight is 0 (a repeated or padding sample).
+// loads), and weights() lays the weights out in the slot's sample order, with 0
+// for a repeated or padding sample.
 template <class S, int Taps>
 struct Packing {  // 2, 4 or 8 taps, and 16 of bytes: the kernel's own bytes
   static constexpr int kSlot = Taps * static_cast<int>(sizeof(typename S::T));
   static __m128i slot(const typename S::T* p) { return loadBytes<kSlot>(p); }
-  static constexpr int tap(int q) { return q; }
+  // The weights in the slot's sample order, one 16-bit lane each (16 lanes: two registers).
+  static void weights(const int16_t* w, __m128i& lo, __m128i& hi) {
+    lo = loadBytes<2 * (Taps < 8 ? Taps : 8)>(w);
+    hi = loadBytes<2 * (Taps - 8 > 0 ? Taps - 8 : 0)>(w + 8);
+  }
 };
 template <class S>
 struct Packing<S, 6> {  // samples 0..3, then 2..5
@@ -231,13 +235,19 @@ struct Packing<S, 6> {  // samples 0..3, then 2..5
     const __m128i a = loadBytes<kSlot / 2>(p), b = loadBytes<kSlot / 2>(p + 2);
     return kSlot == 8 ? _mm_unpacklo_epi32(a, b) : _mm_unpacklo_epi64(a, b);
   }
-  static constexpr int tap(int q) { return q < 4 ? q : q < 6 ? -1 : q - 2; }
+  static void weights(const int16_t* w, __m128i& lo, __m128i& hi) {  // w0..w3, 0, 0, w4, w5
+    lo = _mm_or_si128(loadBytes<8>(w), _mm_slli_si128(loadBytes<4>(w + 4), 12));
+    hi = _mm_setzero_si128();
+  }
 };
 template <>
 struct Packing<ByteSamples, 10> {  // samples 0..7, then 6..9
   static constexpr int kSlot = 16;
   static __m128i slot(const uint8_t* p) { return _mm_unpacklo_epi64(loadBytes<8>(p), loadBytes<4>(p + 6)); }
-  static constexpr int tap(int q) { return q < 8 ? q : q < 10 ? -1 : q < 12 ? q - 2 : -1; }
+  static void weights(const int16_t* w, __m128i& lo, __m128i& hi) {  // w0..w7, then 0, 0, w8, w9, 0...
+    lo = loadBytes<16>(w);
+    hi = _mm_slli_si128(loadBytes<4>(w + 8), 4);
+  }
 };
 
 // Four outputs of the horizontal filter for a tap count with a Packing: their
@@ -251,8 +261,6 @@ struct PackedGroup {
   using T = typename S::T;
   using P = Packing<S, Taps>;
   static constexpr bool kBytes = sizeof(T) == 1;
-  static constexpr int kSlotSamples = P::kSlot / static_cast<int>(sizeof(T));
-  static constexpr int kPerRegister = 16 / P::kSlot;
   static constexpr int kRegisters = P::kSlot >= 4 ? P::kSlot / 4 : 1;
   static constexpr auto kArray = static_cast<std::size_t>(kRegisters);
   static constexpr bool kUnpack = kBytes && P::kSlot == 2;  // two taps of bytes: unpack, no even/odd split
@@ -261,39 +269,8 @@ struct PackedGroup {
   __m128i bias;
   __m128i even[kArray], odd[kArray];
 
-  PackedGroup(const int32_t* indices, const uint8_t* phases, const int16_t* weights) {
-    alignas(16) int16_t laid[kArray][16] = {};
-    int32_t b[4];
-    for (int i = 0; i < 4; ++i) {
-      const int16_t* w = weights + int32_t{phases[i]} * Taps;
-      at[i] = firstTap(indices[i], Taps);
-      b[i] = S::bias(w, Taps);
-      for (int q = 0; q < kSlotSamples; ++q) {
-        // 8-byte slots are split into halves: register j holds half j of all four.
-        const int half = kSlotSamples / 2;
-        int16_t* lane = P::kSlot == 8 ? laid[q / half] + i * half + q % half
-                                     : laid[i / kPerRegister] + (i % kPerRegister) * kSlotSamples + q;
-        *lane = P::tap(q) >= 0 ? w[P::tap(q)] : int16_t{0};
-      }
-    }
-    bias = _mm_setr_epi32(b[0], b[1], b[2], b[3]);
-    for (std::size_t j = 0; j < kArray; ++j) {
-      const __m128i lo = _mm_load_si128(reinterpret_cast<const __m128i*>(laid[j]));
-      if constexpr (kBytes && !kUnpack) {
-        // Lane m of the even weights belongs to byte 2m, of the odd ones to byte 2m + 1.
-        const __m128i hi = _mm_load_si128(reinterpret_cast<const __m128i*>(laid[j] + 8));
-        even[j] = _mm_packs_epi32(_mm_srai_epi32(_mm_slli_epi32(lo, 16), 16), _mm_srai_epi32(_mm_slli_epi32(hi, 16), 16));
-        odd[j] = _mm_packs_epi32(_mm_srai_epi32(lo, 16), _mm_srai_epi32(hi, 16));
-      } else {
-        even[j] = odd[j] = lo;
-      }
-    }
-  }
-
-  // The four results of source row s, shifted but not yet clamped.
-  __m128i row(const T* s) const {
-    const __m128i s0 = P::slot(s + at[0]), s1 = P::slot(s + at[1]), s2 = P::slot(s + at[2]), s3 = P::slot(s + at[3]);
-    __m128i reg[kArray];
+  // Puts four slots (of samples, or of 16-bit weights) into the group's registers.
+  static void combine(__m128i s0, __m128i s1, __m128i s2, __m128i s3, __m128i* reg) {
     if constexpr (P::kSlot == 16) {
       reg[0] = s0;
       reg[1] = s1;
@@ -308,6 +285,58 @@ struct PackedGroup {
     } else {
       reg[0] = _mm_unpacklo_epi32(_mm_unpacklo_epi16(s0, s1), _mm_unpacklo_epi16(s2, s3));
     }
+  }
+  // Lanes 0..3: the sums of four outputs from their registers' multiply-adds.
+  static __m128i reduce(const __m128i* acc) {
+    if constexpr (kRegisters == 1) return acc[0];
+    else if constexpr (kRegisters == 2) return _mm_add_epi32(acc[0], acc[1]);
+    else return sum4(acc[0], acc[1], acc[2], acc[3]);
+  }
+  // Even and odd 16-bit lanes of eight weights, sign-extended to 32 bits.
+  static __m128i evenLanes(__m128i w) { return _mm_srai_epi32(_mm_slli_epi32(w, 16), 16); }
+  static __m128i oddLanes(__m128i w) { return _mm_srai_epi32(w, 16); }
+
+  PackedGroup(const int32_t* indices, const uint8_t* phases, const int16_t* weights) {
+    __m128i lo[4], hi[4];
+    for (int i = 0; i < 4; ++i) {
+      at[i] = firstTap(indices[i], Taps);
+      P::weights(weights + int32_t{phases[i]} * Taps, lo[i], hi[i]);
+    }
+    if constexpr (!kBytes) {
+      // 16-bit slots hold as many bytes as their weights: the same placement serves.
+      combine(lo[0], lo[1], lo[2], lo[3], even);
+      __m128i sums[kArray];
+      for (std::size_t j = 0; j < kArray; ++j) {
+        odd[j] = even[j];
+        sums[j] = _mm_madd_epi16(even[j], _mm_set1_epi16(1));
+      }
+      bias = _mm_add_epi32(_mm_slli_epi32(reduce(sums), 15), _mm_set1_epi32(8192));
+      return;
+    }
+    bias = _mm_set1_epi32(8192);
+    if constexpr (kUnpack) {
+      even[0] = odd[0] = _mm_unpacklo_epi64(_mm_unpacklo_epi32(lo[0], lo[1]), _mm_unpacklo_epi32(lo[2], lo[3]));
+    } else if constexpr (P::kSlot == 16) {
+      for (std::size_t i = 0; i < 4; ++i) {
+        even[i] = _mm_packs_epi32(evenLanes(lo[i]), evenLanes(hi[i]));
+        odd[i] = _mm_packs_epi32(oddLanes(lo[i]), oddLanes(hi[i]));
+      }
+    } else {
+      // Lane m of the even weights belongs to byte 2m of a register, of the odd ones
+      // to byte 2m + 1; register j holds part j of each output's slot.
+      for (std::size_t j = 0; j < kArray; ++j) {
+        const __m128i ab = j == 0 ? _mm_unpacklo_epi64(lo[0], lo[1]) : _mm_unpackhi_epi64(lo[0], lo[1]);
+        const __m128i cd = j == 0 ? _mm_unpacklo_epi64(lo[2], lo[3]) : _mm_unpackhi_epi64(lo[2], lo[3]);
+        even[j] = _mm_packs_epi32(evenLanes(ab), evenLanes(cd));
+        odd[j] = _mm_packs_epi32(oddLanes(ab), oddLanes(cd));
+      }
+    }
+  }
+
+  // The four results of source row s, shifted but not yet clamped.
+  __m128i row(const T* s) const {
+    __m128i reg[kArray];
+    combine(P::slot(s + at[0]), P::slot(s + at[1]), P::slot(s + at[2]), P::slot(s + at[3]), reg);
     __m128i acc[kArray];
     for (std::size_t j = 0; j < kArray; ++j) {
       if constexpr (kUnpack)
@@ -318,14 +347,7 @@ struct PackedGroup {
       else
         acc[j] = _mm_madd_epi16(_mm_xor_si128(reg[j], _mm_set1_epi16(-32768)), even[j]);
     }
-    __m128i sum;
-    if constexpr (kRegisters == 1) {
-      sum = acc[0];
-    } else if constexpr (kRegisters == 2) {
-      sum = _mm_add_epi32(acc[0], acc[1]);
-    } else {
-      sum = sum4(acc[0], acc[1], acc[2], acc[3]);
-    }
+    const __m128i sum = reduce(acc);
     return _mm_srai_epi32(_mm_add_epi32(sum, bias), 14);
   }
 };
