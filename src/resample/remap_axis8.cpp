@@ -2,7 +2,6 @@
 // coordinates, by nearest sample or by linear interpolation through
 // SignedMul255Table. Pixels whose coordinate falls outside [first, end) are left
 // untouched.
-#include "host/startup_tables.h"
 #include "resample/remap_common.h"
 #include "resample/resample_routines.h"
 
@@ -14,6 +13,9 @@ void RemapAxis8(const uint32_t* coordinates, const uint8_t* source, uint8_t* des
                 int16_t interpolate) {
   if (rows < 1 || pixels < 1) return;
   const RemapAxis axis(first, end, interpolate != 0);
+  // Interpolated four-sample pixels: one vector step; a zero fraction interpolates
+  // toward the pixel itself (the identity), so its neighbour is never read.
+  const bool vector = axis.interpolate && samplesPerPixel == 4;
   for (int32_t r = 0; r < rows; ++r) {
     const uint8_t* line = source + intptr_t{r} * sourceAdvance;
     uint8_t* d = destination + intptr_t{r} * destinationAdvance;
@@ -22,7 +24,9 @@ void RemapAxis8(const uint32_t* coordinates, const uint8_t* source, uint8_t* des
       if (!axis.accepts(c)) continue;
       const uint8_t* a = line + intptr_t{c >> 16} * sourceRowStride;
       const uint32_t f = fraction(c);
-      if (!axis.interpolate || f == 0)
+      if (vector)
+        lerpPixel4(a, f != 0 ? a + sourceRowStride : a, f, d);
+      else if (!axis.interpolate || f == 0)
         copySamples(a, d, samplesPerPixel);
       else
         lerpSamples(a, a + sourceRowStride, f, d, samplesPerPixel);

@@ -2,7 +2,11 @@
 // the per-pixel copy and interpolation through SignedMul255Table.
 #pragma once
 
+#include <emmintrin.h>
+
+#include <array>
 #include <cstdint>
+#include <cstring>
 
 #include "host/startup_tables.h"
 
@@ -48,6 +52,47 @@ inline void lerpSamples(const uint8_t* a, const uint8_t* b, uint32_t f, uint8_t*
     d[s + 1] = lerp(a[s + 1], b[s + 1], f);
   }
   if (s < n) d[s] = lerp(a[s], b[s], f);
+}
+
+// --- four-sample pixels in 16-bit lanes (SSE2) ---------------------------------
+
+// a + f/255 of (b - a) in eight 16-bit lanes, rounded as SignedMul255Table rounds.
+// 255 is odd, so no quotient is a tie and the table's entry is floor((f (b - a) +
+// 127) / 255) whatever the sign; adding 255 a inside gives the non-negative
+// (255 - f) a + f b + 127 < 2^16, divided by 255 exactly as x 0x8081 >> 23.
+// g is 255 - f.
+inline __m128i lerp8(__m128i a, __m128i b, __m128i f, __m128i g) {
+  const __m128i n = _mm_add_epi16(_mm_add_epi16(_mm_mullo_epi16(a, g), _mm_mullo_epi16(b, f)), _mm_set1_epi16(127));
+  return _mm_srli_epi16(_mm_mulhi_epu16(n, _mm_set1_epi16(static_cast<int16_t>(0x8081))), 7);
+}
+
+// Eight 16-bit lanes of f, for every fraction: loaded instead of broadcast.
+struct alignas(16) Splat {
+  int16_t lane[8];
+};
+inline constexpr auto kSplat = [] {
+  std::array<Splat, 256> t{};
+  for (int f = 0; f < 256; ++f)
+    for (int16_t& v : t[static_cast<std::size_t>(f)].lane) v = static_cast<int16_t>(f);
+  return t;
+}();
+inline __m128i splat(uint32_t f) { return _mm_load_si128(reinterpret_cast<const __m128i*>(&kSplat[f])); }
+
+// Two four-sample pixels as eight 16-bit lanes.
+inline __m128i pixelPair(const uint8_t* left, const uint8_t* right) {
+  uint32_t l, r;
+  std::memcpy(&l, left, 4);
+  std::memcpy(&r, right, 4);
+  return _mm_unpacklo_epi8(_mm_unpacklo_epi32(_mm_cvtsi32_si128(static_cast<int>(l)), _mm_cvtsi32_si128(static_cast<int>(r))),
+                           _mm_setzero_si128());
+}
+
+// Four samples f/255 of the way from a to b, stored at d.
+inline void lerpPixel4(const uint8_t* a, const uint8_t* b, uint32_t f, uint8_t* d) {
+  const __m128i v = pixelPair(a, b);
+  const __m128i out = lerp8(v, _mm_unpackhi_epi64(v, v), splat(f), splat(255 - f));
+  const int bytes = _mm_cvtsi128_si32(_mm_packus_epi16(out, out));
+  std::memcpy(d, &bytes, 4);
 }
 
 }  // namespace tarnell::resample

@@ -8,48 +8,12 @@
 // computed exactly in 16-bit lanes (lerp8). A zero fraction makes its step the identity
 // (the table's row 0 is all zeros), so the one path serves every case; its
 // neighbour is then read at the pixel itself, never past the source's edge.
-#include <emmintrin.h>
-
-#include <array>
-#include <cstring>
-
 #include "resample/remap_common.h"
 #include "resample/resample_routines.h"
 
 namespace tarnell::resample {
 
 namespace {
-
-// a + f/255 of (b - a) in eight 16-bit lanes, rounded as SignedMul255Table rounds.
-// 255 is odd, so no quotient is a tie and the table's entry is floor((f (b - a) +
-// 127) / 255) whatever the sign; adding 255 a inside gives the non-negative
-// (255 - f) a + f b + 127 < 2^16, divided by 255 exactly as x 0x8081 >> 23.
-// g is 255 - f.
-__m128i lerp8(__m128i a, __m128i b, __m128i f, __m128i g) {
-  const __m128i n = _mm_add_epi16(_mm_add_epi16(_mm_mullo_epi16(a, g), _mm_mullo_epi16(b, f)), _mm_set1_epi16(127));
-  return _mm_srli_epi16(_mm_mulhi_epu16(n, _mm_set1_epi16(static_cast<int16_t>(0x8081))), 7);
-}
-
-// Eight 16-bit lanes of f, for every fraction: loaded instead of broadcast, four
-// times a pixel.
-struct alignas(16) Splat {
-  int16_t lane[8];
-};
-constexpr auto kSplat = [] {
-  std::array<Splat, 256> t{};
-  for (int f = 0; f < 256; ++f)
-    for (int16_t& v : t[static_cast<std::size_t>(f)].lane) v = static_cast<int16_t>(f);
-  return t;
-}();
-__m128i splat(uint32_t f) { return _mm_load_si128(reinterpret_cast<const __m128i*>(&kSplat[f])); }
-
-__m128i pixelPair(const uint8_t* left, const uint8_t* right) {
-  uint32_t l, r;
-  std::memcpy(&l, left, 4);
-  std::memcpy(&r, right, 4);
-  return _mm_unpacklo_epi8(_mm_unpacklo_epi32(_mm_cvtsi32_si128(static_cast<int>(l)), _mm_cvtsi32_si128(static_cast<int>(r))),
-                           _mm_setzero_si128());
-}
 
 // One four-sample pixel at a: the pixel to its right is a + across, the one below
 // a + down (0 for a zero fraction).
