@@ -44,10 +44,6 @@ TEST(Installers, PaintNotYetBuiltWritesNothing) {
   for (const CpuFeatureFlags& f : everyFlagSet()) EXPECT_TRUE(writesOf<code::pntg>(&installPaint, f).empty());
 }
 
-TEST(Installers, ResampleNotYetBuiltWritesNothing) {
-  for (const CpuFeatureFlags& f : everyFlagSet()) EXPECT_TRUE(writesOf<code::rsmp>(&installResample, f).empty());
-}
-
 TEST(Installers, WriterRecordsEveryWriteInOrder) {
   std::vector<HostRoutine> table(8, nullptr);
   Writes w;

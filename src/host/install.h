@@ -57,7 +57,7 @@ int32_t installEmptyStep(HostInfo* hostInfo);
 int32_t installFilterSuite(HostInfo* hostInfo);
 int32_t installMemorySuite(HostInfo* hostInfo);
 int32_t installPaintSuite(HostInfo* hostInfo);
-int32_t installResampleSuite(HostInfo* hostInfo);
+int32_t InstallResampleRoutines(HostInfo* hostInfo);
 int32_t installSelectionSuite(HostInfo* hostInfo);
 int32_t installPathSuite(HostInfo* hostInfo);
 

@@ -31,7 +31,7 @@ int32_t startup(HostInfo* hostInfo, int16_t* result) {
   installFilterSuite(hostInfo);
   installMemorySuite(hostInfo);
   installPaintSuite(hostInfo);
-  installResampleSuite(hostInfo);
+  InstallResampleRoutines(hostInfo);
   installSelectionSuite(hostInfo);
   installPathSuite(hostInfo);
 

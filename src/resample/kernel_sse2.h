@@ -1,0 +1,419 @@
+// SSE2 building blocks of the integer kernel filters (baseline files only).
+//
+// Loads read exactly the bytes a kernel covers, never past them: the caller
+// guarantees only the taps themselves lie inside the source, and the weight table
+// ends with the last phase's weights.
+#pragma once
+
+#include <emmintrin.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+
+#include "resample/kernel_scalar.h"
+
+namespace tarnell::resample {
+
+// N bytes (0..16) from p into the low bytes of a vector, zero above.
+template <int N>
+inline __m128i loadBytes(const void* p) {
+  const auto* b = static_cast<const unsigned char*>(p);
+  if constexpr (N <= 0) {
+    return _mm_setzero_si128();
+  } else if constexpr (N >= 16) {
+    return _mm_loadu_si128(static_cast<const __m128i*>(p));
+  } else if constexpr (N == 8) {
+    return _mm_loadl_epi64(static_cast<const __m128i*>(p));
+  } else if constexpr (N > 8) {
+    return _mm_unpacklo_epi64(_mm_loadl_epi64(static_cast<const __m128i*>(p)), loadBytes<N - 8>(b + 8));
+  } else if constexpr (N == 4) {
+    uint32_t v;
+    std::memcpy(&v, b, 4);
+    return _mm_cvtsi32_si128(static_cast<int>(v));
+  } else if constexpr (N > 4) {
+    return _mm_unpacklo_epi32(loadBytes<4>(b), loadBytes<N - 4>(b + 4));
+  } else if constexpr (N >= 2) {
+    uint16_t v;
+    std::memcpy(&v, b, 2);
+    const int rest = N == 3 ? b[2] : 0;
+    return _mm_cvtsi32_si128(int{v} | (rest << 16));
+  } else {
+    return _mm_cvtsi32_si128(b[0]);
+  }
+}
+
+// loadBytes with a count known only at run time (1..16).
+inline __m128i loadBytesUpTo16(const void* p, int n) {
+  switch (n) {
+#define TARNELL_LOAD_CASE(K) \
+  case K: return loadBytes<K>(p);
+    TARNELL_LOAD_CASE(1) TARNELL_LOAD_CASE(2) TARNELL_LOAD_CASE(3) TARNELL_LOAD_CASE(4) TARNELL_LOAD_CASE(5)
+    TARNELL_LOAD_CASE(6) TARNELL_LOAD_CASE(7) TARNELL_LOAD_CASE(8) TARNELL_LOAD_CASE(9) TARNELL_LOAD_CASE(10)
+    TARNELL_LOAD_CASE(11) TARNELL_LOAD_CASE(12) TARNELL_LOAD_CASE(13) TARNELL_LOAD_CASE(14) TARNELL_LOAD_CASE(15)
+#undef TARNELL_LOAD_CASE
+    default: return n >= 16 ? loadBytes<16>(p) : _mm_setzero_si128();
+  }
+}
+
+// The four 32-bit sums of a, b, c and d, as lanes 0..3.
+inline __m128i sum4(__m128i a, __m128i b, __m128i c, __m128i d) {
+  const __m128i ab = _mm_add_epi32(_mm_unpacklo_epi32(a, b), _mm_unpackhi_epi32(a, b));
+  const __m128i cd = _mm_add_epi32(_mm_unpacklo_epi32(c, d), _mm_unpackhi_epi32(c, d));
+  return _mm_add_epi32(_mm_unpacklo_epi64(ab, cd), _mm_unpackhi_epi64(ab, cd));
+}
+
+// How a row filter sees its samples: eight taps of samples as 16-bit lanes that
+// multiply-add exactly with signed weights (pmaddwd), and how the 32-bit result is
+// clamped and stored.
+//
+// 8-bit samples are zero-extended. 16-bit samples (0..65535 as unsigned values)
+// do not fit a signed lane, so they enter as s - 32768 and the sum gets
+// 32768 x (sum of the weights) back through the bias; all of it modulo 2^32,
+// as the host's 32-bit accumulator.
+struct ByteSamples {
+  using T = uint8_t;
+  template <int Taps>
+  static __m128i load(const T* p) {
+    return _mm_unpacklo_epi8(loadBytes<Taps>(p), _mm_setzero_si128());
+  }
+  static __m128i loadUpTo8(const T* p, int taps) { return _mm_unpacklo_epi8(loadBytesUpTo16(p, taps), _mm_setzero_si128()); }
+  static int32_t bias(const int16_t*, int32_t) { return 8192; }
+  static void store4(T* d, __m128i shifted) {
+    const __m128i words = _mm_packs_epi32(shifted, shifted);
+    const int v = _mm_cvtsi128_si32(_mm_packus_epi16(words, words));
+    std::memcpy(d, &v, 4);
+  }
+  static void store8(T* d, __m128i lo, __m128i hi) {
+    const __m128i words = _mm_packs_epi32(lo, hi);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(d), _mm_packus_epi16(words, words));
+  }
+  static T clamp(int32_t v) { return clamp8(v); }
+};
+
+struct WordSamples {
+  using T = uint16_t;
+  template <int Taps>
+  static __m128i load(const T* p) {
+    return _mm_xor_si128(loadBytes<2 * Taps>(p), _mm_set1_epi16(-32768));
+  }
+  static __m128i loadUpTo8(const T* p, int taps) {
+    return _mm_xor_si128(loadBytesUpTo16(p, 2 * taps), _mm_set1_epi16(-32768));
+  }
+  static int32_t bias(const int16_t* w, int32_t taps) {
+    uint32_t sum = 0;
+    for (int32_t k = 0; k < taps; ++k) sum += static_cast<uint32_t>(int32_t{w[k]});
+    return static_cast<int32_t>(8192u + (sum << 15));
+  }
+  // Clamp to 0..32768 and pack through the signed range: v - 32768 packs with
+  // saturation (below 0 becomes -32768), the minimum with 0 cuts what was above
+  // 32768, and flipping the top bit gives v back.
+  static __m128i pack(__m128i lo, __m128i hi) {
+    const __m128i full = _mm_set1_epi32(32768);
+    const __m128i words = _mm_packs_epi32(_mm_sub_epi32(lo, full), _mm_sub_epi32(hi, full));
+    return _mm_xor_si128(_mm_min_epi16(words, _mm_setzero_si128()), _mm_set1_epi16(-32768));
+  }
+  static void store4(T* d, __m128i shifted) { _mm_storel_epi64(reinterpret_cast<__m128i*>(d), pack(shifted, shifted)); }
+  static void store8(T* d, __m128i lo, __m128i hi) { _mm_storeu_si128(reinterpret_cast<__m128i*>(d), pack(lo, hi)); }
+  static T clamp(int32_t v) { return clamp16(v); }
+};
+
+// One output's partial sums (four 32-bit lanes) for a kernel of Taps taps.
+template <class S, int Taps>
+struct FixedKernel {
+  static constexpr int kGroups = (Taps + 7) / 8;
+  __m128i w[static_cast<std::size_t>(kGroups)];
+  void loadWeights(const int16_t* weights) {
+    for (int g = 0; g < kGroups; ++g) w[g] = loadGroup(weights + 8 * g, g);
+  }
+  static __m128i loadGroup(const int16_t* p, int g) {
+    if (g + 1 < kGroups || Taps % 8 == 0) return loadBytes<16>(p);
+    return loadBytes<2 * (Taps % 8)>(p);
+  }
+  __m128i sum(const typename S::T* p) const {
+    __m128i acc = _mm_madd_epi16(loadSamples(p, 0), w[0]);
+    for (int g = 1; g < kGroups; ++g) acc = _mm_add_epi32(acc, _mm_madd_epi16(loadSamples(p + 8 * g, g), w[g]));
+    return acc;
+  }
+  static __m128i loadSamples(const typename S::T* p, int g) {
+    if (g + 1 < kGroups || Taps % 8 == 0) return S::template load<8>(p);
+    return S::template load<Taps % 8>(p);
+  }
+};
+
+// Rows are filtered in bands: a group of outputs loads its indices and weights
+// once per band and then walks down the band's rows. A band holds up to 128 rows
+// and about 48 KiB of source, so that the rows stay in the first-level cache
+// while the groups move across them.
+inline int32_t rowBand(int32_t width, int sampleBytes) {
+  const int32_t rowBytes = std::max(width, 1) * sampleBytes;
+  return std::clamp(49152 / rowBytes, 4, 128);
+}
+
+// Four outputs of a kernel wider than a register (16-bit, 10 and 16 taps): each
+// output keeps registers of its own, summed across at the end.
+template <class S, int Taps>
+struct WideGroup {
+  using T = typename S::T;
+  FixedKernel<S, Taps> k[4];
+  intptr_t at[4];
+  __m128i bias;
+  WideGroup(const int32_t* indices, const uint8_t* phases, const int16_t* weights) {
+    int32_t b[4];
+    for (int i = 0; i < 4; ++i) {
+      const int16_t* w = weights + int32_t{phases[i]} * Taps;
+      k[i].loadWeights(w);
+      at[i] = firstTap(indices[i], Taps);
+      b[i] = S::bias(w, Taps);
+    }
+    bias = _mm_setr_epi32(b[0], b[1], b[2], b[3]);
+  }
+  __m128i row(const T* s) const {
+    const __m128i acc = sum4(k[0].sum(s + at[0]), k[1].sum(s + at[1]), k[2].sum(s + at[2]), k[3].sum(s + at[3]));
+    return _mm_srai_epi32(_mm_add_epi32(acc, bias), 14);
+  }
+};
+
+// One output's partial sums for any tap count: eight taps at a time, then the rest.
+template <class S>
+__m128i generalSum(const typename S::T* p, const int16_t* w, int32_t taps) {
+  __m128i acc = _mm_setzero_si128();
+  int32_t k = 0;
+  for (; k + 8 <= taps; k += 8)
+    acc = _mm_add_epi32(acc, _mm_madd_epi16(S::template load<8>(p + k), loadBytes<16>(w + k)));
+  if (k < taps) acc = _mm_add_epi32(acc, _mm_madd_epi16(S::loadUpTo8(p + k, taps - k), loadBytesUpTo16(w + k, 2 * (taps - k))));
+  return acc;
+}
+
+// The horizontal integer filter for any tap count (none or negative: every output
+// is the rounding term alone, 0).
+template <class S>
+void filterRowsGeneral(const typename S::T* source, typename S::T* destination, int32_t rows, int32_t width,
+                       const int32_t* indices, const uint8_t* phases, intptr_t sourceStride,
+                       intptr_t destinationStride, int32_t taps, const int16_t* weights) {
+  using T = typename S::T;
+  const int32_t n = std::max(taps, int32_t{0});
+  for (int32_t r = 0; r < rows; ++r) {
+    const T* s = rowAt(source, r, sourceStride);
+    T* d = rowAt(destination, r, destinationStride);
+    int32_t x = 0;
+    for (; x + 4 <= width; x += 4) {
+      __m128i part[4];
+      int32_t bias[4];
+      for (int i = 0; i < 4; ++i) {
+        const int16_t* w = weights + int32_t{phases[x + i]} * n;
+        part[i] = generalSum<S>(s + firstTap(indices[x + i], taps), w, n);
+        bias[i] = S::bias(w, n);
+      }
+      const __m128i acc = _mm_add_epi32(sum4(part[0], part[1], part[2], part[3]),
+                                        _mm_setr_epi32(bias[0], bias[1], bias[2], bias[3]));
+      S::store4(d + x, _mm_srai_epi32(acc, 14));
+    }
+    for (; x < width; ++x)
+      d[x] = S::clamp(kernelSum(s + firstTap(indices[x], taps), 1, weights + int32_t{phases[x]} * n, n));
+  }
+}
+
+// How one output's kernel of Taps samples is loaded into a slot of kSlot bytes
+// for the packed loop: loads stay inside the kernel (6 and 10 taps overlap two
+// loads), and weights() lays the weights out in the slot's sample order, with 0
+// for a repeated or padding sample.
+template <class S, int Taps>
+struct Packing {  // 2, 4 or 8 taps, and 16 of bytes: the kernel's own bytes
+  static constexpr int kSlot = Taps * static_cast<int>(sizeof(typename S::T));
+  static __m128i slot(const typename S::T* p) { return loadBytes<kSlot>(p); }
+  // The weights in the slot's sample order, one 16-bit lane each (16 lanes: two registers).
+  static void weights(const int16_t* w, __m128i& lo, __m128i& hi) {
+    lo = loadBytes<2 * (Taps < 8 ? Taps : 8)>(w);
+    hi = loadBytes<2 * (Taps - 8 > 0 ? Taps - 8 : 0)>(w + 8);
+  }
+};
+template <class S>
+struct Packing<S, 6> {  // samples 0..3, then 2..5
+  static constexpr int kSlot = 8 * static_cast<int>(sizeof(typename S::T));
+  static __m128i slot(const typename S::T* p) {
+    const __m128i a = loadBytes<kSlot / 2>(p), b = loadBytes<kSlot / 2>(p + 2);
+    return kSlot == 8 ? _mm_unpacklo_epi32(a, b) : _mm_unpacklo_epi64(a, b);
+  }
+  static void weights(const int16_t* w, __m128i& lo, __m128i& hi) {  // w0..w3, 0, 0, w4, w5
+    lo = _mm_or_si128(loadBytes<8>(w), _mm_slli_si128(loadBytes<4>(w + 4), 12));
+    hi = _mm_setzero_si128();
+  }
+};
+template <>
+struct Packing<ByteSamples, 10> {  // samples 0..7, then 6..9
+  static constexpr int kSlot = 16;
+  static __m128i slot(const uint8_t* p) { return _mm_unpacklo_epi64(loadBytes<8>(p), loadBytes<4>(p + 6)); }
+  static void weights(const int16_t* w, __m128i& lo, __m128i& hi) {  // w0..w7, then 0, 0, w8, w9, 0...
+    lo = loadBytes<16>(w);
+    hi = _mm_slli_si128(loadBytes<4>(w + 8), 4);
+  }
+};
+
+// Four outputs of the horizontal filter for a tap count with a Packing: their
+// kernels share registers (16 / kSlot outputs per register; 8-byte kernels are
+// split in halves, one register holding the first halves of all four), so that the
+// sums need few shuffles. 8-bit samples are split into even and odd bytes by a mask and a
+// shift instead of being unpacked; with weights laid out to match, two
+// multiply-adds give each output's sum (or its halves) in lanes of its own.
+template <class S, int Taps>
+struct PackedGroup {
+  using T = typename S::T;
+  using P = Packing<S, Taps>;
+  static constexpr bool kBytes = sizeof(T) == 1;
+  static constexpr int kRegisters = P::kSlot >= 4 ? P::kSlot / 4 : 1;
+  static constexpr auto kArray = static_cast<std::size_t>(kRegisters);
+  static constexpr bool kUnpack = kBytes && P::kSlot == 2;  // two taps of bytes: unpack, no even/odd split
+
+  intptr_t at[4];
+  __m128i bias;
+  __m128i even[kArray], odd[kArray];
+
+  // Puts four slots (of samples, or of 16-bit weights) into the group's registers.
+  static void combine(__m128i s0, __m128i s1, __m128i s2, __m128i s3, __m128i* reg) {
+    if constexpr (P::kSlot == 16) {
+      reg[0] = s0;
+      reg[1] = s1;
+      reg[2] = s2;
+      reg[3] = s3;
+    } else if constexpr (P::kSlot == 8) {
+      const __m128i ab = _mm_unpacklo_epi32(s0, s1), cd = _mm_unpacklo_epi32(s2, s3);
+      reg[0] = _mm_unpacklo_epi64(ab, cd);
+      reg[1] = _mm_unpackhi_epi64(ab, cd);
+    } else if constexpr (P::kSlot == 4) {
+      reg[0] = _mm_unpacklo_epi64(_mm_unpacklo_epi32(s0, s1), _mm_unpacklo_epi32(s2, s3));
+    } else {
+      reg[0] = _mm_unpacklo_epi32(_mm_unpacklo_epi16(s0, s1), _mm_unpacklo_epi16(s2, s3));
+    }
+  }
+  // Lanes 0..3: the sums of four outputs from their registers' multiply-adds.
+  static __m128i reduce(const __m128i* acc) {
+    if constexpr (kRegisters == 1) return acc[0];
+    else if constexpr (kRegisters == 2) return _mm_add_epi32(acc[0], acc[1]);
+    else return sum4(acc[0], acc[1], acc[2], acc[3]);
+  }
+  // Even and odd 16-bit lanes of eight weights, sign-extended to 32 bits.
+  static __m128i evenLanes(__m128i w) { return _mm_srai_epi32(_mm_slli_epi32(w, 16), 16); }
+  static __m128i oddLanes(__m128i w) { return _mm_srai_epi32(w, 16); }
+
+  PackedGroup(const int32_t* indices, const uint8_t* phases, const int16_t* weights) {
+    __m128i lo[4], hi[4];
+    for (int i = 0; i < 4; ++i) {
+      at[i] = firstTap(indices[i], Taps);
+      P::weights(weights + int32_t{phases[i]} * Taps, lo[i], hi[i]);
+    }
+    if constexpr (!kBytes) {
+      // 16-bit slots hold as many bytes as their weights: the same placement serves.
+      combine(lo[0], lo[1], lo[2], lo[3], even);
+      __m128i sums[kArray];
+      for (std::size_t j = 0; j < kArray; ++j) {
+        odd[j] = even[j];
+        sums[j] = _mm_madd_epi16(even[j], _mm_set1_epi16(1));
+      }
+      bias = _mm_add_epi32(_mm_slli_epi32(reduce(sums), 15), _mm_set1_epi32(8192));
+      return;
+    }
+    bias = _mm_set1_epi32(8192);
+    if constexpr (kUnpack) {
+      even[0] = odd[0] = _mm_unpacklo_epi64(_mm_unpacklo_epi32(lo[0], lo[1]), _mm_unpacklo_epi32(lo[2], lo[3]));
+    } else if constexpr (P::kSlot == 16) {
+      for (std::size_t i = 0; i < 4; ++i) {
+        even[i] = _mm_packs_epi32(evenLanes(lo[i]), evenLanes(hi[i]));
+        odd[i] = _mm_packs_epi32(oddLanes(lo[i]), oddLanes(hi[i]));
+      }
+    } else {
+      // Lane m of the even weights belongs to byte 2m of a register, of the odd ones
+      // to byte 2m + 1; register j holds part j of each output's slot.
+      for (std::size_t j = 0; j < kArray; ++j) {
+        const __m128i ab = j == 0 ? _mm_unpacklo_epi64(lo[0], lo[1]) : _mm_unpackhi_epi64(lo[0], lo[1]);
+        const __m128i cd = j == 0 ? _mm_unpacklo_epi64(lo[2], lo[3]) : _mm_unpackhi_epi64(lo[2], lo[3]);
+        even[j] = _mm_packs_epi32(evenLanes(ab), evenLanes(cd));
+        odd[j] = _mm_packs_epi32(oddLanes(ab), oddLanes(cd));
+      }
+    }
+  }
+
+  // The four results of source row s, shifted but not yet clamped.
+  __m128i row(const T* s) const {
+    __m128i reg[kArray];
+    combine(P::slot(s + at[0]), P::slot(s + at[1]), P::slot(s + at[2]), P::slot(s + at[3]), reg);
+    __m128i acc[kArray];
+    for (std::size_t j = 0; j < kArray; ++j) {
+      if constexpr (kUnpack)
+        acc[j] = _mm_madd_epi16(_mm_unpacklo_epi8(reg[j], _mm_setzero_si128()), even[j]);
+      else if constexpr (kBytes)
+        acc[j] = _mm_add_epi32(_mm_madd_epi16(_mm_and_si128(reg[j], _mm_set1_epi16(0xFF)), even[j]),
+                               _mm_madd_epi16(_mm_srli_epi16(reg[j], 8), odd[j]));
+      else
+        acc[j] = _mm_madd_epi16(_mm_xor_si128(reg[j], _mm_set1_epi16(-32768)), even[j]);
+    }
+    const __m128i sum = reduce(acc);
+    return _mm_srai_epi32(_mm_add_epi32(sum, bias), 14);
+  }
+};
+
+// The horizontal filter for a fixed tap count, by groups G of four outputs: eight
+// outputs a step, then four, then one at a time with the scalar rule.
+template <class S, int Taps, template <class, int> class Group>
+void filterRowsFixed(const typename S::T* source, typename S::T* destination, int32_t rows, int32_t width,
+                     const int32_t* indices, const uint8_t* phases, intptr_t sourceStride,
+                     intptr_t destinationStride, const int16_t* weights) {
+  using T = typename S::T;
+  using G = Group<S, Taps>;
+  const int32_t rowsPerBand = rowBand(width, static_cast<int>(sizeof(T)));
+  for (int32_t band = 0; band < rows; band += rowsPerBand) {
+    const int32_t bandRows = std::min(rowsPerBand, rows - band);
+    const T* src = rowAt(source, band, sourceStride);
+    T* dst = rowAt(destination, band, destinationStride);
+    int32_t x = 0;
+    for (; x + 8 <= width; x += 8) {
+      const G lo(indices + x, phases + x, weights), hi(indices + x + 4, phases + x + 4, weights);
+      for (int32_t r = 0; r < bandRows; ++r) {
+        const T* s = rowAt(src, r, sourceStride);
+        S::store8(rowAt(dst, r, destinationStride) + x, lo.row(s), hi.row(s));
+      }
+    }
+    for (; x + 4 <= width; x += 4) {
+      const G g(indices + x, phases + x, weights);
+      for (int32_t r = 0; r < bandRows; ++r) S::store4(rowAt(dst, r, destinationStride) + x, g.row(rowAt(src, r, sourceStride)));
+    }
+    for (; x < width; ++x) {
+      const int16_t* w = weights + int32_t{phases[x]} * Taps;
+      const intptr_t at = firstTap(indices[x], Taps);
+      for (int32_t r = 0; r < bandRows; ++r)
+        rowAt(dst, r, destinationStride)[x] = S::clamp(kernelSum(rowAt(src, r, sourceStride) + at, 1, w, Taps));
+    }
+  }
+}
+
+// Picks the loop for the tap count: the specialised ones the host uses most, the
+// general one for everything else.
+template <class S>
+void filterRows(const typename S::T* source, typename S::T* destination, int32_t rows, int32_t width,
+                const int32_t* indices, const uint8_t* phases, intptr_t sourceStride, intptr_t destinationStride,
+                int16_t taps, const int16_t* weights) {
+  if (rows < 1 || width < 1) return;
+  // 16-bit kernels of 10 and 16 taps span more than a register.
+  constexpr bool kWords = sizeof(typename S::T) == 2;
+  const auto fixed = [&]<int K>() {
+    if constexpr (kWords && K > 8)
+      filterRowsFixed<S, K, WideGroup>(source, destination, rows, width, indices, phases, sourceStride,
+                                       destinationStride, weights);
+    else
+      filterRowsFixed<S, K, PackedGroup>(source, destination, rows, width, indices, phases, sourceStride,
+                                         destinationStride, weights);
+  };
+  switch (taps) {
+    case 2: return fixed.template operator()<2>();
+    case 4: return fixed.template operator()<4>();
+    case 6: return fixed.template operator()<6>();
+    case 8: return fixed.template operator()<8>();
+    case 10: return fixed.template operator()<10>();
+    case 16: return fixed.template operator()<16>();
+    default:
+      return filterRowsGeneral<S>(source, destination, rows, width, indices, phases, sourceStride,
+                                  destinationStride, taps, weights);
+  }
+}
+
+}  // namespace tarnell::resample

@@ -1,0 +1,188 @@
+// The resampling routines on the cases their rules single out, and the two
+// routines that only processors without SSE2 would run (FilterRowsScalar8,
+// FilterColumns8), which no started module installs here: they go through the
+// same checks as the installed ones, against the host's routines.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <numeric>
+#include <vector>
+
+#include "host/module_state.h"
+#include "host/startup_tables.h"
+#include "refhost/refhost.h"
+#include "resample/resample_routines.h"
+#include "verify/runner.h"
+
+using namespace tarnell;
+using namespace tarnell::resample;
+
+namespace {
+
+// Points the module's live 'memo' table at the host's, so the row copies of the
+// vertical filters reach the host's copy routine (or whatever a test puts there).
+class HostMemo {
+ public:
+  explicit HostMemo(refhost::ReferenceHost& host) : saved_(g_liveTables[kMemo]) {
+    g_liveTables[kMemo] = host.liveTable(code::memo);
+  }
+  ~HostMemo() { g_liveTables[kMemo] = saved_; }
+
+ private:
+  HostRoutine* saved_;
+};
+
+verify::CheckResult checkAgainstHost(int slot, HostRoutine candidate) {
+  refhost::ReferenceHost host;
+  HostMemo memo(host);
+  for (const verify::Check& check : verify::allChecks())
+    if (check.suite == code::rsmp && check.slot == slot)
+      return verify::runCheckOn(check, host, host.original(code::rsmp, slot), candidate, verify::VerifyOptions{});
+  ADD_FAILURE() << "no check for slot " << slot;
+  return {};
+}
+
+TEST(ResampleRoutines, TheFiltersForProcessorsWithoutSse2MatchTheHost) {
+  for (auto [slot, routine] : {std::pair{5, reinterpret_cast<HostRoutine>(&FilterRowsScalar8)},
+                               std::pair{6, reinterpret_cast<HostRoutine>(&FilterColumns8)}}) {
+    const verify::CheckResult r = checkAgainstHost(slot, routine);
+    EXPECT_EQ(r.failures, 0) << r.firstFailure;
+    EXPECT_GT(r.cases, 100);
+  }
+}
+
+// One row of `width` outputs of a horizontal 8-bit filter with a single phase.
+std::vector<uint8_t> filterRow8(SlotFn<code::rsmp, 5> fn, const std::vector<uint8_t>& source, int32_t width,
+                                int16_t taps, const std::vector<int16_t>& weights, int32_t index) {
+  std::vector<int32_t> indices(static_cast<std::size_t>(width), index);
+  std::vector<uint8_t> phases(static_cast<std::size_t>(width), 0), out(static_cast<std::size_t>(width), 0x5A);
+  fn(source.data(), out.data(), 1, width, indices.data(), phases.data(), 0, 0, taps, weights.data());
+  return out;
+}
+
+TEST(ResampleRoutines, IntegerFiltersRoundShiftWithSignAndClamp) {
+  const std::vector<uint8_t> constant(64, 77);
+  for (auto fn : {&FilterRowsSse2_8, &FilterRowsScalar8}) {
+    // Weights summing to 16384 give a constant area back, for every loop.
+    for (int16_t taps : std::vector<int16_t>{2, 3, 4, 6, 8, 10, 16, 21}) {
+      std::vector<int16_t> w(static_cast<std::size_t>(taps), 0);
+      w[0] = static_cast<int16_t>(16384 + 3000);
+      w[1] = -3000;
+      EXPECT_EQ(filterRow8(fn, constant, 13, taps, w, 20), std::vector<uint8_t>(13, 77)) << taps;
+    }
+    // A sum of -1 shifts to -1 and clamps to 0; 255 x 16384 + 8191 gives 255.
+    std::vector<uint8_t> ones(64, 1), top(64, 1);
+    top[20] = 255;
+    EXPECT_EQ(filterRow8(fn, ones, 9, 2, {-8193, 0}, 20), std::vector<uint8_t>(9, 0));
+    EXPECT_EQ(filterRow8(fn, top, 9, 2, {-1, 16384}, 19), std::vector<uint8_t>(9, 255));
+    EXPECT_EQ(filterRow8(fn, top, 9, 2, {-8193, 16384}, 19), std::vector<uint8_t>(9, 254));  // 255 x 16384 - 1
+    // A 1-tap kernel weights position index + 1; none gives the rounding term alone.
+    EXPECT_EQ(filterRow8(fn, top, 9, 1, {16384}, 19), std::vector<uint8_t>(9, 255));
+    EXPECT_EQ(filterRow8(fn, top, 9, 0, {}, 19), std::vector<uint8_t>(9, 0));
+  }
+}
+
+TEST(ResampleRoutines, SixteenBitResultsNeverPassFullScale) {
+  const std::vector<uint16_t> source(64, 32768);
+  std::vector<int32_t> indices(12, 10);
+  std::vector<uint8_t> phases(12, 0);
+  for (int16_t taps : std::vector<int16_t>{0, 2, 4, 5, 8, 10, 16}) {
+    std::vector<int16_t> w(static_cast<std::size_t>(taps), 0);
+    if (taps > 0) w[0] = 32767;  // about 2.0: overshoot
+    std::vector<uint16_t> out(12, 1);
+    FilterRows16(source.data(), out.data(), 1, 12, indices.data(), phases.data(), 0, 0, taps, w.data());
+    EXPECT_EQ(out, std::vector<uint16_t>(12, taps > 0 ? 32768 : 0)) << taps;
+  }
+}
+
+TEST(ResampleRoutines, FloatFiltersKeepValuesOutsideZeroToOne) {
+  const std::vector<float> source = {-0.75f, 2.5f, 0.5f, 0.5f, 0.5f, 0.5f};
+  std::vector<int32_t> indices = {0, 1, 2};  // a 2-tap kernel starts at index
+  std::vector<uint8_t> phases = {0, 0, 0};
+  const std::vector<int16_t> w = {16384, 0};
+  std::vector<float> rows(3, 9.0f);
+  g_resampleSse41.filterRowsFloat(source.data(), rows.data(), 1, 3, indices.data(), phases.data(), 0, 0, 2, w.data());
+  EXPECT_EQ(rows, (std::vector<float>{-0.75f, 2.5f, 0.5f}));
+  // Down a column: output row r from source rows indices[r] and indices[r] + 1.
+  std::vector<float> columns(3, 9.0f);
+  FilterColumnsFloat(source.data(), columns.data(), 3, 1, indices.data(), phases.data(), 4, 4, 2, w.data());
+  EXPECT_EQ(columns, (std::vector<float>{-0.75f, 2.5f, 0.5f}));
+}
+
+void recordCopy(const void* source, void* destination, int32_t count) {
+  refhost::ReferenceHost::active()->record(
+      {code::memo, 0, {reinterpret_cast<uintptr_t>(source), reinterpret_cast<uintptr_t>(destination), static_cast<uintptr_t>(count), 0}});
+  std::memcpy(destination, source, static_cast<std::size_t>(count));
+}
+
+TEST(ResampleRoutines, OneTapColumnsCopyRowIndexPlusOneThroughTheLiveMemoryTable) {
+  refhost::ReferenceHost host;
+  HostMemo memo(host);
+  host.liveTable(code::memo)[0] = reinterpret_cast<HostRoutine>(&recordCopy);
+  std::vector<uint8_t> source(5 * 8);
+  std::iota(source.begin(), source.end(), uint8_t{0});
+  const std::vector<int32_t> indices = {2, 0};
+  const std::vector<uint8_t> phases = {0, 0};
+  const int16_t weight = 1;  // never read
+  for (auto fn : {&FilterColumnsSse2_8, &FilterColumns8}) {
+    for (int16_t taps : std::vector<int16_t>{0, 1}) {
+      host.clearLogs();
+      std::vector<uint8_t> out(2 * 8, 0);
+      fn(source.data(), out.data(), 2, 6, indices.data(), phases.data(), 8, 8, taps, &weight);
+      const auto calls = host.calls();
+      ASSERT_EQ(calls.size(), 2u);
+      EXPECT_EQ(calls[0].args[0], reinterpret_cast<uintptr_t>(source.data() + 3 * 8));
+      EXPECT_EQ(calls[1].args[1], reinterpret_cast<uintptr_t>(out.data() + 8));
+      EXPECT_EQ(calls[1].args[2], 6u);
+      EXPECT_EQ(out[0], 24);
+      EXPECT_EQ(out[8 + 5], 13);
+      EXPECT_EQ(out[6], 0);  // past the width
+    }
+  }
+}
+
+TEST(ResampleRoutines, BoxAverageSkipsRowsWithACountOf0AndKeeps255) {
+  std::vector<uint8_t> source(3 * 20, 255), out(3 * 20, 7);
+  source[19] = source[39] = 1;
+  source[59] = 0;
+  const std::vector<int32_t> counts = {0, 3, 0};
+  BoxAverageRows8(source.data(), out.data(), 3, 20, counts.data(), 20, 20);
+  EXPECT_EQ(std::vector<uint8_t>(out.begin(), out.begin() + 20), std::vector<uint8_t>(20, 7));
+  EXPECT_EQ(out[20], 255);      // (1 + 765) x 5592405 >> 24
+  EXPECT_EQ(out[20 + 19], 0);  // (1 + 2) x 5592405 >> 24: one below the rounded mean 1
+  EXPECT_EQ(out[40], 7);
+}
+
+TEST(ResampleRoutines, BoxReduceOfArea1Copies) {
+  std::vector<uint8_t> source(3 * 40), out(3 * 40, 0);
+  std::iota(source.begin(), source.end(), uint8_t{1});
+  BoxReduce8(source.data(), out.data(), 3, 37, 40, 40, 3, 1, 1);
+  for (std::size_t i = 0; i < out.size(); ++i) EXPECT_EQ(out[i], i % 40 < 37 ? source[i] : 0) << i;
+}
+
+TEST(ResampleRoutines, RemapsAcceptUpToTheLastRowWithZeroFractionOnly) {
+  buildStartupTables();
+  // Rows 0..3 of one sample each along the axis; first 0, end 4. The second four
+  // bytes serve the two-axis remap as its second row.
+  const uint8_t source[8] = {10, 20, 30, 40, 50, 60, 70, 80};
+  for (int16_t interpolate : std::vector<int16_t>{0, 1}) {
+    const uint32_t bias = interpolate != 0 ? 128 : 32768;
+    const uint32_t last = (3u << 16) + bias;
+    const uint32_t coords[4] = {last, last + 1, bias - 1, bias + (1u << 15)};
+    uint8_t out[4] = {1, 2, 3, 4};
+    RemapAxis8(coords, source, out, 1, 4, 1, 0, 1, 0, 1, 0, 4, interpolate);
+    EXPECT_EQ(out[0], 40);
+    EXPECT_EQ(out[1], 2);  // rejected: untouched
+    EXPECT_EQ(out[2], 3);
+    EXPECT_EQ(out[3], interpolate != 0 ? 15 : 10);  // half way (128/255 of 10) or nearest
+
+    // The same in two axes: x at its last column, y one past its last row.
+    const uint32_t pairs[4] = {last, (1u << 16) + bias, last, last + 1};
+    uint8_t plane[2] = {5, 6};
+    RemapPlane8(pairs, source, plane, 1, 2, 1, 1, 4, 0, 1, 0, 4, 0, 2, interpolate);
+    EXPECT_EQ(plane[0], 80);  // x = 3 in row y = 1 of a 4 x 2 view
+    EXPECT_EQ(plane[1], 6);
+  }
+}
+
+}  // namespace
