@@ -44,10 +44,6 @@ TEST(Installers, FilterNotYetBuiltWritesNothing) {
   for (const CpuFeatureFlags& f : everyFlagSet()) EXPECT_TRUE(writesOf<code::filt>(&installFilter, f).empty());
 }
 
-TEST(Installers, PaintNotYetBuiltWritesNothing) {
-  for (const CpuFeatureFlags& f : everyFlagSet()) EXPECT_TRUE(writesOf<code::pntg>(&installPaint, f).empty());
-}
-
 TEST(Installers, ResampleNotYetBuiltWritesNothing) {
   for (const CpuFeatureFlags& f : everyFlagSet()) EXPECT_TRUE(writesOf<code::rsmp>(&installResample, f).empty());
 }

@@ -190,6 +190,15 @@ void fillSamples(Rng& rng, Samples kind, unsigned char* bytes, std::size_t count
       }
       break;
     }
+    case Samples::Mask15: {
+      static constexpr uint16_t kEdges[] = {0, 0, 0, 32768, 32768, 32768, 1, 16384, 32767, 2};
+      for (std::size_t i = 0; i + 1 < count; i += 2) {
+        const uint32_t r = rng.below(16);
+        const uint16_t v = r < 10 ? kEdges[r] : static_cast<uint16_t>(rng.below(32769));
+        std::memcpy(bytes + i, &v, 2);
+      }
+      break;
+    }
     case Samples::Floats01:
     case Samples::FloatsWide: {
       const bool wide = kind == Samples::FloatsWide;
