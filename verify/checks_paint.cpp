@@ -118,6 +118,7 @@ constexpr PlaneShape colourShape(ParamSpec first, bool dithered) {
   if (Opacity) s.params[2 + N] = valueParam<T>("opacity");
   s.paramCount = 2 + N + (Opacity ? 1 : 0);
   s.sharedStride = N > 1;  // the companions take one stride for their planes (the mask shares it here)
+  s.fewerCases = N > 1;    // the worker's own check is the thorough one
   return s;
 }
 template <int Slot, class T, int N>
@@ -171,6 +172,7 @@ constexpr PlaneShape channelShape() {
   if (Opacity) s.params[3] = wideOpacityParam<T>();
   s.paramCount = Opacity ? 4 : 3;
   s.sharedStride = N > 1;
+  s.fewerCases = N > 1;
   return s;
 }
 template <int Slot, class T, int N>
