@@ -51,7 +51,7 @@ TEST(PaintInstall, AllEntriesInOrderEachOnce) {
   std::sort(sorted.begin(), sorted.end());
   EXPECT_EQ(std::adjacent_find(sorted.begin(), sorted.end()), sorted.end());
   EXPECT_EQ(table[10], reinterpret_cast<HostRoutine>(&paint::PaintP8));
-  EXPECT_EQ(table[89], reinterpret_cast<HostRoutine>(&paint::PaintT16x4));
+  EXPECT_EQ(table[89], reinterpret_cast<HostRoutine>(paint::PaintT16x4));
   EXPECT_EQ(table[92], reinterpret_cast<HostRoutine>(&paint::PaintSingle92));
   for (std::size_t slot = 0; slot < table.size(); ++slot)
     EXPECT_EQ(table[slot] != nullptr, std::count(kOrder.begin(), kOrder.end(), static_cast<int>(slot)) == 1) << slot;

@@ -5,6 +5,7 @@
 // the checks catch the faults a companion or a threshold can have.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -131,6 +132,47 @@ TEST(PaintRules, MovesInTheBufferReturnAtOnceForTheEndWeights) {
   EXPECT_EQ(buffer, (std::vector<uint16_t>{0, 16448, 16448, 0, 32768, 32768, 32768, 32768}));
 }
 
+// Every 16-bit sample value against the host: blending toward the ends and the
+// middle at the mask's ends (colours and samples above 32768 included), and
+// slot 92's division over every distance in both directions.
+TEST(PaintRules, SixteenBitArithmeticOverEverySample) {
+  ReferenceHost host;
+  start(host);
+  constexpr int32_t kAll = 65536;
+  std::vector<uint16_t> ramp(kAll), fromHost, fromModule;
+  for (int32_t i = 0; i < kAll; ++i) ramp[static_cast<std::size_t>(i)] = static_cast<uint16_t>(i);
+  const auto hostQ16 = reinterpret_cast<SlotFn<code::pntg, 55>>(host.original(code::pntg, 55));
+  for (uint16_t m : std::initializer_list<uint16_t>{1, 2, 16383, 16384, 32767, 32768}) {
+    const std::vector<uint16_t> mask(kAll, m);
+    PaintRecord record{};
+    record.mask = mask.data();
+    record.maskStride = 2 * kAll;
+    for (uint16_t c : std::initializer_list<uint16_t>{0, 1, 16384, 32767, 32768, 65535}) {
+      fromHost = fromModule = ramp;
+      hostQ16(fromHost.data(), 0, 0, 1, kAll, 2 * kAll, c, &record);
+      PaintQ16(fromModule.data(), 0, 0, 1, kAll, 2 * kAll, c, &record);
+      ASSERT_EQ(fromModule, fromHost) << "m " << m << " c " << c;
+    }
+  }
+  const auto host92 = reinterpret_cast<SlotFn<code::pntg, 92>>(host.original(code::pntg, 92));
+  for (int32_t w : {1, 2, 127, 128, 253, 254}) {
+    for (int32_t toward : {0, 1}) {
+      std::vector<uint16_t> rows[2] = {ramp, ramp};
+      std::fill(rows[toward == 0 ? 1 : 0].begin(), rows[toward == 0 ? 1 : 0].end(), uint16_t{0});
+      std::vector<uint16_t> buffer(rows[0]);
+      buffer.insert(buffer.end(), rows[1].begin(), rows[1].end());
+      std::vector<uint16_t> expected = buffer;
+      PaintRecord record{};
+      record.bufferStride = 2 * kAll;
+      record.buffer = expected.data();
+      host92(toward, 1 - toward, 1, 0, kAll, w, &record);
+      record.buffer = buffer.data();
+      PaintSingle92(toward, 1 - toward, 1, 0, kAll, w, &record);
+      ASSERT_EQ(buffer, expected) << "w " << w << " toward row " << toward;
+    }
+  }
+}
+
 // The checks against the host's routines with a noise buffer whose repeat is too
 // short for a vector step's run (read byte by byte), or whose period is short (the
 // walk wraps within a row).
@@ -188,7 +230,7 @@ TEST(PaintChecks, RejectFaultyRoutines) {
   EXPECT_EQ(outcome(7, reinterpret_cast<HostRoutine>(&r8ThresholdAbove)), verify::Outcome::Failed);
   EXPECT_EQ(outcome(4, reinterpret_cast<HostRoutine>(&q8DitherFromTheNextRow)), verify::Outcome::Failed);
   EXPECT_EQ(outcome(89, reinterpret_cast<HostRoutine>(&t16x4PlanesSwapped)), verify::Outcome::Failed);
-  EXPECT_EQ(outcome(34, reinterpret_cast<HostRoutine>(&PaintS8x3)), verify::Outcome::Passed);
+  EXPECT_EQ(outcome(34, reinterpret_cast<HostRoutine>(PaintS8x3)), verify::Outcome::Passed);
 }
 
 }  // namespace

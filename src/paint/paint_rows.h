@@ -317,6 +317,29 @@ PAINT_INLINE void dab16(uint16_t* plane, int32_t rows, int32_t columns, int32_t 
           });
 }
 
+// Family R's walk (and slot 9's): where the mask reaches the threshold t (the
+// low byte of the argument), put(d) is written; put16(d, hit, all) gives a vector
+// step's 16 samples when at least one mask byte reaches it (hit: those bytes; all:
+// every one does). Steps where none does store nothing.
+template <class Put, class PutV>
+PAINT_INLINE void threshold8(uint8_t* plane, int32_t threshold, int32_t rows, int32_t columns, int32_t stride,
+                             const PaintRecord* record, Put put, PutV putV) {
+  if (rows < 1 || columns < 1) return;
+  const auto t = static_cast<uint8_t>(threshold);
+  const __m128i tv = bytes(t);
+  eachRow(plane, rows, stride, maskOf<uint8_t>(record), record->maskStride,
+          [&](uint8_t* d, const uint8_t* m, int32_t) {
+            row8(
+                d, columns, [&](int32_t i) { if (m[i] >= t) d[i] = put(d[i]); },
+                [&](int32_t i) {
+                  const __m128i mv = loadu(m + i);
+                  const __m128i hit = _mm_cmpeq_epi8(_mm_max_epu8(mv, tv), mv);
+                  const int bits = _mm_movemask_epi8(hit);
+                  if (bits != 0) storea(d + i, putV(d + i, hit, bits == 0xFFFF));
+                });
+          });
+}
+
 // The rules of the four dithered 8-bit families, by the number of dither bytes.
 PAINT_INLINE auto pixelQ() {
   return [](int d, int c, int m, uint32_t r0, uint32_t) { return stepQ(d, c, m, static_cast<int>(r0)); };

@@ -57,21 +57,13 @@ void PaintSingle81(uint16_t* plane, int32_t, int32_t, int32_t rows, int32_t colu
 
 void PaintSingle9(uint8_t* plane, int32_t threshold, int32_t, int32_t rows, int32_t columns, int32_t stride,
                   uint8_t colour, const PaintRecord* record) {
-  if (rows < 1 || columns < 1) return;
-  const auto t = static_cast<uint8_t>(threshold);
-  const __m128i tv = bytes(t), cv = bytes(colour);
-  eachRow(plane, rows, stride, maskOf<uint8_t>(record), record->maskStride,
-          [&](uint8_t* d, const uint8_t* m, int32_t) {
-            row8(
-                d, columns, [&](int32_t i) { if (m[i] >= t && d[i] < colour) d[i] = colour; },
-                [&](int32_t i) {
-                  const __m128i mv = loadu(m + i);
-                  const __m128i hit = _mm_cmpeq_epi8(_mm_max_epu8(mv, tv), mv);
-                  if (_mm_movemask_epi8(hit) == 0) return;
-                  const __m128i dv = loada(d + i);
-                  storea(d + i, select(hit, _mm_max_epu8(dv, cv), dv));
-                });
-          });
+  const __m128i cv = bytes(colour);
+  threshold8(
+      plane, threshold, rows, columns, stride, record, [&](uint8_t d) { return d < colour ? colour : d; },
+      [&](const uint8_t* d, __m128i hit, bool) {
+        const __m128i dv = loada(d);
+        return select(hit, _mm_max_epu8(dv, cv), dv);
+      });
 }
 
 void PaintSingle18(int32_t firstRow, int32_t secondRow, int32_t rows, int32_t offset, int32_t width, int32_t weight,

@@ -13,39 +13,12 @@ void PaintT8(uint8_t* plane, int32_t channel, int32_t x, int32_t y, int32_t rows
   dab8<2>(plane, x, y, rows, columns, stride, record, source, pixelP(o), vectorP(o));
 }
 
-void PaintT8x3(uint8_t* plane0, uint8_t* plane1, uint8_t* plane2, int32_t channel, int32_t x, int32_t y, int32_t rows,
-               int32_t columns, int32_t stride, uint32_t opacity, const PaintRecord* record) {
-  PaintT8(plane0, channel, x, y, rows, columns, stride, opacity, record);
-  PaintT8(plane1, channel + 1, x, y, rows, columns, stride, opacity, record);
-  PaintT8(plane2, channel + 2, x, y, rows, columns, stride, opacity, record);
-}
-
-void PaintT8x4(uint8_t* plane0, uint8_t* plane1, uint8_t* plane2, uint8_t* plane3, int32_t channel, int32_t x,
-               int32_t y, int32_t rows, int32_t columns, int32_t stride, uint32_t opacity, const PaintRecord* record) {
-  PaintT8x3(plane0, plane1, plane2, channel, x, y, rows, columns, stride, opacity, record);
-  PaintT8(plane3, channel + 3, x, y, rows, columns, stride, opacity, record);
-}
-
 void PaintT16(uint16_t* plane, int32_t channel, int32_t, int32_t, int32_t rows, int32_t columns, int32_t stride,
               uint32_t opacity, const PaintRecord* record) {
   if (rows < 1 || columns < 1) return;
   const Source16 source{sourceOf<uint16_t>(record, channel), record->sourceStride};
   const uint32_t o = opacity & 0xFFFFu;
   dab16(plane, rows, columns, stride, record, source, alphaTimes(o), alphaTimesV(o));
-}
-
-void PaintT16x3(uint16_t* plane0, uint16_t* plane1, uint16_t* plane2, int32_t channel, int32_t x, int32_t y,
-                int32_t rows, int32_t columns, int32_t stride, uint32_t opacity, const PaintRecord* record) {
-  PaintT16(plane0, channel, x, y, rows, columns, stride, opacity, record);
-  PaintT16(plane1, channel + 1, x, y, rows, columns, stride, opacity, record);
-  PaintT16(plane2, channel + 2, x, y, rows, columns, stride, opacity, record);
-}
-
-void PaintT16x4(uint16_t* plane0, uint16_t* plane1, uint16_t* plane2, uint16_t* plane3, int32_t channel, int32_t x,
-                int32_t y, int32_t rows, int32_t columns, int32_t stride, uint32_t opacity,
-                const PaintRecord* record) {
-  PaintT16x3(plane0, plane1, plane2, channel, x, y, rows, columns, stride, opacity, record);
-  PaintT16(plane3, channel + 3, x, y, rows, columns, stride, opacity, record);
 }
 
 }  // namespace tarnell::paint
