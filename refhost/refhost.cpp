@@ -103,9 +103,19 @@ void fillBytes(void* destination, int32_t count, uint8_t value) {
 }
 
 // 'memo' 110: fills a float rectangle. stride is in bytes, sampleStep in floats;
-// rows or columns below 1 do nothing.
+// rows or columns below 1 do nothing. Every call is recorded as (destination,
+// columns | rows << 32, stride | sampleStep << 32, the value's bits).
 void fillFloatRect(float* destination, int32_t columns, int32_t rows, int32_t stride, int32_t sampleStep,
                    float value) {
+  if (ReferenceHost* host = ReferenceHost::active()) {
+    uint32_t bits;
+    std::memcpy(&bits, &value, sizeof bits);
+    auto pair = [](int32_t low, int32_t high) {
+      return uintptr_t{static_cast<uint32_t>(low)} | (uintptr_t{static_cast<uint32_t>(high)} << 32);
+    };
+    host->record({code::memo, 110, {reinterpret_cast<uintptr_t>(destination), pair(columns, rows),
+                                    pair(stride, sampleStep), bits}});
+  }
   for (int32_t r = 0; r < rows; ++r) {
     auto* row = reinterpret_cast<float*>(reinterpret_cast<unsigned char*>(destination) +
                                          static_cast<intptr_t>(r) * stride);

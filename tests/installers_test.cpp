@@ -48,10 +48,6 @@ TEST(Installers, ResampleNotYetBuiltWritesNothing) {
   for (const CpuFeatureFlags& f : everyFlagSet()) EXPECT_TRUE(writesOf<code::rsmp>(&installResample, f).empty());
 }
 
-TEST(Installers, SelectionNotYetBuiltWritesNothing) {
-  for (const CpuFeatureFlags& f : everyFlagSet()) EXPECT_TRUE(writesOf<code::sele>(&installSelection, f).empty());
-}
-
 TEST(Installers, PathNotYetBuiltWritesNothing) {
   std::vector<HostRoutine> table(kSuites[kPath].slotCount, nullptr);
   Writes w;

@@ -111,9 +111,10 @@ Options parse(int argc, char** argv) {
     } else if (a == "--size") {
       const std::string v = value(a);
       const auto x = v.find('x');
+      // Heights past 16384 give planes several times a large last-level cache.
       if (x == std::string::npos || !parseNumber(v.substr(0, x), o.width, 1, 16384) ||
-          !parseNumber(v.substr(x + 1), o.height, 1, 16384))
-        usageError("--size takes WxH with each side 1..16384, for example 256x256");
+          !parseNumber(v.substr(x + 1), o.height, 1, 131072))
+        usageError("--size takes WxH with W 1..16384 and H 1..131072, for example 256x256");
     } else if (a == "--min-time") {
       char* end = nullptr;
       const std::string v = value(a);

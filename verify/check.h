@@ -39,9 +39,9 @@ enum class Role : uint8_t {
 enum class Samples : uint8_t {
   Bytes,      // 0..255, uniform, with a share of 0 and 255
   Mask,       // 8-bit mask: mostly 0 and 255, some 1, 127, 128, 254 and random
-  Words15,    // 16-bit 0..32768 (the host's working range), with its ends
-  Mask15,     // 16-bit mask: mostly 0 and 32768, some 1, 16384, 32767 and random
+  Words15,    // 16-bit 0..32768 (the host's working range), with 0, 1, 16384, 32767, 32768
   Words16,    // 16-bit 0..65535, with its ends
+  Mask15,     // 16-bit mask 0..32768: mostly 0 and 32768, some 1, 16384, 32767 and random
   Floats01,   // float 0..1 with its ends
   FloatsWide, // float -0.5..1.5, with 0, 1, 0.5 and values near them
 };

@@ -18,6 +18,7 @@
 #include "verify/families.h"
 #include "verify/planes.h"
 #include "verify/runner.h"
+#include "verify/twin.h"
 
 namespace tarnell::verify {
 
@@ -25,64 +26,6 @@ namespace {
 
 using Byte = unsigned char;
 constexpr std::size_t kMiB = std::size_t{1} << 20;
-
-// Two copies of the same random bytes, for the host's routine and the module's.
-// Heap: the arena starts on a 64-byte boundary with kGuardBytes guard bytes on both
-// sides. Guard-page placements put the arena flush against an inaccessible page
-// (after its end or before its start), so that touching a byte beyond it faults.
-class Twin {
- public:
-  Twin(Rng& rng, std::size_t bytes, Placement placement = Placement::Heap) : bytes_(bytes) {
-    PlaneLayout layout;
-    layout.rows = 1;
-    layout.rowBytes = static_cast<int32_t>(std::max<std::size_t>(bytes, 1));
-    layout.stride = layout.rowBytes;
-    for (auto& side : sides_) side = std::make_unique<PlaneBuffer>(layout, placement);
-    pristine_.resize(sides_[0]->size());
-    for (std::size_t i = 0; i < pristine_.size(); i += 8) {
-      const uint64_t r = rng.next();
-      std::memcpy(pristine_.data() + i, &r, std::min<std::size_t>(8, pristine_.size() - i));
-    }
-    lead_ = static_cast<std::size_t>(sides_[0]->first() - sides_[0]->begin());
-    reset();
-  }
-
-  std::size_t size() const { return bytes_; }
-  // Content both sides start from (reset() copies it over).
-  Byte& at(std::size_t offset) { return pristine_[lead_ + offset]; }
-  void fill(std::size_t offset, std::size_t n, Byte value) { std::memset(&at(offset), value, n); }
-  void reset() {
-    for (auto& side : sides_) std::memcpy(side->begin(), pristine_.data(), pristine_.size());
-  }
-  Byte* host(std::ptrdiff_t offset) { return sides_[0]->first() + offset; }
-  Byte* module(std::ptrdiff_t offset) { return sides_[1]->first() + offset; }
-
-  // Empty when both sides are alike; else where they first differ.
-  std::string difference() const {
-    const Byte* h = sides_[0]->begin();
-    const Byte* m = sides_[1]->begin();
-    if (std::memcmp(h, m, pristine_.size()) == 0) return {};
-    std::size_t i = 0;
-    while (h[i] == m[i]) ++i;
-    std::ostringstream out;
-    out << "memory differs at offset " << static_cast<std::ptrdiff_t>(i) - static_cast<std::ptrdiff_t>(lead_) << " of "
-        << bytes_ << ": host 0x" << std::hex << int{h[i]} << " module 0x" << int{m[i]} << " before 0x"
-        << int{pristine_[i]};
-    return out.str();
-  }
-
- private:
-  std::size_t bytes_;
-  std::unique_ptr<PlaneBuffer> sides_[2];
-  std::vector<Byte> pristine_;
-  std::size_t lead_ = 0;  // bytes before the arena's start in the compared range
-};
-
-constexpr Placement kGuardPages[] = {Placement::GuardPageAfter, Placement::GuardPageBefore};
-
-const char* placementName(Placement placement) {
-  return placement == Placement::Heap ? "" : placement == Placement::GuardPageAfter ? "against the next page" : "against the previous page";
-}
 
 // Compares a case's outcome; false when the check should stop.
 bool compare(Context& ctx, const std::string& what, const Twin& twin, uint64_t hostResult, uint64_t moduleResult) {

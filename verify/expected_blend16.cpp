@@ -4,7 +4,12 @@
 
 namespace tarnell::verify {
 
-// Nothing is replaced for the 16-bit blend plane operations ('blnd') yet.
-void expectedBlend16(const FeatureSet& /*features*/, std::vector<ExpectedSlot>& /*out*/) {}
+// The 16-bit members of the SSE2 group of 'blnd', including the four slots it
+// fills with forwarders to the host's own routine (191, 198, 216, 218).
+void expectedBlend16(const FeatureSet& features, std::vector<ExpectedSlot>& out) {
+  if (features.sse2)
+    for (int slot : {259, 193, 235, 194, 191, 192, 198, 216, 218, 219, 221, 195, 222, 223})
+      out.push_back({code::blnd, slot});
+}
 
 }  // namespace tarnell::verify

@@ -6,8 +6,8 @@ namespace tarnell::verify {
 
 // The 'blnd' slots the installer writes. SSE: the eleven table-driven overlay and
 // screen routines. SSE2: the 8-bit members of the SSE2 group, including the five
-// slots it fills with forwarders (53, 66, 72, 96, 97). The group's 16-bit and
-// float members are not built yet.
+// slots it fills with forwarders (53, 66, 72, 96, 97). The group's 16-bit members
+// are in expected_blend16.cpp, its float members in expected_blendf.cpp.
 void expectedBlend8(const FeatureSet& features, std::vector<ExpectedSlot>& out) {
   if (features.sse)
     for (int slot : {50, 51, 52, 59, 47, 48, 49, 58, 57, 26, 27}) out.push_back({code::blnd, slot});

@@ -185,13 +185,14 @@ void fillSamples(Rng& rng, Samples kind, unsigned char* bytes, std::size_t count
       const uint32_t full = kind == Samples::Words15 ? 32768 : 65535;
       for (std::size_t i = 0; i + 1 < count; i += 2) {
         const uint32_t r = rng.below(32);
-        const uint16_t v = static_cast<uint16_t>(r == 0 ? 0 : r == 1 ? full : r == 2 ? full - 1 : rng.below(full + 1));
+        uint16_t v = static_cast<uint16_t>(r == 0 ? 0 : r == 1 ? full : r == 2 ? full - 1 : rng.below(full + 1));
+        if (kind == Samples::Words15 && (r == 3 || r == 4)) v = r == 3 ? 1 : 16384;
         std::memcpy(bytes + i, &v, 2);
       }
       break;
     }
     case Samples::Mask15: {
-      static constexpr uint16_t kEdges[] = {0, 0, 0, 32768, 32768, 32768, 1, 16384, 32767, 2};
+      static constexpr uint16_t kEdges[] = {0, 0, 0, 32768, 32768, 32768, 1, 16384, 32767, 16383};
       for (std::size_t i = 0; i + 1 < count; i += 2) {
         const uint32_t r = rng.below(16);
         const uint16_t v = r < 10 ? kEdges[r] : static_cast<uint16_t>(rng.below(32769));

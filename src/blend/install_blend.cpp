@@ -1,8 +1,10 @@
+#include "blend/blend16.h"
 #include "blend/blend8.h"
+#include "blend/blendf.h"
 #include "host/install.h"
 #include "host/module_state.h"
 
-// Forwarders to the host's own blending routines. The first five stand in the
+// Forwarders to the host's own blending routines. The first nine stand in the
 // slots whose routines the module does not implement (their contracts are the
 // host's alone); they are installed so that the slot order of the group is the
 // host's, and reach the host's routine with the arguments untouched.
@@ -11,6 +13,10 @@ TARNELL_FORWARDER(blendForward66, kBlnd, 66);
 TARNELL_FORWARDER(blendForward72, kBlnd, 72);
 TARNELL_FORWARDER(blendForward96, kBlnd, 96);
 TARNELL_FORWARDER(blendForward97, kBlnd, 97);
+TARNELL_FORWARDER(blendForward191, kBlnd, 191);
+TARNELL_FORWARDER(blendForward198, kBlnd, 198);
+TARNELL_FORWARDER(blendForward216, kBlnd, 216);
+TARNELL_FORWARDER(blendForward218, kBlnd, 218);
 // The fallbacks a module routine may hand a case back to. None is called today.
 TARNELL_FORWARDER(blendForward2, kBlnd, 2);
 TARNELL_FORWARDER(blendForward3, kBlnd, 3);
@@ -62,6 +68,7 @@ ForwarderList blendForwarders() {
 
 void installBlend(const SuiteWriter<code::blnd>& w, const CpuFeatureFlags& flags) {
   using namespace blend8;
+  using namespace blend16;
   // The table-driven overlay and screen routines need nothing beyond the
   // baseline; the second SSE flag is the one that gates this suite.
   if (flags.sseSecond != 0) {
@@ -78,8 +85,8 @@ void installBlend(const SuiteWriter<code::blnd>& w, const CpuFeatureFlags& flags
     w.put<27>(&ScreenSource8);
   }
   if (flags.sse2 == 0) return;
-  // The SSE2 group, 8-bit members in the group's order. Its 16-bit and float
-  // members are not written yet; their slots keep the host's routines.
+  // The SSE2 group in the group's order: 8-bit, 16-bit and float members, the
+  // forwarded slots in their places.
   w.put<1>(&ScaleByConstant8);
   w.put<3>(&MixConstantThroughMask8);
   w.put<2>(&MixSourceThroughMask8);
@@ -96,6 +103,7 @@ void installBlend(const SuiteWriter<code::blnd>& w, const CpuFeatureFlags& flags
   w.put<10>(&LightenTowardSourceThroughMask8);
   w.put<11>(&LightenTowardConstantThroughMask8);
   w.put<22>(&MultiplySourceThroughMask8);
+  w.put<259>(&MultiplySourceThroughMask16);
   w.write(66, routine(&blendForward66));
   w.write(72, routine(&blendForward72));
   w.put<74>(&MultiplyInto8);
@@ -103,7 +111,26 @@ void installBlend(const SuiteWriter<code::blnd>& w, const CpuFeatureFlags& flags
   w.write(97, routine(&blendForward97));
   w.put<106>(&FillWhereMaskClear8);
   w.put<115>(&OrderedCombineInto8);
+  w.put<193>(&ScaleByConstant16);
+  w.put<235>(&MixSourceThroughMask16);
+  w.put<194>(&MultiplySource16);
+  w.write(191, routine(&blendForward191));
+  w.put<192>(&SubtractCoverage16);
+  w.write(198, routine(&blendForward198));
+  w.write(216, routine(&blendForward216));
+  w.write(218, routine(&blendForward218));
+  w.put<219>(&MultiplyInto16);
+  w.put<221>(&InverseMultiplyInto16);
+  w.put<195>(&ComplementMultiplyInto16);
+  w.put<222>(&FillWhereMaskClear16);
+  w.put<223>(&OrderedCombineInto16);
   w.put<56>(&MultiplyWithOpacity8);
+  w.put<277>(&blendf::DarkenTowardSourceFloat);
+  w.put<276>(&blendf::LightenTowardSourceFloat);
+  w.put<320>(&blendf::OverlaySourceFloat);
+  w.put<275>(&blendf::FloatCompositeRecord275);
+  w.put<278>(&blendf::AddSourceFloat);
+  w.put<289>(&blendf::MinSourceFloat);
 }
 
 int32_t InstallBlendRoutines(HostInfo* /*hostInfo*/) {

@@ -1,10 +1,26 @@
 #include "host/install.h"
 #include "host/module_state.h"
+#include "selection/selection.h"
+
+// Slots 73 (the 16-bit propagation) and 75 (a 16-bit region routine): what they
+// compute is the host's alone, so they run the host's routine with the
+// arguments untouched. They are installed so the suite's write order is the host's.
+TARNELL_FORWARDER(selectionForward73, kSele, 73);
+TARNELL_FORWARDER(selectionForward75, kSele, 75);
 
 namespace tarnell {
 
-void installSelection(const SuiteWriter<code::sele>& /*writer*/, const CpuFeatureFlags& /*flags*/) {
-  // Nothing is replaced in this suite yet.
+void installSelection(const SuiteWriter<code::sele>& w, const CpuFeatureFlags& flags) {
+  using namespace selection;
+  if (flags.sse2 == 0) {
+    w.put<26>(&spreadMarkVerticalScalar);
+    return;
+  }
+  w.put<35>(&propagateDecaying);
+  w.write(73, reinterpret_cast<HostRoutine>(&selectionForward73));
+  w.put<33>(&selectionSlot33);
+  w.write(75, reinterpret_cast<HostRoutine>(&selectionForward75));
+  w.put<26>(&spreadMarkVertical);
 }
 
 int32_t installSelectionSuite(HostInfo* /*hostInfo*/) {
