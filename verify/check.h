@@ -26,8 +26,8 @@ class ReferenceHost;
 
 namespace tarnell::verify {
 
-constexpr int kMaxPlanes = 6;
-constexpr int kMaxParams = 4;
+constexpr int kMaxPlanes = 10;
+constexpr int kMaxParams = 8;
 
 enum class Role : uint8_t {
   Input,   // read only; must come back unchanged
@@ -95,6 +95,10 @@ struct PlaneShape {
   // Run host and module on the same plane addresses, one after the other (results
   // that depend on where the destination lies, such as a dither pattern).
   bool sameAddresses = false;
+  // One destination misalignment per width even in a thorough run: for forms
+  // whose arithmetic is a worker's that has its own thorough check (the
+  // multi-plane companions of the painting routines).
+  bool fewerCases = false;
 };
 
 class Context;

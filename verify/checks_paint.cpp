@@ -1,8 +1,287 @@
-// Checks of the painting routines ('pntg').
+// Checks of the painting routines ('pntg'), one per implemented slot; the
+// forwarded slots 38 and 79 have none. The mask (and the source channels of
+// families S and T, and the buffer of slots 18 and 92) are planes of the check,
+// which the invoke functions put into a paint record. The 8-bit dithered
+// routines run on the same addresses on both sides, since their dither starts
+// from the destination's address; the harness's random x and y move it too.
+#include <climits>
+#include <tuple>
+#include <utility>
+
 #include "verify/families.h"
 
 namespace tarnell::verify {
 
-std::span<const Check> paintChecks() { return {}; }
+namespace {
+
+template <int Slot>
+SlotFn<code::pntg, Slot> fn(HostRoutine routine) {
+  return reinterpret_cast<SlotFn<code::pntg, Slot>>(routine);
+}
+
+// 16-bit planes step rows by the stride rounded down to even bytes.
+int32_t evenStride(int, int32_t stride) { return stride - (stride & 1); }
+
+template <class T>
+constexpr PlaneSpec sampleSpec(const char* name, Role role) {
+  return {name, static_cast<uint8_t>(sizeof(T)), role, sizeof(T) == 1 ? Samples::Bytes : Samples::Words15};
+}
+template <class T>
+constexpr PlaneSpec maskSpec() {
+  return {"mask", static_cast<uint8_t>(sizeof(T)), Role::Input, sizeof(T) == 1 ? Samples::Mask : Samples::Mask15};
+}
+
+constexpr const char* kPlaneNames[] = {"plane0", "plane1", "plane2", "plane3"};
+constexpr const char* kSourceNames[] = {"source0", "source1", "source2", "source3", "source4"};
+
+// --- parameters ----------------------------------------------------------------
+
+constexpr ParamSpec kX{"x", INT32_MIN, INT32_MAX, {0, 1, -1, INT32_MIN, INT32_MAX, 12345}, 6};
+constexpr ParamSpec kY{"y", INT32_MIN, INT32_MAX, {0, 1, -1, INT32_MIN, INT32_MAX, 777}, 6};
+// Colours and opacities: the ends first. 16-bit ones live on 0..32768.
+template <class T>
+constexpr ParamSpec valueParam(const char* name) {
+  if constexpr (sizeof(T) == 1) return {name, 0, 255, {0, 255, 1, 254, 128, 127}, 6};
+  return {name, 0, 32768, {0, 32768, 1, 32767, 16384, 255}, 6};
+}
+// Thresholds: 0, 1, the middle and the top, and values whose higher bits must not count.
+template <class T>
+constexpr ParamSpec thresholdParam() {
+  if constexpr (sizeof(T) == 1) return {"threshold", 0, 255, {0, 1, 128, 255, 0x100, -128, 0x1FF, 254}, 8};
+  return {"threshold", 0, 32769, {0, 1, 16384, 32768, 32769, 0x10000, -1, 0x18000}, 8};
+}
+// Family T's 32-bit opacity: only its low byte (8-bit) or low 16 bits count.
+template <class T>
+constexpr ParamSpec wideOpacityParam() {
+  if constexpr (sizeof(T) == 1) return {"opacity", 0, 255, {0, 255, 1, 128, 0x1FF, -256}, 6};
+  return {"opacity", 0, 32768, {0, 32768, 1, 16384, 0x18000, 0x70000}, 6};
+}
+
+// --- plane and value tuples ---------------------------------------------------------
+
+template <class T, std::size_t... K>
+auto planesOf(const PlaneCall& c, std::size_t first, std::index_sequence<K...>) {
+  return std::make_tuple(static_cast<T*>(c.plane[first + K])...);
+}
+template <class T, std::size_t... K>
+auto valuesOf(const PlaneCall& c, std::size_t first, std::index_sequence<K...>) {
+  return std::make_tuple(static_cast<T>(c.param[first + K])...);
+}
+int32_t i32(int64_t v) { return static_cast<int32_t>(v); }
+
+PaintRecord maskRecord(const PlaneCall& c, int maskPlane) {
+  PaintRecord record{};
+  record.mask = c.plane[maskPlane];
+  record.maskStride = c.stride[maskPlane];
+  return record;
+}
+
+// --- P, Q, R: N planes, the mask, then N colours (and P's opacity) -----------------
+// Planes: destinations 0..N-1, mask N. Parameters: x (R: threshold), y, the N
+// colours, P's opacity.
+
+template <int Slot, class T, int N, bool Opacity>
+uint64_t invokeColour(HostRoutine routine, const PlaneCall& c) {
+  const PaintRecord record = maskRecord(c, N);
+  auto opacity = [&] {
+    if constexpr (Opacity) return std::make_tuple(static_cast<T>(c.param[2 + N]));
+    else return std::tuple<>();
+  };
+  std::apply(fn<Slot>(routine),
+             std::tuple_cat(planesOf<T>(c, 0, std::make_index_sequence<static_cast<std::size_t>(N)>()),
+                            std::make_tuple(i32(c.param[0]), i32(c.param[1]), c.rows, c.columns, c.stride[0]),
+                            valuesOf<T>(c, 2, std::make_index_sequence<static_cast<std::size_t>(N)>()), opacity(), std::make_tuple(&record)));
+  return 0;
+}
+
+// The fields every paint shape shares.
+constexpr PlaneShape baseShape(Invoke invoke, int sampleBytes, bool dithered) {
+  PlaneShape s{};
+  s.invoke = invoke;
+  s.alignPlane = 0;
+  s.negativeStrides = true;
+  s.sameAddresses = dithered;
+  if (sampleBytes == 2) s.usedStride = &evenStride;
+  return s;
+}
+
+// first is x for the dithered families and the threshold for family R.
+template <int Slot, class T, int N, bool Opacity>
+constexpr PlaneShape colourShape(ParamSpec first, bool dithered) {
+  PlaneShape s = baseShape(&invokeColour<Slot, T, N, Opacity>, sizeof(T), dithered);
+  for (int k = 0; k < N; ++k) s.planes[k] = sampleSpec<T>(N == 1 ? "plane" : kPlaneNames[k], Role::InOut);
+  s.planes[N] = maskSpec<T>();
+  s.planeCount = N + 1;
+  s.params[0] = first;
+  s.params[1] = kY;
+  for (int k = 0; k < N; ++k) s.params[2 + k] = valueParam<T>(N == 1 ? "colour" : "colours");
+  if (Opacity) s.params[2 + N] = valueParam<T>("opacity");
+  s.paramCount = 2 + N + (Opacity ? 1 : 0);
+  s.sharedStride = N > 1;  // the companions take one stride for their planes (the mask shares it here)
+  s.fewerCases = N > 1;    // the worker's own check is the thorough one
+  return s;
+}
+template <int Slot, class T, int N>
+constexpr PlaneShape kShapeP = colourShape<Slot, T, N, true>(kX, sizeof(T) == 1);
+template <int Slot, class T, int N>
+constexpr PlaneShape kShapeQ = colourShape<Slot, T, N, false>(kX, sizeof(T) == 1);
+template <int Slot, class T, int N>
+constexpr PlaneShape kShapeR = colourShape<Slot, T, N, false>(thresholdParam<T>(), false);
+
+// --- S, T: N planes, the mask, then the source channels ------------------------------
+// The worker's check has one source plane, put at the chosen channel of an array
+// whose other entries are null, so that reading any other channel faults. The
+// companions' checks have N + 1 source planes in one array (channel 0 or 1 first).
+// Parameters: channel, x, y, T's opacity.
+
+constexpr int kWorkerChannels = 4;
+
+template <int Slot, class T, int N, bool Opacity>
+uint64_t invokeChannel(HostRoutine routine, const PlaneCall& c) {
+  PaintRecord record = maskRecord(c, N);
+  const void* sources[kWorkerChannels + 1] = {};
+  if (N == 1) {
+    sources[c.param[0]] = c.plane[2];
+  } else {
+    for (int k = 0; k <= N; ++k) sources[k] = c.plane[N + 1 + k];
+  }
+  record.source = sources;
+  record.sourceStride = c.stride[N + 1];
+  auto opacity = [&] {
+    if constexpr (Opacity) return std::make_tuple(static_cast<uint32_t>(c.param[3]));
+    else return std::tuple<>();
+  };
+  std::apply(fn<Slot>(routine), std::tuple_cat(planesOf<T>(c, 0, std::make_index_sequence<static_cast<std::size_t>(N)>()),
+                                               std::make_tuple(i32(c.param[0]), i32(c.param[1]), i32(c.param[2]),
+                                                               c.rows, c.columns, c.stride[0]),
+                                               opacity(), std::make_tuple(&record)));
+  return 0;
+}
+
+template <int Slot, class T, int N, bool Opacity>
+constexpr PlaneShape channelShape() {
+  PlaneShape s = baseShape(&invokeChannel<Slot, T, N, Opacity>, sizeof(T), sizeof(T) == 1);
+  for (int k = 0; k < N; ++k) s.planes[k] = sampleSpec<T>(N == 1 ? "plane" : kPlaneNames[k], Role::InOut);
+  s.planes[N] = maskSpec<T>();
+  const int sources = N == 1 ? 1 : N + 1;
+  for (int k = 0; k < sources; ++k) s.planes[N + 1 + k] = sampleSpec<T>(kSourceNames[k], Role::Input);
+  s.planeCount = N + 1 + sources;
+  s.params[0] = N == 1 ? ParamSpec{"channel", 0, kWorkerChannels - 1, {0, 3}, 2} : ParamSpec{"channel", 0, 1, {0}, 1};
+  s.params[1] = kX;
+  s.params[2] = kY;
+  if (Opacity) s.params[3] = wideOpacityParam<T>();
+  s.paramCount = Opacity ? 4 : 3;
+  s.sharedStride = N > 1;
+  s.fewerCases = N > 1;
+  return s;
+}
+template <int Slot, class T, int N>
+constexpr PlaneShape kShapeS = channelShape<Slot, T, N, false>();
+template <int Slot, class T, int N>
+constexpr PlaneShape kShapeT = channelShape<Slot, T, N, true>();
+
+// --- 18, 92: two-row moves inside the record's buffer ---------------------------------
+// The check's plane is the part of the buffer the call reaches: rows min(first,
+// second) onward, from column offset. With rows - |first - second| pairs, row
+// second + i moves toward row first + i (overlapping pairs read rows written
+// earlier in the same call). Parameters: first, second, offset, weight.
+
+template <int Slot, class T>
+uint64_t invokeMove(HostRoutine routine, const PlaneCall& c) {
+  const int32_t first = i32(c.param[0]), second = i32(c.param[1]), offset = i32(c.param[2]);
+  const int32_t lowest = first < second ? first : second;
+  const int32_t apart = first < second ? second - first : first - second;
+  const int32_t stride = c.stride[0] - (sizeof(T) == 2 ? (c.stride[0] & 1) : 0);
+  PaintRecord record{};
+  record.buffer = reinterpret_cast<void*>(reinterpret_cast<uintptr_t>(c.plane[0]) -
+                                          static_cast<uintptr_t>(static_cast<intptr_t>(stride) * lowest) -
+                                          static_cast<uintptr_t>(offset) * sizeof(T));
+  record.bufferStride = c.stride[0];
+  const int32_t pairs = c.rows < 1 ? c.rows : c.rows - apart;
+  fn<Slot>(routine)(first, second, pairs, offset, c.columns, i32(c.param[3]), &record);
+  return 0;
+}
+
+template <int Slot, class T>
+constexpr PlaneShape moveShape() {
+  PlaneShape s = baseShape(&invokeMove<Slot, T>, sizeof(T), sizeof(T) == 1);
+  s.planes[0] = sampleSpec<T>("buffer", Role::InOut);
+  s.planeCount = 1;
+  s.params[0] = {"first", 0, 2, {0, 1}, 2};
+  s.params[1] = {"second", 0, 2, {1, 0}, 2};
+  s.params[2] = {"offset", 0, 40, {0, 1, 17}, 3};
+  s.params[3] = {"weight", 0, 255, {0, 255, 1, 254, 128, 0x100, 0x17F, -1}, 8};
+  s.paramCount = 4;
+  return s;
+}
+template <int Slot, class T>
+constexpr PlaneShape kShapeMove = moveShape<Slot, T>();
+
+// Benchmarks paint a full-size mask of mostly 0 and full values.
+constexpr int64_t kBenchP8[] = {3, 5, 200, 180};
+constexpr int64_t kBenchP16[] = {3, 5, 30000, 20000};
+constexpr int64_t kBenchP8x4[] = {3, 5, 200, 10, 90, 250, 180};
+constexpr int64_t kBenchP16x4[] = {3, 5, 30000, 100, 9000, 32000, 20000};
+constexpr int64_t kBenchR8[] = {128, 0, 200, 10, 90, 250};
+constexpr int64_t kBenchR16[] = {16384, 0, 30000, 100, 9000, 32000};
+constexpr int64_t kBenchChannel8[] = {0, 3, 5, 180};
+constexpr int64_t kBenchChannel16[] = {0, 3, 5, 20000};
+constexpr int64_t kBenchMove[] = {0, 1, 0, 100};
+
+template <int Slot>
+constexpr Check check(const PlaneShape& shape) {
+  return planeCheck<code::pntg, Slot>(shape);
+}
+template <const PlaneShape& Shape, const int64_t* Bench>
+constexpr PlaneShape withBench = [] {
+  PlaneShape s = Shape;
+  s.benchParams = Bench;
+  return s;
+}();
+
+using u8 = uint8_t;
+using u16 = uint16_t;
+
+const Check kChecks[] = {
+    check<10>(withBench<kShapeP<10, u8, 1>, kBenchP8>),
+    check<28>(withBench<kShapeP<28, u8, 3>, kBenchP8x4>),
+    check<29>(withBench<kShapeP<29, u8, 4>, kBenchP8x4>),
+    check<61>(withBench<kShapeP<61, u16, 1>, kBenchP16>),
+    check<62>(withBench<kShapeP<62, u16, 3>, kBenchP16x4>),
+    check<63>(withBench<kShapeP<63, u16, 4>, kBenchP16x4>),
+    check<4>(withBench<kShapeQ<4, u8, 1>, kBenchP8>),
+    check<26>(withBench<kShapeQ<26, u8, 3>, kBenchP8x4>),
+    check<27>(withBench<kShapeQ<27, u8, 4>, kBenchP8x4>),
+    check<55>(withBench<kShapeQ<55, u16, 1>, kBenchP16>),
+    check<56>(withBench<kShapeQ<56, u16, 3>, kBenchP16x4>),
+    check<57>(withBench<kShapeQ<57, u16, 4>, kBenchP16x4>),
+    check<5>(withBench<kShapeQ<5, u8, 1>, kBenchP8>),
+    check<81>(withBench<kShapeQ<81, u16, 1>, kBenchP16>),
+    check<7>(withBench<kShapeR<7, u8, 1>, kBenchR8>),
+    check<24>(withBench<kShapeR<24, u8, 3>, kBenchR8>),
+    check<25>(withBench<kShapeR<25, u8, 4>, kBenchR8>),
+    check<58>(withBench<kShapeR<58, u16, 1>, kBenchR16>),
+    check<59>(withBench<kShapeR<59, u16, 3>, kBenchR16>),
+    check<60>(withBench<kShapeR<60, u16, 4>, kBenchR16>),
+    check<17>(withBench<kShapeS<17, u8, 1>, kBenchChannel8>),
+    check<34>(withBench<kShapeS<34, u8, 3>, kBenchChannel8>),
+    check<35>(withBench<kShapeS<35, u8, 4>, kBenchChannel8>),
+    check<84>(withBench<kShapeS<84, u16, 1>, kBenchChannel16>),
+    check<85>(withBench<kShapeS<85, u16, 3>, kBenchChannel16>),
+    check<86>(withBench<kShapeS<86, u16, 4>, kBenchChannel16>),
+    check<13>(withBench<kShapeT<13, u8, 1>, kBenchChannel8>),
+    check<36>(withBench<kShapeT<36, u8, 3>, kBenchChannel8>),
+    check<37>(withBench<kShapeT<37, u8, 4>, kBenchChannel8>),
+    check<87>(withBench<kShapeT<87, u16, 1>, kBenchChannel16>),
+    check<88>(withBench<kShapeT<88, u16, 3>, kBenchChannel16>),
+    check<89>(withBench<kShapeT<89, u16, 4>, kBenchChannel16>),
+    check<18>(withBench<kShapeMove<18, u8>, kBenchMove>),
+    check<9>(withBench<kShapeR<9, u8, 1>, kBenchR8>),
+    check<92>(withBench<kShapeMove<92, u16>, kBenchMove>),
+};
+
+}  // namespace
+
+std::span<const Check> paintChecks() { return kChecks; }
 
 }  // namespace tarnell::verify

@@ -1,0 +1,92 @@
+// The module's painting routines ('pntg'): each family's 8-bit and 16-bit
+// workers (one file per family), their three- and four-plane companions, and the
+// single entries. Each has exactly the signature of its slot.
+#pragma once
+
+#include <tarnell/host_interface.h>
+
+namespace tarnell::paint {
+
+// The workers, one file per family (paint_<family>_sse2.cpp).
+#define TARNELL_PAINT_WORKERS(F, S8, S16)       \
+  SlotSignature<code::pntg, S8>::Fn Paint##F##8; \
+  SlotSignature<code::pntg, S16>::Fn Paint##F##16;
+TARNELL_PAINT_WORKERS(P, 10, 61)
+TARNELL_PAINT_WORKERS(Q, 4, 55)
+TARNELL_PAINT_WORKERS(R, 7, 58)
+TARNELL_PAINT_WORKERS(S, 17, 84)
+TARNELL_PAINT_WORKERS(T, 13, 87)
+#undef TARNELL_PAINT_WORKERS
+
+// The three- and four-plane companions call their worker once per plane, first
+// plane first, with the other arguments unchanged. P, Q, R: colour k goes to
+// plane k.
+template <auto Worker, class T, class... Tail>
+void colours3(T* plane0, T* plane1, T* plane2, int32_t a, int32_t b, int32_t rows, int32_t columns, int32_t stride,
+              T colour0, T colour1, T colour2, Tail... tail) {
+  Worker(plane0, a, b, rows, columns, stride, colour0, tail...);
+  Worker(plane1, a, b, rows, columns, stride, colour1, tail...);
+  Worker(plane2, a, b, rows, columns, stride, colour2, tail...);
+}
+template <auto Worker, class T, class... Tail>
+void colours4(T* plane0, T* plane1, T* plane2, T* plane3, int32_t a, int32_t b, int32_t rows, int32_t columns,
+              int32_t stride, T colour0, T colour1, T colour2, T colour3, Tail... tail) {
+  colours3<Worker, T, Tail...>(plane0, plane1, plane2, a, b, rows, columns, stride, colour0, colour1, colour2, tail...);
+  Worker(plane3, a, b, rows, columns, stride, colour3, tail...);
+}
+// S, T: plane k reads source channel + k.
+template <auto Worker, class T, class... Tail>
+void channels3(T* plane0, T* plane1, T* plane2, int32_t channel, int32_t x, int32_t y, int32_t rows, int32_t columns,
+               int32_t stride, Tail... tail) {
+  Worker(plane0, channel, x, y, rows, columns, stride, tail...);
+  Worker(plane1, channel + 1, x, y, rows, columns, stride, tail...);
+  Worker(plane2, channel + 2, x, y, rows, columns, stride, tail...);
+}
+template <auto Worker, class T, class... Tail>
+void channels4(T* plane0, T* plane1, T* plane2, T* plane3, int32_t channel, int32_t x, int32_t y, int32_t rows,
+               int32_t columns, int32_t stride, Tail... tail) {
+  channels3<Worker, T, Tail...>(plane0, plane1, plane2, channel, x, y, rows, columns, stride, tail...);
+  Worker(plane3, channel + 3, x, y, rows, columns, stride, tail...);
+}
+
+using Record = const PaintRecord*;
+inline constexpr SlotFn<code::pntg, 28> PaintP8x3 = &colours3<PaintP8, uint8_t, uint8_t, Record>;
+inline constexpr SlotFn<code::pntg, 29> PaintP8x4 = &colours4<PaintP8, uint8_t, uint8_t, Record>;
+inline constexpr SlotFn<code::pntg, 62> PaintP16x3 = &colours3<PaintP16, uint16_t, uint16_t, Record>;
+inline constexpr SlotFn<code::pntg, 63> PaintP16x4 = &colours4<PaintP16, uint16_t, uint16_t, Record>;
+inline constexpr SlotFn<code::pntg, 26> PaintQ8x3 = &colours3<PaintQ8, uint8_t, Record>;
+inline constexpr SlotFn<code::pntg, 27> PaintQ8x4 = &colours4<PaintQ8, uint8_t, Record>;
+inline constexpr SlotFn<code::pntg, 56> PaintQ16x3 = &colours3<PaintQ16, uint16_t, Record>;
+inline constexpr SlotFn<code::pntg, 57> PaintQ16x4 = &colours4<PaintQ16, uint16_t, Record>;
+inline constexpr SlotFn<code::pntg, 24> PaintR8x3 = &colours3<PaintR8, uint8_t, Record>;
+inline constexpr SlotFn<code::pntg, 25> PaintR8x4 = &colours4<PaintR8, uint8_t, Record>;
+inline constexpr SlotFn<code::pntg, 59> PaintR16x3 = &colours3<PaintR16, uint16_t, Record>;
+inline constexpr SlotFn<code::pntg, 60> PaintR16x4 = &colours4<PaintR16, uint16_t, Record>;
+inline constexpr SlotFn<code::pntg, 34> PaintS8x3 = &channels3<PaintS8, uint8_t, Record>;
+inline constexpr SlotFn<code::pntg, 35> PaintS8x4 = &channels4<PaintS8, uint8_t, Record>;
+inline constexpr SlotFn<code::pntg, 85> PaintS16x3 = &channels3<PaintS16, uint16_t, Record>;
+inline constexpr SlotFn<code::pntg, 86> PaintS16x4 = &channels4<PaintS16, uint16_t, Record>;
+inline constexpr SlotFn<code::pntg, 36> PaintT8x3 = &channels3<PaintT8, uint8_t, uint32_t, Record>;
+inline constexpr SlotFn<code::pntg, 37> PaintT8x4 = &channels4<PaintT8, uint8_t, uint32_t, Record>;
+inline constexpr SlotFn<code::pntg, 88> PaintT16x3 = &channels3<PaintT16, uint16_t, uint32_t, Record>;
+inline constexpr SlotFn<code::pntg, 89> PaintT16x4 = &channels4<PaintT16, uint16_t, uint32_t, Record>;
+
+// paint_single_sse2.cpp
+SlotSignature<code::pntg, 5>::Fn PaintSingle5;
+SlotSignature<code::pntg, 81>::Fn PaintSingle81;
+SlotSignature<code::pntg, 9>::Fn PaintSingle9;
+SlotSignature<code::pntg, 18>::Fn PaintSingle18;
+SlotSignature<code::pntg, 92>::Fn PaintSingle92;
+
+// Where a call's dither bytes start in the noise table, from the worker's x and
+// y and the low 32 bits of the destination's address.
+// Unsigned 32-bit arithmetic, wrapping.
+inline uint32_t ditherStart(int32_t x, int32_t y, const void* destination) {
+  auto scramble = [](uint32_t v) { return (v * 1103515245u + 12345u) >> 3; };
+  const uint32_t s1 = scramble(static_cast<uint32_t>(y));
+  const uint32_t s2 = scramble(s1 ^ static_cast<uint32_t>(x));
+  const uint32_t s3 = scramble(static_cast<uint32_t>(reinterpret_cast<uintptr_t>(destination)) ^ s2);
+  return s3 % 12281u;
+}
+
+}  // namespace tarnell::paint

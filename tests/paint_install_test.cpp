@@ -1,0 +1,101 @@
+// The painting installer on a scratch table with injected processor flags, and
+// the two forwarded slots reaching the saved host routine.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "host/install.h"
+#include "host/module_state.h"
+#include "paint/paint.h"
+
+using namespace tarnell;
+
+namespace {
+
+struct Recorder {
+  std::vector<int> slots;
+  static void observe(void* context, int slot, HostRoutine) { static_cast<Recorder*>(context)->slots.push_back(slot); }
+};
+
+CpuFeatureFlags withSse2(bool sse2, bool wider) {
+  CpuFeatureFlags f{};
+  f.mmx = f.sse = f.sseSecond = 1;
+  f.sse2 = sse2;
+  f.sse3 = f.ssse3 = f.sse41 = f.avx = f.avx2 = wider;
+  return f;
+}
+
+std::vector<int> installed(const CpuFeatureFlags& flags, std::vector<HostRoutine>* tableOut = nullptr) {
+  std::vector<HostRoutine> table(kSuites[kPntg].slotCount, nullptr);
+  Recorder r;
+  installPaint(SuiteWriter<code::pntg>(table.data(), &Recorder::observe, &r), flags);
+  if (tableOut != nullptr) *tableOut = table;
+  return r.slots;
+}
+
+const std::vector<int> kOrder = {10, 28, 29, 61, 62, 63, 4,  26, 27, 55, 56, 57, 5,  81, 7,  24, 25, 58, 59,
+                                 60, 17, 34, 35, 84, 85, 86, 13, 36, 37, 87, 88, 89, 18, 38, 9,  92, 79};
+
+TEST(PaintInstall, NothingWithoutSse2) {
+  EXPECT_TRUE(installed(withSse2(false, false)).empty());
+  // Wider sets do not stand in for SSE2.
+  EXPECT_TRUE(installed(withSse2(false, true)).empty());
+}
+
+TEST(PaintInstall, AllEntriesInOrderEachOnce) {
+  std::vector<HostRoutine> table;
+  EXPECT_EQ(installed(withSse2(true, false), &table), kOrder);
+  EXPECT_EQ(installed(withSse2(true, true)), kOrder);
+  std::vector<int> sorted = kOrder;
+  std::sort(sorted.begin(), sorted.end());
+  EXPECT_EQ(std::adjacent_find(sorted.begin(), sorted.end()), sorted.end());
+  EXPECT_EQ(table[10], reinterpret_cast<HostRoutine>(&paint::PaintP8));
+  EXPECT_EQ(table[89], reinterpret_cast<HostRoutine>(paint::PaintT16x4));
+  EXPECT_EQ(table[92], reinterpret_cast<HostRoutine>(&paint::PaintSingle92));
+  for (std::size_t slot = 0; slot < table.size(); ++slot)
+    EXPECT_EQ(table[slot] != nullptr, std::count(kOrder.begin(), kOrder.end(), static_cast<int>(slot)) == 1) << slot;
+}
+
+TEST(PaintInstall, ForwardedSlotsReachTheSavedHostRoutine) {
+  static int called = -1;
+  static const void* seen = nullptr;
+  std::vector<HostRoutine> table;
+  installed(withSse2(true, false), &table);
+  using Probe = void(const void*, int32_t, int32_t, int32_t);
+  for (int slot : {38, 79}) {
+    const HostRoutine saved = tarnell_saved_tables[kPntg][slot];
+    static int probeSlot;
+    probeSlot = slot;
+    tarnell_saved_tables[kPntg][slot] = reinterpret_cast<HostRoutine>(+[](const void* p, int32_t, int32_t, int32_t) {
+      called = probeSlot;
+      seen = p;
+    });
+    const int marker = 0;
+    called = -1;
+    reinterpret_cast<Probe*>(table[static_cast<std::size_t>(slot)])(&marker, 1, 2, 3);
+    tarnell_saved_tables[kPntg][slot] = saved;
+    EXPECT_EQ(called, slot);
+    EXPECT_EQ(seen, &marker);
+  }
+}
+
+TEST(PaintInstall, StartupStepWritesTheLiveTable) {
+  std::vector<HostRoutine> live(kSuites[kPntg].slotCount, nullptr);
+  HostRoutine* savedLive = g_liveTables[kPntg];
+  const CpuFeatureFlags savedFlags = g_cpuFeatureFlags;
+  g_liveTables[kPntg] = live.data();
+  g_cpuFeatureFlags = withSse2(true, false);
+  EXPECT_EQ(installPaintSuite(nullptr), 1);
+  g_cpuFeatureFlags = withSse2(false, false);
+  std::vector<HostRoutine> untouched(live.size(), nullptr);
+  g_liveTables[kPntg] = untouched.data();
+  EXPECT_EQ(installPaintSuite(nullptr), 1);
+  g_liveTables[kPntg] = savedLive;
+  g_cpuFeatureFlags = savedFlags;
+  EXPECT_EQ(live[4], reinterpret_cast<HostRoutine>(&paint::PaintQ8));
+  EXPECT_EQ(live[0], nullptr);
+  EXPECT_TRUE(std::all_of(untouched.begin(), untouched.end(), [](HostRoutine r) { return r == nullptr; }));
+}
+
+}  // namespace

@@ -1,0 +1,236 @@
+// The painting routines through the static library. The harness (EveryCheck)
+// compares every slot with the host's routine on random planes at every width
+// and alignment; these tests add the dither's start and how it moves, the rules'
+// fixed points, noise buffers too short to read a vector step in place, and that
+// the checks catch the faults a companion or a threshold can have.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "convert/noise_table.h"
+#include "paint/paint.h"
+#include "refhost/refhost.h"
+#include "verify/runner.h"
+
+extern "C" int32_t PluginMain(int16_t selector, tarnell::HostInfo* hostInfo, intptr_t data, int16_t* result);
+
+using namespace tarnell;
+using namespace tarnell::paint;
+using refhost::ReferenceHost;
+
+namespace {
+
+void start(ReferenceHost& host) {
+  int16_t result = 1;
+  PluginMain(kSelectorStartup, host.hostInfo(), 0, &result);
+  ASSERT_EQ(result, 0);
+  host.registerNoise();
+}
+
+// An 8-bit plane of rows x columns, tightly packed at a chosen offset from a
+// 64-byte boundary, with a mask of the same shape.
+struct Dab {
+  Dab(int32_t rows_, int32_t columns_, std::size_t offset = 0)
+      : rows(rows_), columns(columns_), storage(static_cast<std::size_t>(rows * columns) + 128, 0) {
+    const auto base = reinterpret_cast<uintptr_t>(storage.data());
+    plane = storage.data() + (64 - base % 64) % 64 + offset;
+    mask.assign(static_cast<std::size_t>(rows * columns), 0);
+    record.mask = mask.data();
+    record.maskStride = columns;
+  }
+  void fill(uint8_t d, uint8_t m) {
+    std::memset(plane, d, static_cast<std::size_t>(rows * columns));
+    std::memset(mask.data(), m, mask.size());
+  }
+  std::vector<uint8_t> pixels() const { return {plane, plane + rows * columns}; }
+  int32_t rows, columns;
+  std::vector<uint8_t> storage;
+  uint8_t* plane;
+  std::vector<uint8_t> mask;
+  PaintRecord record{};
+};
+
+TEST(PaintDither, StartFollowsTheScrambledPosition) {
+  // Worked by hand: s1 = (y a + 12345) >> 3, s2 = ((s1 ^ x) a + 12345) >> 3,
+  // s3 = ((address ^ s2) a + 12345) >> 3, all mod 2^32; start = s3 mod 12281.
+  EXPECT_EQ(ditherStart(0, 0, nullptr), 3865u);
+  EXPECT_EQ(ditherStart(5, 7, reinterpret_cast<const void*>(uintptr_t{0x12345678})), 2155u);
+  // Only the address's low 32 bits count; negative x and y wrap.
+  EXPECT_EQ(ditherStart(-1, -1, reinterpret_cast<const void*>(uintptr_t{0xFFFFFFFFF0})), 5493u);
+  EXPECT_EQ(ditherStart(-1, -1, reinterpret_cast<const void*>(uintptr_t{0xFFFFFFF0})), 5493u);
+  EXPECT_EQ(ditherStart(100, -3, reinterpret_cast<const void*>(uintptr_t{0x7FFF0001})), 4032u);
+}
+
+TEST(PaintDither, SameCallSamePixelsAndThePatternMovesWithXYAndAddress) {
+  ReferenceHost host;
+  start(host);
+  // A half-covered move from 100 toward 200: 50.2, rounded by the dither to 50 or 51.
+  auto paint = [](Dab& dab, int32_t x, int32_t y) {
+    dab.fill(100, 128);
+    PaintQ8(dab.plane, x, y, dab.rows, dab.columns, dab.columns, 200, &dab.record);
+    return dab.pixels();
+  };
+  Dab a(4, 61), b(4, 61, 16);
+  const std::vector<uint8_t> first = paint(a, 3, 9);
+  EXPECT_EQ(paint(a, 3, 9), first);
+  EXPECT_NE(paint(a, 4, 9), first);
+  EXPECT_NE(paint(a, 3, 10), first);
+  EXPECT_NE(paint(b, 3, 9), first);  // same contents elsewhere in memory
+  for (uint8_t v : first) EXPECT_TRUE(v == 150 || v == 151) << int{v};
+}
+
+TEST(PaintRules, FixedPoints) {
+  ReferenceHost host;
+  start(host);
+  Dab dab(3, 70, 5);
+  // A zero mask leaves the plane alone whatever the colour and opacity.
+  dab.fill(77, 0);
+  PaintP8(dab.plane, 1, 2, dab.rows, dab.columns, dab.columns, 255, 255, &dab.record);
+  EXPECT_EQ(dab.pixels(), std::vector<uint8_t>(dab.pixels().size(), 77));
+  // The colour equal to the sample, or no opacity, changes nothing.
+  const std::vector<uint8_t> source(dab.pixels().size(), 3);
+  const void* channels[] = {source.data()};
+  dab.record.source = channels;
+  dab.record.sourceStride = dab.columns;
+  for (int m : {1, 128, 255}) {
+    dab.fill(91, static_cast<uint8_t>(m));
+    PaintP8(dab.plane, 1, 2, dab.rows, dab.columns, dab.columns, 91, 255, &dab.record);
+    PaintP8(dab.plane, 1, 2, dab.rows, dab.columns, dab.columns, 3, 0, &dab.record);
+    PaintT8(dab.plane, 0, 1, 2, dab.rows, dab.columns, dab.columns, 0x100, &dab.record);  // low byte 0
+    EXPECT_EQ(dab.pixels(), std::vector<uint8_t>(dab.pixels().size(), 91));
+  }
+  // Full mask and opacity reach the colour exactly, both ways.
+  for (auto [d, c] : {std::pair<uint8_t, uint8_t>{0, 255}, {255, 0}, {10, 11}}) {
+    dab.fill(d, 255);
+    PaintP8(dab.plane, 1, 2, dab.rows, dab.columns, dab.columns, c, 255, &dab.record);
+    EXPECT_EQ(dab.pixels(), std::vector<uint8_t>(dab.pixels().size(), c));
+  }
+  // Raise-only: 5 and 9 never lower a sample.
+  dab.fill(200, 255);
+  PaintSingle5(dab.plane, 1, 2, dab.rows, dab.columns, dab.columns, 10, &dab.record);
+  PaintSingle9(dab.plane, 0, 0, dab.rows, dab.columns, dab.columns, 10, &dab.record);
+  EXPECT_EQ(dab.pixels(), std::vector<uint8_t>(dab.pixels().size(), 200));
+  // Family R: only the threshold's low byte counts; 0 fills even a zero mask.
+  dab.fill(5, 0);
+  PaintR8(dab.plane, 0x100, 0, dab.rows, dab.columns, dab.columns, 9, &dab.record);
+  EXPECT_EQ(dab.pixels(), std::vector<uint8_t>(dab.pixels().size(), 9));
+}
+
+TEST(PaintRules, MovesInTheBufferReturnAtOnceForTheEndWeights) {
+  std::vector<uint16_t> buffer = {0, 0, 0, 0, 32768, 32768, 32768, 32768};
+  PaintRecord record{};
+  record.buffer = buffer.data();
+  record.bufferStride = 8;
+  const std::vector<uint16_t> before = buffer;
+  for (int32_t w : {0, 255, 0x100, -1}) {
+    PaintSingle92(1, 0, 1, 0, 4, w, &record);
+    EXPECT_EQ(buffer, before) << w;
+  }
+  PaintSingle92(1, 0, 1, 1, 2, 128, &record);  // columns 1 and 2 move halfway (rounded)
+  EXPECT_EQ(buffer, (std::vector<uint16_t>{0, 16448, 16448, 0, 32768, 32768, 32768, 32768}));
+}
+
+// Every 16-bit sample value against the host: blending toward the ends and the
+// middle at the mask's ends (colours and samples above 32768 included), and
+// slot 92's division over every distance in both directions.
+TEST(PaintRules, SixteenBitArithmeticOverEverySample) {
+  ReferenceHost host;
+  start(host);
+  constexpr int32_t kAll = 65536;
+  std::vector<uint16_t> ramp(kAll), fromHost, fromModule;
+  for (int32_t i = 0; i < kAll; ++i) ramp[static_cast<std::size_t>(i)] = static_cast<uint16_t>(i);
+  const auto hostQ16 = reinterpret_cast<SlotFn<code::pntg, 55>>(host.original(code::pntg, 55));
+  for (uint16_t m : std::initializer_list<uint16_t>{1, 2, 16383, 16384, 32767, 32768}) {
+    const std::vector<uint16_t> mask(kAll, m);
+    PaintRecord record{};
+    record.mask = mask.data();
+    record.maskStride = 2 * kAll;
+    for (uint16_t c : std::initializer_list<uint16_t>{0, 1, 16384, 32767, 32768, 65535}) {
+      fromHost = fromModule = ramp;
+      hostQ16(fromHost.data(), 0, 0, 1, kAll, 2 * kAll, c, &record);
+      PaintQ16(fromModule.data(), 0, 0, 1, kAll, 2 * kAll, c, &record);
+      ASSERT_EQ(fromModule, fromHost) << "m " << m << " c " << c;
+    }
+  }
+  const auto host92 = reinterpret_cast<SlotFn<code::pntg, 92>>(host.original(code::pntg, 92));
+  for (int32_t w : {1, 2, 127, 128, 253, 254}) {
+    for (int32_t toward : {0, 1}) {
+      std::vector<uint16_t> rows[2] = {ramp, ramp};
+      std::fill(rows[toward == 0 ? 1 : 0].begin(), rows[toward == 0 ? 1 : 0].end(), uint16_t{0});
+      std::vector<uint16_t> buffer(rows[0]);
+      buffer.insert(buffer.end(), rows[1].begin(), rows[1].end());
+      std::vector<uint16_t> expected = buffer;
+      PaintRecord record{};
+      record.bufferStride = 2 * kAll;
+      record.buffer = expected.data();
+      host92(toward, 1 - toward, 1, 0, kAll, w, &record);
+      record.buffer = buffer.data();
+      PaintSingle92(toward, 1 - toward, 1, 0, kAll, w, &record);
+      ASSERT_EQ(buffer, expected) << "w " << w << " toward row " << toward;
+    }
+  }
+}
+
+// The checks against the host's routines with a noise buffer whose repeat is too
+// short for a vector step's run (read byte by byte), or whose period is short (the
+// walk wraps within a row).
+TEST(PaintDither, ShortNoiseBuffersMatchTheHost) {
+  for (auto [period, room] : {std::pair<uint32_t, uint32_t>{40, 0}, {64, 32}, {1002, 30}}) {
+    refhost::HostOptions options;
+    options.noisePeriodBytes = period;
+    options.noiseRoomBytes = room;
+    ReferenceHost host(options);
+    start(host);
+    verify::VerifyOptions quick;
+    quick.thorough = false;
+    for (const verify::Check& check : verify::allChecks()) {
+      if (check.suite != code::pntg) continue;
+      if (check.slot != 10 && check.slot != 4 && check.slot != 5 && check.slot != 17 && check.slot != 13 &&
+          check.slot != 18)
+        continue;
+      const verify::CheckResult r = verify::runCheck(check, host, quick);
+      EXPECT_EQ(r.outcome, verify::Outcome::Passed) << period << '/' << room << ' ' << r.firstFailure;
+    }
+  }
+}
+
+// Faulty forms the checks must reject.
+void s8x3SameChannel(uint8_t* p0, uint8_t* p1, uint8_t* p2, int32_t channel, int32_t x, int32_t y, int32_t rows,
+                     int32_t columns, int32_t stride, const PaintRecord* record) {
+  for (uint8_t* p : {p0, p1, p2}) PaintS8(p, channel, x, y, rows, columns, stride, record);
+}
+void r8ThresholdAbove(uint8_t* p, int32_t threshold, int32_t y, int32_t rows, int32_t columns, int32_t stride,
+                      uint8_t colour, const PaintRecord* record) {
+  PaintR8(p, (threshold & 0xFF) == 255 ? threshold : threshold + 1, y, rows, columns, stride, colour, record);
+}
+void q8DitherFromTheNextRow(uint8_t* p, int32_t x, int32_t y, int32_t rows, int32_t columns, int32_t stride,
+                            uint8_t colour, const PaintRecord* record) {
+  PaintQ8(p, x, y + 1, rows, columns, stride, colour, record);
+}
+void t16x4PlanesSwapped(uint16_t* p0, uint16_t* p1, uint16_t* p2, uint16_t* p3, int32_t channel, int32_t x, int32_t y,
+                        int32_t rows, int32_t columns, int32_t stride, uint32_t opacity, const PaintRecord* record) {
+  PaintT16x4(p1, p0, p2, p3, channel, x, y, rows, columns, stride, opacity, record);
+}
+
+TEST(PaintChecks, RejectFaultyRoutines) {
+  ReferenceHost host;
+  start(host);
+  verify::VerifyOptions quick;
+  quick.thorough = false;
+  quick.maxFailures = 1;
+  auto outcome = [&](int slot, HostRoutine candidate) {
+    for (const verify::Check& check : verify::allChecks())
+      if (check.suite == code::pntg && check.slot == slot)
+        return verify::runCheckOn(check, host, host.original(code::pntg, slot), candidate, quick).outcome;
+    return verify::Outcome::NotInstalled;
+  };
+  EXPECT_EQ(outcome(34, reinterpret_cast<HostRoutine>(&s8x3SameChannel)), verify::Outcome::Failed);
+  EXPECT_EQ(outcome(7, reinterpret_cast<HostRoutine>(&r8ThresholdAbove)), verify::Outcome::Failed);
+  EXPECT_EQ(outcome(4, reinterpret_cast<HostRoutine>(&q8DitherFromTheNextRow)), verify::Outcome::Failed);
+  EXPECT_EQ(outcome(89, reinterpret_cast<HostRoutine>(&t16x4PlanesSwapped)), verify::Outcome::Failed);
+  EXPECT_EQ(outcome(34, reinterpret_cast<HostRoutine>(PaintS8x3)), verify::Outcome::Passed);
+}
+
+}  // namespace
