@@ -16,6 +16,7 @@
 
 #include <cstdint>
 #include <span>
+#include <sstream>
 #include <string>
 
 #include "verify/rng.h"
@@ -149,6 +150,10 @@ class Context {
 
   // Records a mismatch; returns false once enough have been seen to stop.
   bool fail(const std::string& what);
+  // Counts one case of a custom check and, when `problem` is not empty, records it
+  // as a mismatch named by the check's label, its seed and `what`. Returns false
+  // once the check should stop.
+  bool judge(const std::string& what, const std::string& problem);
   // True once the check has seen as many mismatches as it reports.
   bool enough() const { return failures_ >= maxFailures_; }
   int failures() const { return failures_; }
@@ -167,6 +172,18 @@ class Context {
   int64_t cases_ = 0;
   std::string first_;
 };
+
+// "a b c": the parts of a case's description, separated by blanks.
+template <typename... T>
+std::string words(const T&... parts) {
+  std::ostringstream out;
+  const char* gap = "";
+  ((out << gap << parts, gap = " "), ...);
+  return out.str();
+}
+
+// "result host H module M" when the two results differ, else empty.
+std::string resultMismatch(uint64_t host, uint64_t module);
 
 // Every check, family by family (checks_<family>.cpp); see registry.cpp.
 std::span<const Check> allChecks();

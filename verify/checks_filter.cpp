@@ -109,21 +109,10 @@ bool runCase(Context& ctx, HostRoutine host, HostRoutine module, const PlaneSpan
   const uint64_t hostResult = run(host, twins.call(0));
   ctx.host().clearLogs();
   const uint64_t moduleResult = run(module, twins.call(1));
-  ctx.countCase();
   std::string problem = twins.difference();
-  if (problem.empty() && hostResult != moduleResult)
-    problem = "result host " + std::to_string(hostResult) + " module " + std::to_string(moduleResult);
+  if (problem.empty()) problem = resultMismatch(hostResult, moduleResult);
   if (problem.empty() && afterModule) problem = afterModule(twins.call(1));
-  if (problem.empty()) return true;
-  ctx.fail(checkLabel(ctx.check()) + " [seed " + std::to_string(ctx.seed()) + "] " + what + ": " + problem);
-  return !ctx.enough();
-}
-
-template <typename... T>
-std::string describe(T... parts) {
-  std::ostringstream out;
-  ((out << parts << ' '), ...);
-  return out.str();
+  return ctx.judge(what, problem);
 }
 
 uintptr_t word(int64_t v) { return static_cast<uintptr_t>(static_cast<intptr_t>(v)); }
@@ -143,7 +132,7 @@ std::string expectCalls(Context& ctx, uint32_t suite, int slot, const std::vecto
   for (std::size_t i = 0; same && i < seen.size(); ++i)
     same = std::equal(std::begin(seen[i].args), std::end(seen[i].args), wanted[i].begin());
   if (same) return {};
-  return describe("host slot", slot, "saw", seen.size(), "calls, expected", wanted.size());
+  return words("host slot", slot, "saw", seen.size(), "calls, expected", wanted.size());
 }
 
 // Widths for region routines: every width up to `narrow`, then the given wide ones.
@@ -170,7 +159,7 @@ void verifyDeviation(Context& ctx, HostRoutine host, HostRoutine module) {
                                 columns, c.stride[0], c.stride[1]);
       return uint64_t(uint32_t(result));
     };
-    return runCase(ctx, host, module, spans, 2, run, describe("rows", rows, "columns", columns), [&](const Call& c) {
+    return runCase(ctx, host, module, spans, 2, run, words("rows", rows, "columns", columns), [&](const Call& c) {
       return expectCalls(ctx, code::core, 0, {{word(c.plane[0]), word(c.plane[1]), word(rows), word(columns)}});
     });
   });
@@ -216,7 +205,7 @@ void verifyWeightedSum(Context& ctx, HostRoutine host, HostRoutine module) {
                               c.stride[0], c.stride[1], block.data());
       return uint64_t{0};
     };
-    return runCase(ctx, host, module, spans, 2, run, describe("rows", rows, "columns", columns, "taps", taps));
+    return runCase(ctx, host, module, spans, 2, run, words("rows", rows, "columns", columns, "taps", taps));
   });
 }
 
@@ -233,7 +222,7 @@ void verifyBoxMean(Context& ctx, HostRoutine host, HostRoutine module) {
                                          rows, columns, c.stride[0], c.stride[1], radius)));
     };
     return runCase(
-        ctx, host, module, spans, 2, run, describe("rows", rows, "columns", columns, "radius", radius),
+        ctx, host, module, spans, 2, run, words("rows", rows, "columns", columns, "radius", radius),
         [&](const Call& c) {
           if (radius < kBoxMeanHostRadius) return expectCalls(ctx, code::filt, 75, {});
           return expectCalls(ctx, code::filt, 75, {{word(c.plane[0]), word(c.plane[1]), word(rows), word(columns)}});
@@ -265,7 +254,7 @@ void verifyDifferenceSum(Context& ctx, HostRoutine host, HostRoutine module) {
       else
         return uint64_t{as<code::filt, 189>(r)(a, b, static_cast<const uint8_t*>(c.plane[2]))};
     };
-    if (!runCase(ctx, host, module, spans, Slot == 188 ? 2 : 3, run, describe("case", i))) return;
+    if (!runCase(ctx, host, module, spans, Slot == 188 ? 2 : 3, run, words("case", i))) return;
   }
 }
 
@@ -292,7 +281,7 @@ void verifyBlockMatrix(Context& ctx, HostRoutine host, HostRoutine module) {
                                                       fourth, fifth, static_cast<float*>(c.plane[1]));
       return uint64_t(uint32_t(written + (r == module ? steps : 0)));
     };
-    const bool ok = runCase(ctx, host, module, spans, 2, run, describe("count", count), [&](const Call& c) {
+    const bool ok = runCase(ctx, host, module, spans, 2, run, words("count", count), [&](const Call& c) {
       // The module's share of the steps, then the host's routine on the rest with
       // k - 1 elements of history; nothing at all below one whole group.
       if (whole <= 0) return expectCalls(ctx, code::filt, Slot, {});
@@ -353,7 +342,7 @@ void verifyRemap(Context& ctx, HostRoutine host, HostRoutine module) {
       return uint64_t{0};
     };
     return runCase(ctx, host, module, spans, 2, run,
-                   describe("rows", rows, "source", sourceWidth, "width", width, "turn", p.turn, "A", p.centre, "S",
+                   words("rows", rows, "source", sourceWidth, "width", width, "turn", p.turn, "A", p.centre, "S",
                             p.scale, "R", p.rowCentre, "M", p.columnCentre, "Q", p.rowScale, "F", p.focal));
   };
   widths(ctx, 90, {300, 1023, 4100}, [&](int32_t rows, int32_t width) {

@@ -29,24 +29,8 @@ constexpr std::size_t kMiB = std::size_t{1} << 20;
 
 // Compares a case's outcome; false when the check should stop.
 bool compare(Context& ctx, const std::string& what, const Twin& twin, uint64_t hostResult, uint64_t moduleResult) {
-  ctx.countCase();
-  std::string problem = twin.difference();
-  if (problem.empty() && hostResult != moduleResult) {
-    std::ostringstream out;
-    out << "result host " << hostResult << " module " << moduleResult;
-    problem = out.str();
-  }
-  if (problem.empty()) return true;
-  ctx.fail(checkLabel(ctx.check()) + " [seed " + std::to_string(ctx.seed()) + "] " + what + ": " + problem);
-  return !ctx.enough();
-}
-
-template <typename... T>
-std::string describe(const char* first, T... rest) {
-  std::ostringstream out;
-  out << first;
-  ((out << ' ' << rest), ...);
-  return out.str();
+  const std::string problem = twin.difference();
+  return ctx.judge(what, problem.empty() ? resultMismatch(hostResult, moduleResult) : problem);
 }
 
 // Where a block's rows lie in an arena: the first row's offset and the bytes spanned.
@@ -96,7 +80,7 @@ bool copyCase(Context& ctx, CopyFn host, CopyFn module, std::size_t arena, std::
   host(twin.host(static_cast<std::ptrdiff_t>(from)), twin.host(static_cast<std::ptrdiff_t>(to)), count);
   module(twin.module(static_cast<std::ptrdiff_t>(from)), twin.module(static_cast<std::ptrdiff_t>(to)), count);
   return compare(ctx,
-                 describe("count", count, "source at", from, "destination at", to, "arena", arena,
+                 words("count", count, "source at", from, "destination at", to, "arena", arena,
                           placementName(placement)),
                  twin, 0, 0);
 }
@@ -191,7 +175,7 @@ bool copyBlockCase(Context& ctx, CopyBlockFn host, CopyBlockFn module, int32_t r
   host(twin.host(sOff), twin.host(dOff), rows, width, sourceStep, destinationStep);
   module(twin.module(sOff), twin.module(dOff), rows, width, sourceStep, destinationStep);
   return compare(ctx,
-                 describe("rows", rows, "width", width, "source step", sourceStep, "destination step",
+                 words("rows", rows, "width", width, "source step", sourceStep, "destination step",
                           destinationStep, "source at", s.firstRow, "destination at", d.firstRow,
                           placementName(placement)),
                  twin, 0, 0);
@@ -263,7 +247,7 @@ bool fillCase(Context& ctx, FillFn<T> host, FillFn<T> module, std::size_t offset
   Twin twin(ctx.rng(), offset + bytes + (placement == Placement::Heap ? 64 : 0), placement);
   host(twin.host(static_cast<std::ptrdiff_t>(offset)), count, value);
   module(twin.module(static_cast<std::ptrdiff_t>(offset)), count, value);
-  return compare(ctx, describe("count", count, "at", offset, "value", uint64_t{value}, placementName(placement)), twin, 0,
+  return compare(ctx, words("count", count, "at", offset, "value", uint64_t{value}, placementName(placement)), twin, 0,
                  0);
 }
 
@@ -297,7 +281,7 @@ bool fillBlockCase(Context& ctx, FillBlockFn<T> host, FillBlockFn<T> module, int
   host(twin.host(at), rows, width, step, value);
   module(twin.module(at), rows, width, step, value);
   return compare(ctx,
-                 describe("rows", rows, "width", width, "step", step, "at", b.firstRow, "value", uint64_t{value},
+                 words("rows", rows, "width", width, "step", step, "at", b.firstRow, "value", uint64_t{value},
                           placementName(placement)),
                  twin, 0, 0);
 }
@@ -396,13 +380,10 @@ bool testCase(Context& ctx, Twin& twin, std::ptrdiff_t at, bool notifies, const 
                                  [](const refhost::CallRecord& a, const refhost::CallRecord& b) {
                                    return std::memcmp(a.args, b.args, sizeof a.args) == 0;
                                  });
-    if (!same || hostCalls.size() != 1) {
-      ctx.countCase();
-      ctx.fail(checkLabel(ctx.check()) + " [seed " + std::to_string(ctx.seed()) + "] " + what + ": 'core' slot 0 calls " +
-               std::to_string(hostCalls.size()) + " by the host, " + std::to_string(moduleCalls.size()) +
-               " by the module" + (hostCalls.size() == moduleCalls.size() ? ", with other arguments" : ""));
-      return !ctx.enough();
-    }
+    if (!same || hostCalls.size() != 1)
+      return ctx.judge(what, "'core' slot 0 calls " + std::to_string(hostCalls.size()) + " by the host, " +
+                                 std::to_string(moduleCalls.size()) + " by the module" +
+                                 (hostCalls.size() == moduleCalls.size() ? ", with other arguments" : ""));
   }
   return compare(ctx, what, twin, h, m);
 }
@@ -462,7 +443,7 @@ bool blockTestCase(Context& ctx, HostRoutine host, HostRoutine module, int32_t r
   const std::size_t resultAt = layout.resultAt;
   const bool notifies = Kind == TestKind::WordsUniformValue || Kind == TestKind::WordsEqual;
   return testCase(ctx, twin, at, notifies,
-                  describe("rows", rows, "width", width, "step", step, "at", probe.firstRow, "value", uint64_t{value},
+                  words("rows", rows, "width", width, "step", step, "at", probe.firstRow, "value", uint64_t{value},
                            "differing element", differing, withResultByte ? "with result byte" : "",
                            placementName(placement)),
                   [&](bool hostSide, Byte* address) {
@@ -530,7 +511,7 @@ void verifyBytesAllEqual(Context& ctx, HostRoutine hostRoutine, HostRoutine modu
     const uint64_t h = host(twin.host(at), count, value);
     const uint64_t m = module(twin.module(at), count, value);
     return compare(ctx,
-                   describe("count", count, "at", offset, "value", int{value}, "differing byte", differing,
+                   words("count", count, "at", offset, "value", int{value}, "differing byte", differing,
                             placementName(placement)),
                    twin, h, m);
   };
@@ -588,7 +569,7 @@ void verifyByteBounds(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleR
     std::ostringstream planted;
     for (int64_t p : plants) planted << ' ' << p;
     return compare(ctx,
-                   describe("rows", rows, "width", width, "step", step, "value", int{value}, "differing elements",
+                   words("rows", rows, "width", width, "step", step, "value", int{value}, "differing elements",
                             planted.str(), nullResult ? "null result" : "", placementName(placement)),
                    twin, 0, 0);
   };

@@ -25,13 +25,6 @@ using EstimateFn = SlotFn<code::path, 46>;
 
 constexpr Placement kPlacements[] = {Placement::Heap, Placement::GuardPageAfter, Placement::GuardPageBefore};
 
-bool report(Context& ctx, const std::string& problem) {
-  ctx.countCase();
-  if (problem.empty()) return true;
-  ctx.fail(checkLabel(ctx.check()) + " [seed " + std::to_string(ctx.seed()) + "] " + problem);
-  return !ctx.enough();
-}
-
 // Both routines run with the settings the host's debug answers give, which are
 // the ones the installed build was chosen and set up by.
 void verifyFillArray(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRoutine) {
@@ -41,7 +34,7 @@ void verifyFillArray(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRo
   const int cases = ctx.thorough() ? 3000 : 600;
   for (int i = 0; i < cases; ++i) {
     const FillArrayCase c = drawFillArray(ctx.rng(), settings);
-    if (!report(ctx, compareFillArray(c, host, module, ctx.host(), kPlacements[i % 3]))) return;
+    if (!ctx.judge("fill array", compareFillArray(c, host, module, ctx.host(), kPlacements[i % 3]))) return;
   }
 }
 
@@ -80,11 +73,9 @@ void verifyRowCrossings(Context& ctx, HostRoutine hostRoutine, HostRoutine modul
     const auto closed = static_cast<uint8_t>(rng.chance(3) ? 0 : rng.chance(2) ? 1 : 0x80);
     const int32_t h = host(first, last, knots.pointers.data(), count, closed);
     const int32_t m = module(first, last, knots.pointers.data(), count, closed);
-    std::ostringstream out;
-    if (h != m)
-      out << "rows " << first << ".." << last << ", " << count << " knots, closed " << int{closed} << ": host " << h
-          << " module " << m;
-    if (!report(ctx, out.str())) return;
+    if (!ctx.judge(words("rows", first, "to", last, "knots", count, "closed", int{closed}),
+                   resultMismatch(static_cast<uint32_t>(h), static_cast<uint32_t>(m))))
+      return;
   }
 }
 

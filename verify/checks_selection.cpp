@@ -41,15 +41,10 @@ constexpr PlaneShape kShapeSpread = [] {
 // Both sides' outcome; false when the check should stop.
 bool compare(Context& ctx, const std::string& what, std::initializer_list<const Twin*> twins, uint64_t hostResult,
              uint64_t moduleResult) {
-  ctx.countCase();
   std::string problem;
   for (const Twin* twin : twins)
     if (problem.empty()) problem = twin->difference();
-  if (problem.empty() && hostResult != moduleResult)
-    problem = "result host " + std::to_string(hostResult) + " module " + std::to_string(moduleResult);
-  if (problem.empty()) return true;
-  ctx.fail(checkLabel(ctx.check()) + " [seed " + std::to_string(ctx.seed()) + "] " + what + ": " + problem);
-  return !ctx.enough();
+  return ctx.judge(what, problem.empty() ? resultMismatch(hostResult, moduleResult) : problem);
 }
 
 Placement drawPlacement(Rng& rng) { return rng.chance(8) ? kGuardPages[rng.below(2)] : Placement::Heap; }

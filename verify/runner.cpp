@@ -16,6 +16,18 @@ bool Context::fail(const std::string& what) {
   return !enough();
 }
 
+bool Context::judge(const std::string& what, const std::string& problem) {
+  countCase();
+  if (problem.empty()) return true;
+  fail(checkLabel(check_) + " [seed " + std::to_string(seed_) + "] " + what + ": " + problem);
+  return !enough();
+}
+
+std::string resultMismatch(uint64_t host, uint64_t module) {
+  if (host == module) return {};
+  return "result host " + std::to_string(host) + " module " + std::to_string(module);
+}
+
 uint64_t checkSeed(uint64_t seed, const Check& check) {
   uint64_t x = seed ^ (uint64_t{check.suite} << 20) ^ static_cast<uint64_t>(check.slot);
   x = (x ^ (x >> 33)) * 0xFF51AFD7ED558CCDULL;
