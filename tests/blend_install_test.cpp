@@ -9,35 +9,15 @@
 #include "blend/blend8.h"
 #include "host/install.h"
 #include "host/module_state.h"
+#include "tests/install_recorder.h"
 
 using namespace tarnell;
 
 namespace {
 
-struct Write {
-  int slot;
-  HostRoutine routine;
-};
+using installs::Installed;
 
-struct Recorder {
-  std::vector<Write> writes;
-  std::vector<int> slots() const {
-    std::vector<int> s;
-    for (const Write& w : writes) s.push_back(w.slot);
-    return s;
-  }
-  static void observe(void* context, int slot, HostRoutine routine) {
-    static_cast<Recorder*>(context)->writes.push_back({slot, routine});
-  }
-};
-
-Recorder install(const CpuFeatureFlags& flags, std::vector<HostRoutine>* tableOut = nullptr) {
-  std::vector<HostRoutine> table(kSuites[kBlnd].slotCount, nullptr);
-  Recorder r;
-  installBlend(SuiteWriter<code::blnd>(table.data(), &Recorder::observe, &r), flags);
-  if (tableOut != nullptr) *tableOut = table;
-  return r;
-}
+Installed install(const CpuFeatureFlags& flags) { return installs::recordInstall<code::blnd>(&installBlend, flags); }
 
 CpuFeatureFlags flagsWith(bool sse, bool sseSecond, bool sse2) {
   CpuFeatureFlags f{};
@@ -63,40 +43,39 @@ std::vector<int> concat(std::vector<int> a, const std::vector<int>& b) {
 }
 
 TEST(BlendInstall, NothingWithoutTheGatingFlags) {
-  EXPECT_TRUE(install(flagsWith(false, false, false)).writes.empty());
+  EXPECT_TRUE(install(flagsWith(false, false, false)).order.empty());
   // The first SSE flag is the start-up's (flush-to-zero); this suite reads the second.
-  EXPECT_TRUE(install(flagsWith(true, false, false)).writes.empty());
+  EXPECT_TRUE(install(flagsWith(true, false, false)).order.empty());
   CpuFeatureFlags wide = flagsWith(false, false, false);
   wide.sse3 = wide.ssse3 = wide.sse41 = wide.avx = wide.avx2 = 1;
-  EXPECT_TRUE(install(wide).writes.empty());
+  EXPECT_TRUE(install(wide).order.empty());
 }
 
 TEST(BlendInstall, SseGroupAloneInItsOrder) {
-  EXPECT_EQ(install(flagsWith(true, true, false)).slots(), kSseGroup);
-  EXPECT_EQ(install(flagsWith(false, true, false)).slots(), kSseGroup);
+  EXPECT_EQ(install(flagsWith(true, true, false)).order, kSseGroup);
+  EXPECT_EQ(install(flagsWith(false, true, false)).order, kSseGroup);
 }
 
 TEST(BlendInstall, Sse2GroupFollowsTheSseGroup) {
-  EXPECT_EQ(install(flagsWith(true, true, true)).slots(), concat(kSseGroup, kSse2Group));
-  EXPECT_EQ(install(flagsWith(false, false, true)).slots(), kSse2Group);
+  EXPECT_EQ(install(flagsWith(true, true, true)).order, concat(kSseGroup, kSse2Group));
+  EXPECT_EQ(install(flagsWith(false, false, true)).order, kSse2Group);
   // Nothing more for wider instruction sets: the SSE2 routines serve them.
   CpuFeatureFlags all = flagsWith(true, true, true);
   all.sse3 = all.ssse3 = all.sse41 = all.avx = all.avx2 = 1;
-  EXPECT_EQ(install(all).slots(), concat(kSseGroup, kSse2Group));
+  EXPECT_EQ(install(all).order, concat(kSseGroup, kSse2Group));
 }
 
 TEST(BlendInstall, EachSlotOnceAndNothingElse) {
-  std::vector<HostRoutine> table;
-  const Recorder r = install(flagsWith(true, true, true), &table);
-  std::vector<int> slots = r.slots();
+  const Installed r = install(flagsWith(true, true, true));
+  std::vector<int> slots = r.order;
   std::sort(slots.begin(), slots.end());
   EXPECT_EQ(std::adjacent_find(slots.begin(), slots.end()), slots.end());
   EXPECT_EQ(slots.size(), kSseGroup.size() + kSse2Group.size());
   EXPECT_EQ(kSse2Group.size(), 44u);
-  EXPECT_EQ(table[290], nullptr);
-  for (const Write& w : r.writes) {
-    EXPECT_NE(w.routine, nullptr) << w.slot;
-    EXPECT_EQ(table[static_cast<std::size_t>(w.slot)], w.routine) << w.slot;
+  EXPECT_EQ(r.at(290), nullptr);
+  for (std::size_t i = 0; i < r.order.size(); ++i) {
+    EXPECT_NE(r.routines[i], nullptr) << r.order[i];
+    EXPECT_EQ(r.at(r.order[i]), r.routines[i]) << r.order[i];
   }
 }
 
@@ -106,10 +85,9 @@ TEST(BlendInstall, ForwardedSlotsReachTheSavedHostRoutine) {
   static int calledSlot = -1;
   static const uint8_t* seenSource = nullptr;
   static int32_t seenColumns = 0;
-  std::vector<HostRoutine> table;
-  const Recorder r = install(flagsWith(false, false, true), &table);
+  const Installed r = install(flagsWith(false, false, true));
   std::vector<blend8::Forwarder> forwarders;
-  for (int slot : kForwardedInGroup) forwarders.push_back({slot, table[static_cast<std::size_t>(slot)]});
+  for (int slot : kForwardedInGroup) forwarders.push_back({slot, r.at(slot)});
   const blend8::ForwarderList fallbacks = blend8::blendForwarders();
   std::vector<int> fallbackSlots;
   for (int i = 0; i < fallbacks.count; ++i) {

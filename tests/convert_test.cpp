@@ -21,6 +21,7 @@
 #include "convert/noise_table.h"
 #include "host/install.h"
 #include "host/module_state.h"
+#include "tests/install_recorder.h"
 #include "refhost/refhost.h"
 
 extern "C" int32_t PluginMain(int16_t selector, tarnell::HostInfo* hostInfo, intptr_t data, int16_t* result);
@@ -68,36 +69,24 @@ float floatAt(const unsigned char* p, std::size_t i) {
 
 // ------------------------------------------------------------------ installers
 
-struct Writes {
-  std::vector<int> slots;
-  static void observe(void* context, int slot, HostRoutine) { static_cast<Writes*>(context)->slots.push_back(slot); }
-};
-
-template <typename Fn>
-HostRoutine routine(Fn* fn) {
-  return reinterpret_cast<HostRoutine>(fn);
-}
+using installs::erase;
 
 TEST(ConvertInstall, SlotNineteenFirstThenTheSse2ConversionsAndTheNoiseHook) {
   for (uint32_t sse2 : {0u, 1u}) {
     SCOPED_TRACE(sse2 ? "SSE2" : "no SSE2");
     CpuFeatureFlags flags{1, 1, 1, sse2, sse2, sse2, sse2, sse2, sse2, 0};
-    std::vector<HostRoutine> table(kSuites[kConv].slotCount, nullptr);
-    Writes w;
-    installConvert(SuiteWriter<code::conv>(table.data(), &Writes::observe, &w), flags);
-    EXPECT_EQ(w.slots, sse2 ? (std::vector<int>{19, 16, 17, 18, 58}) : (std::vector<int>{19}));
-    EXPECT_EQ(table[19], routine(&rescale16));
-    const std::pair<int, HostRoutine> sse2Slots[] = {{16, routine(&convert16To8Planar3)},
-                                                     {17, routine(&convert16To8)},
-                                                     {18, routine(&convert8To16)},
-                                                     {58, routine(&convertFloatTo8)}};
-    for (const auto& [slot, fn] : sse2Slots) EXPECT_EQ(table[static_cast<std::size_t>(slot)], sse2 ? fn : nullptr);
+    const installs::Installed w = installs::recordInstall<code::conv>(&installConvert, flags);
+    EXPECT_EQ(w.order, sse2 ? (std::vector<int>{19, 16, 17, 18, 58}) : (std::vector<int>{19}));
+    EXPECT_EQ(w.at(19), erase(&rescale16));
+    const std::pair<int, HostRoutine> sse2Slots[] = {{16, erase(&convert16To8Planar3)},
+                                                     {17, erase(&convert16To8)},
+                                                     {18, erase(&convert8To16)},
+                                                     {58, erase(&convertFloatTo8)}};
+    for (const auto& [slot, fn] : sse2Slots) EXPECT_EQ(w.at(slot), sse2 ? fn : nullptr);
   }
-  std::vector<HostRoutine> core(kSuites[kCore].slotCount, nullptr);
-  Writes w;
-  installNoiseHookInto(SuiteWriter<code::core>(core.data(), &Writes::observe, &w));
-  EXPECT_EQ(w.slots, std::vector<int>{3});
-  EXPECT_EQ(core[3], routine(&registerNoiseTable));
+  const installs::Installed w = installs::recordInstall<code::core>(&installNoiseHookInto);
+  EXPECT_EQ(w.order, std::vector<int>{3});
+  EXPECT_EQ(w.at(3), erase(&registerNoiseTable));
 }
 
 // ------------------------------------------------------------------ noise hook
@@ -458,8 +447,8 @@ TEST(ConvertFallbacks, OnlyOtherRangePairsAndDitheredFloatsReachTheHostWithEvery
   HostRoutine& saved19 = tarnell_saved_tables[kConv][19];
   HostRoutine& saved58 = tarnell_saved_tables[kConv][58];
   const HostRoutine before19 = saved19, before58 = saved58;
-  saved19 = routine(&record<uint16_t*, uint32_t, uint32_t, int32_t, int32_t, int32_t>);
-  saved58 = routine(&record<const float*, uint8_t*, int32_t, int32_t, int32_t, int32_t, uint8_t>);
+  saved19 = erase(&record<uint16_t*, uint32_t, uint32_t, int32_t, int32_t, int32_t>);
+  saved58 = erase(&record<const float*, uint8_t*, int32_t, int32_t, int32_t, int32_t, uint8_t>);
   g_calls = 0;
 
   uint16_t data[4] = {1, 2, 3, 4};

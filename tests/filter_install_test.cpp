@@ -8,15 +8,13 @@
 #include "filter/filter.h"
 #include "host/install.h"
 #include "host/module_state.h"
+#include "tests/install_recorder.h"
 
 using namespace tarnell;
 
 namespace {
 
-struct Installed {
-  std::vector<int> order;
-  std::vector<HostRoutine> table;
-};
+using installs::Installed;
 
 Installed install(bool sse, bool sse2, bool sse41) {
   CpuFeatureFlags f{};
@@ -25,14 +23,7 @@ Installed install(bool sse, bool sse2, bool sse41) {
   f.sse2 = sse2;
   f.sse3 = f.ssse3 = sse2 && sse41;
   f.sse41 = sse41;
-  Installed out;
-  out.table.assign(static_cast<std::size_t>(kSuites[kFilt].slotCount), nullptr);
-  installFilter(
-      SuiteWriter<code::filt>(
-          out.table.data(),
-          [](void* context, int slot, HostRoutine) { static_cast<Installed*>(context)->order.push_back(slot); }, &out),
-      f);
-  return out;
+  return installs::recordInstall<code::filt>(&installFilter, f);
 }
 
 const std::vector<int> kSse2Group = {28, 31, 75, 74, 106, 189, 188, 191, 192, 193, 194, 195, 197};
@@ -60,7 +51,7 @@ TEST(FilterInstall, WritesInTheGroupsOrderUnderEachFlag) {
 TEST(FilterInstall, EachSlotGetsItsRoutine) {
   using namespace filter;
   const Installed all = install(true, true, true);
-  auto at = [&](int slot) { return all.table[static_cast<std::size_t>(slot)]; };
+  auto at = [&](int slot) { return all.at(slot); };
   auto erase = [](auto* fn) { return reinterpret_cast<HostRoutine>(fn); };
   EXPECT_EQ(at(12), erase(&localDeviation3x3));
   EXPECT_EQ(at(28), erase(&filterSlot28));
@@ -99,7 +90,7 @@ TEST(FilterInstall, ForwardedSlotsReachTheHostsRoutine) {
       return 7;
     });
     seenSlot = -1;
-    const int result = reinterpret_cast<Fn*>(all.table[static_cast<std::size_t>(slot)])(uintptr_t{0xABCDEF} +
+    const int result = reinterpret_cast<Fn*>(all.at(slot))(uintptr_t{0xABCDEF} +
                                                                                         static_cast<uintptr_t>(slot));
     saved = keep;
     EXPECT_EQ(result, 7);

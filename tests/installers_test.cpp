@@ -5,19 +5,11 @@
 #include <vector>
 
 #include "host/install.h"
+#include "tests/install_recorder.h"
 
 using namespace tarnell;
 
 namespace {
-
-struct Writes {
-  std::vector<int> slots;
-  std::vector<HostRoutine> routines;
-  static void observe(void* context, int slot, HostRoutine routine) {
-    static_cast<Writes*>(context)->slots.push_back(slot);
-    static_cast<Writes*>(context)->routines.push_back(routine);
-  }
-};
 
 std::vector<CpuFeatureFlags> everyFlagSet() {
   std::vector<CpuFeatureFlags> sets;
@@ -39,12 +31,10 @@ template <uint32_t Suite>
 void expectSlotsInRange(void (*install)(const SuiteWriter<Suite>&, const CpuFeatureFlags&)) {
   const int count = kSuites[suiteIndexOf(Suite)].slotCount;
   for (const CpuFeatureFlags& f : everyFlagSet()) {
-    std::vector<HostRoutine> table(static_cast<std::size_t>(count), nullptr);
-    Writes w;
-    install(SuiteWriter<Suite>(table.data(), &Writes::observe, &w), f);
-    for (std::size_t i = 0; i < w.slots.size(); ++i) {
-      EXPECT_TRUE(w.slots[i] >= 0 && w.slots[i] < count) << kSuites[suiteIndexOf(Suite)].name << ' ' << w.slots[i];
-      EXPECT_NE(w.routines[i], nullptr) << kSuites[suiteIndexOf(Suite)].name << ' ' << w.slots[i];
+    const installs::Installed w = installs::recordInstall<Suite>(install, f);
+    for (std::size_t i = 0; i < w.order.size(); ++i) {
+      EXPECT_TRUE(w.order[i] >= 0 && w.order[i] < count) << kSuites[suiteIndexOf(Suite)].name << ' ' << w.order[i];
+      EXPECT_NE(w.routines[i], nullptr) << kSuites[suiteIndexOf(Suite)].name << ' ' << w.order[i];
     }
   }
 }
@@ -60,16 +50,16 @@ TEST(Installers, EverySuiteWritesOnlyCopiedSlotsAndNoNullRoutine) {
 }
 
 TEST(Installers, WriterRecordsEveryWriteInOrder) {
-  std::vector<HostRoutine> table(8, nullptr);
-  Writes w;
-  SuiteWriter<code::core> writer(table.data(), &Writes::observe, &w);
-  auto a = reinterpret_cast<HostRoutine>(&Writes::observe);
-  writer.write(5, a);
-  writer.write(2, a);
-  writer.write(5, nullptr);
-  EXPECT_EQ(w.slots, (std::vector<int>{5, 2, 5}));
-  EXPECT_EQ(table[2], a);
-  EXPECT_EQ(table[5], nullptr);
+  const auto a = reinterpret_cast<HostRoutine>(&everyFlagSet);
+  const installs::Installed w = installs::recordInstall<code::core>([&](const SuiteWriter<code::core>& writer) {
+    writer.write(5, a);
+    writer.write(2, a);
+    writer.write(5, nullptr);
+  });
+  EXPECT_EQ(w.order, (std::vector<int>{5, 2, 5}));
+  EXPECT_EQ(w.routines, (std::vector<HostRoutine>{a, a, nullptr}));
+  EXPECT_EQ(w.at(2), a);
+  EXPECT_EQ(w.at(5), nullptr);
 }
 
 }  // namespace

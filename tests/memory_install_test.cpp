@@ -8,36 +8,20 @@
 #include "host/install.h"
 #include "host/module_state.h"
 #include "memory/memory_routines.h"
+#include "tests/install_recorder.h"
 
 using namespace tarnell;
 
 namespace {
 
-struct Writes {
-  std::vector<int> slots;
-  static void observe(void* context, int slot, HostRoutine) { static_cast<Writes*>(context)->slots.push_back(slot); }
-};
-
-struct Installed {
-  std::vector<int> order;
-  std::vector<HostRoutine> table;
-};
+using installs::erase;
+using installs::Installed;
 
 Installed install(bool sse2, bool ssse3, bool sse41, bool avx) {
   CpuFeatureFlags f{};
   f.mmx = f.sse = f.sseSecond = 1;
   f.sse2 = sse2, f.ssse3 = ssse3, f.sse41 = sse41, f.avx = avx, f.avx2 = avx;
-  Installed out;
-  out.table.assign(static_cast<std::size_t>(kSuites[kMemo].slotCount), nullptr);
-  Writes w;
-  installMemory(SuiteWriter<code::memo>(out.table.data(), &Writes::observe, &w), f);
-  out.order = w.slots;
-  return out;
-}
-
-template <typename Fn>
-HostRoutine erase(Fn* fn) {
-  return reinterpret_cast<HostRoutine>(fn);
+  return installs::recordInstall<code::memo>(&installMemory, f);
 }
 
 const std::vector<int> kSse2Tier = {0, 1, 3, 4, 11, 17, 18, 65, 66, 67, 83, 102, 136};

@@ -7,16 +7,12 @@
 
 #include "host/install.h"
 #include "host/module_state.h"
+#include "tests/install_recorder.h"
 #include "paint/paint.h"
 
 using namespace tarnell;
 
 namespace {
-
-struct Recorder {
-  std::vector<int> slots;
-  static void observe(void* context, int slot, HostRoutine) { static_cast<Recorder*>(context)->slots.push_back(slot); }
-};
 
 CpuFeatureFlags withSse2(bool sse2, bool wider) {
   CpuFeatureFlags f{};
@@ -27,11 +23,9 @@ CpuFeatureFlags withSse2(bool sse2, bool wider) {
 }
 
 std::vector<int> installed(const CpuFeatureFlags& flags, std::vector<HostRoutine>* tableOut = nullptr) {
-  std::vector<HostRoutine> table(kSuites[kPntg].slotCount, nullptr);
-  Recorder r;
-  installPaint(SuiteWriter<code::pntg>(table.data(), &Recorder::observe, &r), flags);
-  if (tableOut != nullptr) *tableOut = table;
-  return r.slots;
+  installs::Installed r = installs::recordInstall<code::pntg>(&installPaint, flags);
+  if (tableOut != nullptr) *tableOut = r.table;
+  return r.order;
 }
 
 const std::vector<int> kOrder = {10, 28, 29, 61, 62, 63, 4,  26, 27, 55, 56, 57, 5,  81, 7,  24, 25, 58, 59,

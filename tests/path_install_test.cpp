@@ -10,6 +10,7 @@
 #include "host/module_state.h"
 #include "pathfill/fill_array.h"
 #include "refhost/refhost.h"
+#include "tests/install_recorder.h"
 
 extern "C" int32_t PluginMain(int16_t selector, tarnell::HostInfo* hostInfo, intptr_t data, int16_t* result);
 
@@ -29,11 +30,6 @@ struct Installed {
   uint32_t guard = 0xEEEEEEEE;
 };
 
-struct Writes {
-  std::vector<int> slots;
-  static void observe(void* context, int slot, HostRoutine) { static_cast<Writes*>(context)->slots.push_back(slot); }
-};
-
 // Runs the installer against the host's live 'core' table (its query and report
 // services), writing into a scratch 'path' table. queryOverride replaces the
 // host's slot 5 for hosts that answer in ways the reference host does not.
@@ -48,11 +44,11 @@ Installed install(GestaltAnswer debug, GestaltAnswer guard, HostRoutine queryOve
   pathfill::pathDebugEnabled = 0xEE;
   pathfill::pathDebugGuard = 0xEEEEEEEE;
   Installed out;
-  out.table.assign(static_cast<std::size_t>(kSuites[kPath].slotCount), nullptr);
-  Writes w;
-  installPath(SuiteWriter<code::path>(out.table.data(), &Writes::observe, &w), "Tarnell");
+  const installs::Installed w =
+      installs::recordInstall<code::path>([](const SuiteWriter<code::path>& writer) { installPath(writer, "Tarnell"); });
   g_liveTables[kCore] = keep;
-  out.order = w.slots;
+  out.order = w.order;
+  out.table = w.table;
   out.queries = host.queries();
   out.reports = host.diagnostics();
   out.enabled = pathfill::pathDebugEnabled;

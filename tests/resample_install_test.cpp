@@ -8,21 +8,15 @@
 #include "host/install.h"
 #include "host/module_state.h"
 #include "resample/resample_routines.h"
+#include "tests/install_recorder.h"
 
 using namespace tarnell;
 using namespace tarnell::resample;
 
 namespace {
 
-struct Installed {
-  std::vector<int> order;
-  std::vector<HostRoutine> table = std::vector<HostRoutine>(kSuites[kRsmp].slotCount, nullptr);
-  static void observe(void* context, int slot, HostRoutine) { static_cast<Installed*>(context)->order.push_back(slot); }
-  template <int Slot>
-  bool holds(SlotFn<code::rsmp, Slot> routine) const {
-    return table[Slot] == reinterpret_cast<HostRoutine>(routine);
-  }
-};
+using installs::erase;
+using installs::Installed;
 
 Installed install(bool sse, bool sse2, bool sse41) {
   CpuFeatureFlags f{};
@@ -31,9 +25,7 @@ Installed install(bool sse, bool sse2, bool sse41) {
   f.sse2 = sse2;
   f.sse3 = f.ssse3 = sse41;
   f.sse41 = sse41;
-  Installed r;
-  installResample(SuiteWriter<code::rsmp>(r.table.data(), &Installed::observe, &r), f);
-  return r;
+  return installs::recordInstall<code::rsmp>(&installResample, f);
 }
 
 const std::vector<int> kSseStep = {7, 5, 6, 18, 19, 24, 13};
@@ -53,12 +45,12 @@ TEST(ResampleInstall, NothingWithoutSse) {
 TEST(ResampleInstall, SseOnlyGetsTheScalarFiltersAndLeavesTheOthers) {
   const Installed r = install(true, false, false);
   EXPECT_EQ(r.order, kSseStep);
-  EXPECT_TRUE(r.holds<5>(&FilterRowsScalar8));
-  EXPECT_TRUE(r.holds<6>(&FilterColumns8));
-  EXPECT_TRUE(r.holds<18>(&RemapAxis8));
-  EXPECT_TRUE(r.holds<19>(&RemapPlane8));
-  EXPECT_TRUE(r.holds<24>(&BoxReduce8));
-  EXPECT_TRUE(r.holds<13>(&FilterRows16));
+  EXPECT_EQ(r.at(5), erase(&FilterRowsScalar8));
+  EXPECT_EQ(r.at(6), erase(&FilterColumns8));
+  EXPECT_EQ(r.at(18), erase(&RemapAxis8));
+  EXPECT_EQ(r.at(19), erase(&RemapPlane8));
+  EXPECT_EQ(r.at(24), erase(&BoxReduce8));
+  EXPECT_EQ(r.at(13), erase(&FilterRows16));
   EXPECT_NE(r.table[7], nullptr);
   for (std::size_t slot : {3u, 26u, 27u}) EXPECT_EQ(r.table[slot], nullptr) << slot;
 }
@@ -66,18 +58,18 @@ TEST(ResampleInstall, SseOnlyGetsTheScalarFiltersAndLeavesTheOthers) {
 TEST(ResampleInstall, Sse2ReplacesSlots5And6ButNotSlot26) {
   const Installed r = install(true, true, false);
   EXPECT_EQ(r.order, concat(kSseStep, kSse2Step));
-  EXPECT_TRUE(r.holds<5>(&FilterRowsSse2_8));
-  EXPECT_TRUE(r.holds<6>(&FilterColumnsSse2_8));
-  EXPECT_TRUE(r.holds<3>(&BoxAverageRows8));
-  EXPECT_TRUE(r.holds<27>(&FilterColumnsFloat));
+  EXPECT_EQ(r.at(5), erase(&FilterRowsSse2_8));
+  EXPECT_EQ(r.at(6), erase(&FilterColumnsSse2_8));
+  EXPECT_EQ(r.at(3), erase(&BoxAverageRows8));
+  EXPECT_EQ(r.at(27), erase(&FilterColumnsFloat));
   EXPECT_EQ(r.table[26], nullptr);
 }
 
 TEST(ResampleInstall, EverythingAddsTheFloatRowFilterLast) {
   const Installed r = install(true, true, true);
   EXPECT_EQ(r.order, concat(concat(kSseStep, kSse2Step), {26}));
-  EXPECT_TRUE(r.holds<26>(g_resampleSse41.filterRowsFloat));
-  EXPECT_TRUE(r.holds<5>(&FilterRowsSse2_8));
+  EXPECT_EQ(r.at(26), erase(g_resampleSse41.filterRowsFloat));
+  EXPECT_EQ(r.at(5), erase(&FilterRowsSse2_8));
 }
 
 TEST(ResampleInstall, TheStartUpEntryWritesTheLiveTableAndReturns1) {

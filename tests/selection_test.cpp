@@ -10,29 +10,18 @@
 #include "host/module_state.h"
 #include "refhost/refhost.h"
 #include "selection/selection.h"
+#include "tests/install_recorder.h"
 #include "verify/runner.h"
 
 using namespace tarnell;
 
 namespace {
 
-struct Writes {
-  std::vector<int> slots;
-  std::vector<HostRoutine> routines;
-  static void observe(void* context, int slot, HostRoutine routine) {
-    static_cast<Writes*>(context)->slots.push_back(slot);
-    static_cast<Writes*>(context)->routines.push_back(routine);
-  }
-};
-
-Writes install(bool sse2) {
+installs::Installed install(bool sse2) {
   CpuFeatureFlags f{};
   f.mmx = f.sse = f.sseSecond = 1;
   f.sse2 = sse2;
-  std::vector<HostRoutine> table(kSuites[kSele].slotCount, nullptr);
-  Writes w;
-  installSelection(SuiteWriter<code::sele>(table.data(), &Writes::observe, &w), f);
-  return w;
+  return installs::recordInstall<code::sele>(&installSelection, f);
 }
 
 template <int Slot>
@@ -41,16 +30,16 @@ HostRoutine erase(SlotFn<code::sele, Slot> routine) {
 }
 
 TEST(SelectionInstall, WithSse2FiveSlotsInOrderWithTheVectorSpread) {
-  const Writes w = install(true);
-  EXPECT_EQ(w.slots, (std::vector<int>{35, 73, 33, 75, 26}));
+  const installs::Installed w = install(true);
+  EXPECT_EQ(w.order, (std::vector<int>{35, 73, 33, 75, 26}));
   EXPECT_EQ(w.routines[0], erase<35>(&selection::propagateDecaying));
   EXPECT_EQ(w.routines[2], erase<33>(&selection::selectionSlot33));
   EXPECT_EQ(w.routines[4], erase<26>(&selection::spreadMarkVertical));
 }
 
 TEST(SelectionInstall, WithoutSse2OnlyTheBaselineSpread) {
-  const Writes w = install(false);
-  EXPECT_EQ(w.slots, (std::vector<int>{26}));
+  const installs::Installed w = install(false);
+  EXPECT_EQ(w.order, (std::vector<int>{26}));
   EXPECT_EQ(w.routines[0], erase<26>(&selection::spreadMarkVerticalScalar));
 }
 
@@ -62,9 +51,9 @@ int64_t recordSix(int64_t a, int64_t b, int64_t c, int64_t d, int64_t e, int64_t
   return a ^ f;
 }
 TEST(SelectionInstall, SlotsSeventyThreeAndSeventyFiveForwardToTheHost) {
-  const Writes w = install(true);
+  const installs::Installed w = install(true);
   for (std::size_t i : {1u, 3u}) {
-    const int slot = w.slots[i];
+    const int slot = w.order[i];
     HostRoutine saved = tarnell_saved_tables[kSele][slot];
     tarnell_saved_tables[kSele][slot] = reinterpret_cast<HostRoutine>(&recordSix);
     const int64_t r = reinterpret_cast<decltype(&recordSix)>(w.routines[i])(1, -2, 3, -4, 5, 1LL << 40);
