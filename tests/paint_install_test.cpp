@@ -80,11 +80,11 @@ TEST(PaintInstall, StartupStepWritesTheLiveTable) {
   const CpuFeatureFlags savedFlags = g_cpuFeatureFlags;
   g_liveTables[kPntg] = live.data();
   g_cpuFeatureFlags = withSse2(true, false);
-  EXPECT_EQ(installPaintSuite(nullptr), 1);
+  EXPECT_EQ(InstallPaintRoutines(nullptr), 1);
   g_cpuFeatureFlags = withSse2(false, false);
   std::vector<HostRoutine> untouched(live.size(), nullptr);
   g_liveTables[kPntg] = untouched.data();
-  EXPECT_EQ(installPaintSuite(nullptr), 1);
+  EXPECT_EQ(InstallPaintRoutines(nullptr), 1);
   g_liveTables[kPntg] = savedLive;
   g_cpuFeatureFlags = savedFlags;
   EXPECT_EQ(live[4], reinterpret_cast<HostRoutine>(&paint::PaintQ8));

@@ -56,7 +56,7 @@ int32_t installConvertSuite(HostInfo* hostInfo);
 int32_t installEmptyStep(HostInfo* hostInfo);
 int32_t installFilterSuite(HostInfo* hostInfo);
 int32_t installMemorySuite(HostInfo* hostInfo);
-int32_t installPaintSuite(HostInfo* hostInfo);
+int32_t InstallPaintRoutines(HostInfo* hostInfo);
 int32_t InstallResampleRoutines(HostInfo* hostInfo);
 int32_t installSelectionSuite(HostInfo* hostInfo);
 int32_t installPathSuite(HostInfo* hostInfo);

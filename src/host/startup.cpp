@@ -30,7 +30,7 @@ int32_t startup(HostInfo* hostInfo, int16_t* result) {
   installEmptyStep(hostInfo);
   installFilterSuite(hostInfo);
   installMemorySuite(hostInfo);
-  installPaintSuite(hostInfo);
+  InstallPaintRoutines(hostInfo);
   InstallResampleRoutines(hostInfo);
   installSelectionSuite(hostInfo);
   installPathSuite(hostInfo);

@@ -53,7 +53,7 @@ void installPaint(const SuiteWriter<code::pntg>& w, const CpuFeatureFlags& flags
 }
 
 // The start-up step that installs the painting routines.
-int32_t installPaintSuite(HostInfo* /*hostInfo*/) {
+int32_t InstallPaintRoutines(HostInfo* /*hostInfo*/) {
   installPaint(SuiteWriter<code::pntg>(g_liveTables[suiteIndexOf(code::pntg)]), g_cpuFeatureFlags);
   return 1;
 }
