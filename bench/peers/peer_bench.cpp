@@ -1,13 +1,16 @@
 // The module against the libraries users would otherwise reach for (OpenCV and
 // pixman), on the very same planes, single-threaded, at 256x256, 1024x1024 and
-// 4096x4096, with a summary of module / peer throughput per operation at the end.
+// 4096x4096, with a summary of module / peer per operation at the end.
 //
 // The module is loaded from its file and started against the reference host, and
 // its routines are called through the host's live table, as a host calls them.
 //
 // Adding an operation is one entry of operations(): a name, the module's slot, the
 // sample kinds of the source and destination planes, how the module's slot is
-// called on the planes, and one line per peer doing the same work. An entry whose
+// called on the planes, one line per peer doing the same work, and, when the planes
+// are not all n x n one-sample pixels or the routine takes more than planes, a
+// Shape (margin, destination scale, channels, a prepare() for tables and
+// coordinates). The summary compares both sides per output sample. An entry whose
 // slot the module did not replace (a family not built yet, a processor without the
 // tier) is left out.
 #include <benchmark/benchmark.h>
