@@ -340,7 +340,8 @@ void SubtractCoverage16(uint16_t* a, uint16_t* b, int32_t rows, int32_t columns,
   if (rows < 1 || columns < 1) return;
   // With b' = P(32768 - a, b) in every case (a full gives 0, b = 0 gives 0), A
   // becomes full exactly where it was full or a non-zero b was covered away, and
-  // empty everywhere else. B is the alignment reference; A is stored unaligned.
+  // empty everywhere else: where b' = 0, unless b was 0 and a not full. B is the
+  // alignment reference; A is stored unaligned.
   const Vectors v;
   eachRow(rows, [&](Byte* pa, Byte* pb) {
     row<Store::Cached>(
@@ -359,10 +360,10 @@ void SubtractCoverage16(uint16_t* a, uint16_t* b, int32_t rows, int32_t columns,
         },
         [&](int32_t i, auto aligned) {
           const __m128i av = loadu(pa, i), bv = loadd(pb, i, aligned);
-          const __m128i covered = product(complement(v, av), bv);
-          const __m128i emptied = _mm_andnot_si128(_mm_cmpeq_epi16(bv, v.zero), _mm_cmpeq_epi16(covered, v.zero));
-          const __m128i full = _mm_or_si128(_mm_cmpeq_epi16(av, v.full), emptied);
-          _mm_storeu_si128(at(pa, i), _mm_and_si128(full, v.full));
+          const __m128i open = complement(v, av), covered = product(open, bv);
+          // Non-zero where A ends empty: what is left covered, or the opening where b was 0.
+          const __m128i left = _mm_or_si128(covered, _mm_and_si128(_mm_cmpeq_epi16(bv, v.zero), open));
+          _mm_storeu_si128(at(pa, i), _mm_and_si128(_mm_cmpeq_epi16(left, v.zero), v.full));
           return covered;
         },
         pa, pb);
