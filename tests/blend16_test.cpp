@@ -193,6 +193,48 @@ TEST_F(Blend16, ScaleMixAndScreenEnds) {
   }
 }
 
+// The vector products work in 16-bit lanes only (a doubled operand, the mixes as a
+// signed product added to the destination), so they are checked over the whole
+// range of one operand for the other at every power of two, its neighbours and
+// the ends; the mixes over every difference x - d, -32768..32768.
+TEST_F(Blend16, LaneProductsExactOverWholeOperandRange) {
+  std::vector<uint32_t> others = {0, 3, 5, 12345, 20000, 21846, 32766, 32767, 32768};
+  for (uint32_t bit = 1; bit <= F; bit <<= 1)
+    for (uint32_t v : {bit - 1, bit, bit + 1})
+      if (v <= F) others.push_back(v);
+  // 0..32768, rotated so that the ends fall in the vector body, not the scalar tail.
+  Words all(F + 1);
+  for (uint32_t i = 0; i <= F; ++i) all[i] = static_cast<uint16_t>((i + F / 2) % (F + 1));
+  for (uint32_t o : others) {
+    const Words same(all.size(), static_cast<uint16_t>(o));
+    // P(s, d) both ways round: every s against d = o, every d against s = o.
+    const RowCall multiply = [](uint16_t* d, uint16_t* s, uint16_t*, int32_t n) { MultiplySource16(s, d, 1, n, 0, 0); };
+    const Words bySource = runPaths(multiply, same, all, same, "MultiplySource16");
+    const Words byDestination = runPaths(multiply, all, same, same, "MultiplySource16");
+    for (uint32_t i = 0; i <= F; ++i) {
+      ASSERT_EQ(bySource[i], p16(all[i], o)) << "s " << all[i] << " d " << o;
+      ASSERT_EQ(byDestination[i], p16(o, all[i])) << "s " << o << " d " << all[i];
+    }
+    // The mixes with mask o: x - d from 0 to 32768 (d = 0) and from 0 to -32768 (x = 0).
+    const Words zero(all.size(), 0);
+    for (bool rising : {true, false}) {
+      const Words& x = rising ? all : zero;
+      const Words& d = rising ? zero : all;
+      const Words mixed = runPaths([](uint16_t* row, uint16_t* s, uint16_t* m, int32_t n) {
+        MixSourceThroughMask16(s, row, m, 1, n, 0, 0, 0);
+      }, d, x, same, "MixSourceThroughMask16");
+      // With s = 0 the product is 0 too, so d - 0 runs over 0..32768.
+      const Words multiplied = runPaths([](uint16_t* row, uint16_t* s, uint16_t* m, int32_t n) {
+        MultiplySourceThroughMask16(s, row, m, 1, n, 0, 0, 0);
+      }, d, zero, same, "MultiplySourceThroughMask16");
+      for (uint32_t i = 0; i <= F; ++i) {
+        ASSERT_EQ(mixed[i], (x[i] * o + (F - o) * d[i] + 16384) >> 15) << "x " << x[i] << " d " << d[i] << " m " << o;
+        ASSERT_EQ(multiplied[i], ((F - o) * d[i] + 16384) >> 15) << "d " << d[i] << " m " << o;
+      }
+    }
+  }
+}
+
 TEST_F(Blend16, SubtractCoverageBranches) {
   // (a, b) -> (a', b'): a full clears b and stays; a non-zero b is covered by
   // 32768 - a, and a ends empty unless the cover rounded to nothing; b = 0 empties a;

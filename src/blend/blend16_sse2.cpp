@@ -4,10 +4,15 @@
 // >> 15, so no tables are needed. Each row is walked like the 8-bit rows, counted in
 // samples: a scalar head until the destination is 16-byte aligned, eight samples a
 // vector step with aligned loads and stores on the destination only, and a scalar
-// tail with the same arithmetic. A product of two 16-bit lanes is formed from the
-// low and high halves of the 16-bit multiply interleaved into 32-bit lanes; the
-// 32-bit result is rounded, offset by -32768, packed with signed saturation and
-// has its top bit flipped back, which is exact for every result 0..65535.
+// tail with the same arithmetic.
+//
+// The products never leave 16-bit lanes. A product is formed from the high and low
+// halves of the 16-bit multiply of a by the doubled b (2b, saturated to 65535 for
+// b = 32768): the high half is (a b) >> 15 and the top bit of the low half is the
+// rounding bit. The mixes x w + (32768 - w) d are 32768 d + w (x - d), one signed
+// product added to d and rounded once, its high half taken apart as 2h plus the
+// rounding of the low half. Each form gives the scalar formula's result for every
+// input in range (see the helpers below); no unpacking, packing or 32-bit lanes.
 //
 // Planes may start at any byte address: samples are read and written through byte
 // pointers, and a destination row at an odd address (which never reaches a 16-byte
@@ -51,45 +56,54 @@ BLEND16_INLINE uint32_t p16(uint32_t a, uint32_t b) { return (a * b + 16384) >> 
 // ------------------------------------------------------------------ vector
 
 struct Vectors {
-  __m128i zero, full, bias;
-  BLEND16_INLINE Vectors()
-      : zero(load(kVecZero)), full(load(kVecWords8000)),
-        // The rounding bias with the narrowing's offset folded in: (x + 16384 -
-        // 2^30) >> 15, shifted arithmetically, is ((x + 16384) >> 15) - 32768.
-        bias(_mm_sub_epi32(load(kVecDwords4000), _mm_slli_epi32(load(kVecDwords8000), 15))) {}
+  __m128i zero, full;
+  BLEND16_INLINE Vectors() : zero(load(kVecZero)), full(load(kVecWords8000)) {}
   static BLEND16_INLINE __m128i load(ConstantVectorIndex i) {
     return _mm_load_si128(reinterpret_cast<const __m128i*>(g_constantVectors[i].bytes));
   }
 };
 
-// Unsigned 32-bit products of eight 16-bit lane pairs: samples 0..3 and 4..7.
-struct Wide {
-  __m128i lo, hi;
-};
-BLEND16_INLINE Wide mulWide(__m128i a, __m128i b) {
-  const __m128i l = _mm_mullo_epi16(a, b), h = _mm_mulhi_epu16(a, b);
-  return {_mm_unpacklo_epi16(l, h), _mm_unpackhi_epi16(l, h)};
-}
+// The second operand of a product, doubled: 2b for b below 32768, and 65535 (the
+// saturated 65536) for b = 32768.
+BLEND16_INLINE __m128i doubled(__m128i b) { return _mm_adds_epu16(b, b); }
 
-// ((x + 16384) >> 15) - 32768 per lane, packed with signed saturation.
-BLEND16_INLINE __m128i narrowOffset(Wide x, __m128i bias) {
-  return _mm_packs_epi32(_mm_srai_epi32(_mm_add_epi32(x.lo, bias), 15), _mm_srai_epi32(_mm_add_epi32(x.hi, bias), 15));
+// P(a, b) per lane from a and b2 = doubled(b), for a in 0..32768. For b below
+// 32768 the product a 2b fits 32 bits, so its high half is (a b) >> 15 and bit 15
+// of its low half is bit 14 of a b, the rounding bit. For b = 32768 the high half
+// of a 65535 = 65536 a - a is a - 1 (a > 0) and bit 15 of its low half 65536 - a
+// is set, which gives a again (and 0 for a = 0).
+BLEND16_INLINE __m128i productDoubled(__m128i a, __m128i b2) {
+  return _mm_add_epi16(_mm_mulhi_epu16(a, b2), _mm_srli_epi16(_mm_mullo_epi16(a, b2), 15));
 }
-// (x + 16384) >> 15: the offset form with its top bit flipped.
-BLEND16_INLINE __m128i narrow(const Vectors& v, Wide x) { return _mm_xor_si128(narrowOffset(x, v.bias), v.full); }
-// 32768 - ((x + 16384) >> 15): for r = y + 32768 that is -y, so the flip is not needed.
-BLEND16_INLINE __m128i narrowComplement(const Vectors& v, Wide x) {
-  return _mm_sub_epi16(v.zero, narrowOffset(x, v.bias));
-}
+BLEND16_INLINE __m128i product(__m128i a, __m128i b) { return productDoubled(a, doubled(b)); }
 
 // 32768 - x per lane (x in 0..32768).
 BLEND16_INLINE __m128i complement(const Vectors& v, __m128i x) { return _mm_sub_epi16(v.full, x); }
 
-// The mix d' = (x w + (32768 - w) d + 16384) >> 15, the sum formed once in 32 bits
-// (it is at most 2^30) and rounded once.
+// ((y + 16384) >> 15) for y = 65536 h + l, taken apart: 2h + ((l + 16384) >> 15),
+// the last term 0, 1 or 2, formed as the rounded half of l >> 14.
+BLEND16_INLINE __m128i roundedHalves(const Vectors& v, __m128i h, __m128i l) {
+  return _mm_add_epi16(_mm_add_epi16(h, h), _mm_avg_epu16(_mm_srli_epi16(l, 14), v.zero));
+}
+
+// The mix (x w + (32768 - w) d + 16384) >> 15 as one rounding of one sum: the sum is
+// 32768 d + w t with t = x - d, so the result is d + ((w t + 16384) >> 15), shifted
+// arithmetically. t runs -32768..32768 (17 bits), so its sign comes from comparing
+// x and d, not from bit 15; the unsigned high half of w t is then corrected by
+// subtracting w where t is negative.
 BLEND16_INLINE __m128i mix(const Vectors& v, __m128i x, __m128i w, __m128i d) {
-  const Wide p = mulWide(x, w), q = mulWide(complement(v, w), d);
-  return narrow(v, Wide{_mm_add_epi32(p.lo, q.lo), _mm_add_epi32(p.hi, q.hi)});
+  const __m128i t = _mm_sub_epi16(x, d);
+  const __m128i rising = _mm_cmpeq_epi16(_mm_subs_epu16(d, x), v.zero);  // t >= 0
+  const __m128i h = _mm_sub_epi16(_mm_mulhi_epu16(t, w), _mm_andnot_si128(rising, w));
+  return _mm_add_epi16(d, roundedHalves(v, h, _mm_mullo_epi16(t, w)));
+}
+
+// The same mix for x <= d: with u = d - x >= 0, the result is d - ((w u + 16383)
+// >> 15), and the rounding term of a low half l is that of max(l - 1, 0).
+BLEND16_INLINE __m128i mixDown(const Vectors& v, __m128i x, __m128i w, __m128i d) {
+  const __m128i u = _mm_sub_epi16(d, x);
+  const __m128i below = _mm_subs_epu16(_mm_mullo_epi16(u, w), _mm_set1_epi16(1));
+  return _mm_sub_epi16(d, roundedHalves(v, _mm_mulhi_epu16(u, w), below));
 }
 
 BLEND16_INLINE const __m128i* at(const Byte* row, int32_t i) {
@@ -190,7 +204,8 @@ void complementMultiply(const uint16_t* a, const uint16_t* b, uint16_t* destinat
           __m128i x = loadu(pa, i), y = loadu(pb, i);
           if constexpr (CA) x = complement(v, x);
           if constexpr (CB) y = complement(v, y);
-          return CR ? narrowComplement(v, mulWide(x, y)) : narrow(v, mulWide(x, y));
+          const __m128i r = product(x, y);
+          return CR ? complement(v, r) : r;
         },
         pa, pb);
   }, plane(a, aStride), plane(b, bStride), plane(destination, destinationStride));
@@ -212,11 +227,27 @@ void mixThroughMask(const uint16_t* source, uint16_t* destination, const uint16_
         },
         [&](int32_t i, auto aligned) {
           const __m128i dv = loadd(d, i, aligned);
-          const __m128i x = MultiplyFirst ? narrow(v, mulWide(loadu(s, i), dv)) : loadu(s, i);
-          return mix(v, x, loadu(m, i), dv);
+          if constexpr (MultiplyFirst) return mixDown(v, product(loadu(s, i), dv), loadu(m, i), dv);  // P(s, d) <= d
+          else return mix(v, loadu(s, i), loadu(m, i), dv);
         },
         s, d, m);
   }, plane(source, sourceStride), plane(destination, destinationStride), plane(mask, maskStride));
+}
+
+// d' = P(d, k) for any 16-bit k, with the doubled k in every lane. From 32768 up,
+// P(d, k) = d + P(d, k - 32768), as 32768 d is a whole multiple of the divisor; the
+// doubled k - 32768 then fits a lane too, and both forms are exact for any d.
+template <bool FromFull>
+void scale(uint16_t* destination, int32_t rows, int32_t columns, int32_t destinationStride, uint16_t k) {
+  const auto rest = static_cast<uint32_t>(FromFull ? k - kFull : k);
+  const __m128i k2 = _mm_set1_epi16(static_cast<short>(2 * rest));
+  eachRow(rows, [&](Byte* d) {
+    row<Store::Cached>(d, columns, [&](int32_t i) { set(d, i, p16(get(d, i), k)); },
+                       [&](int32_t i, auto aligned) {
+                         const __m128i dv = loadd(d, i, aligned), r = productDoubled(dv, k2);
+                         return FromFull ? _mm_add_epi16(dv, r) : r;
+                       }, d);
+  }, plane(destination, destinationStride));
 }
 
 }  // namespace
@@ -226,12 +257,10 @@ void mixThroughMask(const uint16_t* source, uint16_t* destination, const uint16_
 void ScaleByConstant16(uint16_t* destination, int32_t rows, int32_t columns, int32_t destinationStride, uint16_t k) {
   if (rows < 1 || columns < 1) return;
   // Any k is taken as it is: with samples in 0..32768 the result stays within 16 bits.
-  const Vectors v;
-  const __m128i kv = _mm_set1_epi16(static_cast<short>(k));
-  eachRow(rows, [&](Byte* d) {
-    row<Store::Cached>(d, columns, [&](int32_t i) { set(d, i, p16(get(d, i), k)); },
-                       [&](int32_t i, auto aligned) { return narrow(v, mulWide(loadd(d, i, aligned), kv)); }, d);
-  }, plane(destination, destinationStride));
+  if (k < kFull)
+    scale<false>(destination, rows, columns, destinationStride, k);
+  else
+    scale<true>(destination, rows, columns, destinationStride, k);
 }
 
 void MultiplySource16(const uint16_t* source, uint16_t* destination, int32_t rows, int32_t columns,
@@ -240,7 +269,7 @@ void MultiplySource16(const uint16_t* source, uint16_t* destination, int32_t row
   const Vectors v;
   eachRow(rows, [&](const Byte* s, Byte* d) {
     row<Store::Cached>(d, columns, [&](int32_t i) { set(d, i, p16(get(s, i), get(d, i))); },
-                       [&](int32_t i, auto aligned) { return narrow(v, mulWide(loadu(s, i), loadd(d, i, aligned))); },
+                       [&](int32_t i, auto aligned) { return product(loadu(s, i), loadd(d, i, aligned)); },
                        s, d);
   }, plane(source, sourceStride), plane(destination, destinationStride));
 }
@@ -311,7 +340,8 @@ void SubtractCoverage16(uint16_t* a, uint16_t* b, int32_t rows, int32_t columns,
   if (rows < 1 || columns < 1) return;
   // With b' = P(32768 - a, b) in every case (a full gives 0, b = 0 gives 0), A
   // becomes full exactly where it was full or a non-zero b was covered away, and
-  // empty everywhere else. B is the alignment reference; A is stored unaligned.
+  // empty everywhere else: where b' = 0, unless b was 0 and a not full. B is the
+  // alignment reference; A is stored unaligned.
   const Vectors v;
   eachRow(rows, [&](Byte* pa, Byte* pb) {
     row<Store::Cached>(
@@ -330,10 +360,10 @@ void SubtractCoverage16(uint16_t* a, uint16_t* b, int32_t rows, int32_t columns,
         },
         [&](int32_t i, auto aligned) {
           const __m128i av = loadu(pa, i), bv = loadd(pb, i, aligned);
-          const __m128i covered = narrow(v, mulWide(complement(v, av), bv));
-          const __m128i emptied = _mm_andnot_si128(_mm_cmpeq_epi16(bv, v.zero), _mm_cmpeq_epi16(covered, v.zero));
-          const __m128i full = _mm_or_si128(_mm_cmpeq_epi16(av, v.full), emptied);
-          _mm_storeu_si128(at(pa, i), _mm_and_si128(full, v.full));
+          const __m128i open = complement(v, av), covered = product(open, bv);
+          // Non-zero where A ends empty: what is left covered, or the opening where b was 0.
+          const __m128i left = _mm_or_si128(covered, _mm_and_si128(_mm_cmpeq_epi16(bv, v.zero), open));
+          _mm_storeu_si128(at(pa, i), _mm_and_si128(_mm_cmpeq_epi16(left, v.zero), v.full));
           return covered;
         },
         pa, pb);
@@ -357,8 +387,8 @@ void OrderedCombineInto16(const uint16_t* a, const uint16_t* b, uint16_t* destin
           const __m128i av = loadu(pa, i), bv = loadu(pb, i);
           const __m128i above = _mm_subs_epu16(av, bv);  // a - b where a > b, else 0
           const __m128i lo = _mm_sub_epi16(av, above), hi = _mm_add_epi16(bv, above);
-          const __m128i p = narrow(v, mulWide(lo, hi));
-          return _mm_sub_epi16(lo, narrow(v, mulWide(_mm_sub_epi16(hi, lo), _mm_sub_epi16(lo, p))));
+          const __m128i p = product(lo, hi);
+          return _mm_sub_epi16(lo, product(_mm_sub_epi16(hi, lo), _mm_sub_epi16(lo, p)));
         },
         pa, pb);
   }, plane(a, aStride), plane(b, bStride), plane(destination, destinationStride));
