@@ -221,6 +221,7 @@ void filterRowsGeneral(const typename S::T* source, typename S::T* destination, 
 template <class S, int Taps>
 struct Packing {  // 2, 4 or 8 taps, and 16 of bytes: the kernel's own bytes
   static constexpr int kSlot = Taps * static_cast<int>(sizeof(typename S::T));
+  static constexpr bool kWholeSlots = true;  // a slot is one load: two 8-byte slots load as one register
   static __m128i slot(const typename S::T* p) { return loadBytes<kSlot>(p); }
   // The weights in the slot's sample order, one 16-bit lane each (16 lanes: two registers).
   static void weights(const int16_t* w, __m128i& lo, __m128i& hi) {
@@ -231,6 +232,7 @@ struct Packing {  // 2, 4 or 8 taps, and 16 of bytes: the kernel's own bytes
 template <class S>
 struct Packing<S, 6> {  // samples 0..3, then 2..5
   static constexpr int kSlot = 8 * static_cast<int>(sizeof(typename S::T));
+  static constexpr bool kWholeSlots = false;
   static __m128i slot(const typename S::T* p) {
     const __m128i a = loadBytes<kSlot / 2>(p), b = loadBytes<kSlot / 2>(p + 2);
     return kSlot == 8 ? _mm_unpacklo_epi32(a, b) : _mm_unpacklo_epi64(a, b);
@@ -243,6 +245,7 @@ struct Packing<S, 6> {  // samples 0..3, then 2..5
 template <>
 struct Packing<ByteSamples, 10> {  // samples 0..7, then 6..9
   static constexpr int kSlot = 16;
+  static constexpr bool kWholeSlots = false;
   static __m128i slot(const uint8_t* p) { return _mm_unpacklo_epi64(loadBytes<8>(p), loadBytes<4>(p + 6)); }
   static void weights(const int16_t* w, __m128i& lo, __m128i& hi) {  // w0..w7, then 0, 0, w8, w9, 0...
     lo = loadBytes<16>(w);
@@ -285,6 +288,11 @@ struct PackedGroup {
     } else {
       reg[0] = _mm_unpacklo_epi32(_mm_unpacklo_epi16(s0, s1), _mm_unpacklo_epi16(s2, s3));
     }
+  }
+  // The 8 bytes at p in the low half, the 8 at q in the high half.
+  static __m128 loadPair(const T* p, const T* q) {
+    return _mm_loadh_pi(_mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))),
+                        reinterpret_cast<const __m64*>(q));
   }
   // Lanes 0..3: the sums of four outputs from their registers' multiply-adds.
   static __m128i reduce(const __m128i* acc) {
@@ -336,7 +344,15 @@ struct PackedGroup {
   // The four results of source row s, shifted but not yet clamped.
   __m128i row(const T* s) const {
     __m128i reg[kArray];
-    combine(P::slot(s + at[0]), P::slot(s + at[1]), P::slot(s + at[2]), P::slot(s + at[3]), reg);
+    if constexpr (P::kSlot == 8 && P::kWholeSlots) {
+      // Slots 0|1 and 2|3 load as two registers (the high halves merged by the load
+      // itself); one shuffle each then gathers the first and the second halves.
+      const __m128 a = loadPair(s + at[0], s + at[1]), b = loadPair(s + at[2], s + at[3]);
+      reg[0] = _mm_castps_si128(_mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0)));
+      reg[1] = _mm_castps_si128(_mm_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1)));
+    } else {
+      combine(P::slot(s + at[0]), P::slot(s + at[1]), P::slot(s + at[2]), P::slot(s + at[3]), reg);
+    }
     __m128i acc[kArray];
     for (std::size_t j = 0; j < kArray; ++j) {
       if constexpr (kUnpack)
@@ -366,6 +382,16 @@ void filterRowsFixed(const typename S::T* source, typename S::T* destination, in
     const T* src = rowAt(source, band, sourceStride);
     T* dst = rowAt(destination, band, destinationStride);
     int32_t x = 0;
+    for (; x + 16 <= width; x += 16) {
+      const G a(indices + x, phases + x, weights), b(indices + x + 4, phases + x + 4, weights);
+      const G c(indices + x + 8, phases + x + 8, weights), e(indices + x + 12, phases + x + 12, weights);
+      const T* s = src;
+      T* d = dst + x;
+      for (int32_t r = 0; r < bandRows; ++r, s += sourceStride, d += destinationStride) {
+        S::store8(d, a.row(s), b.row(s));
+        S::store8(d + 8, c.row(s), e.row(s));
+      }
+    }
     for (; x + 8 <= width; x += 8) {
       const G lo(indices + x, phases + x, weights), hi(indices + x + 4, phases + x + 4, weights);
       for (int32_t r = 0; r < bandRows; ++r) {
