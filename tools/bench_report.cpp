@@ -82,7 +82,7 @@ thead th { font-weight: 600; font-size: 12px; color: var(--muted); vertical-alig
 tr.group th { padding-top: 16px; font-size: 15px; border-bottom: 1px solid var(--rule); }
 tr.group th small { font-weight: normal; color: var(--muted); font-size: 13px; margin-left: 8px; }
 tbody tr.row:hover { background: #f6f8fa; }
-.track { position: relative; width: 400px; height: 18px; }
+.track { position: relative; width: 340px; height: 18px; }
 .grid { position: absolute; top: 0; bottom: 0; width: 1px; background: var(--grid); }
 .grid.one { width: 2px; margin-left: -1px; background: #3d444d; }
 .bar { position: absolute; top: 4px; height: 10px; min-width: 2px; border-radius: 2px; }
