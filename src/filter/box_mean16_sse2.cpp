@@ -90,9 +90,7 @@ void boxStrip(const uint16_t* source, uint16_t* destination, int32_t rows, int32
               intptr_t destinationStep, int32_t radius, const BoxMeanDivisor& divisor) {
   const int32_t span = 2 * radius + 1;
   const int32_t width = columns + 2 * radius;
-  const uint32_t half = divisor.half;
   const VectorReciprocal vectorReciprocal(divisor);
-  const __m128i halfs = _mm_set1_epi32(static_cast<int32_t>(half));
 
   // sums[0] is a zero column left of the strip, so that every output, the first
   // included, is the previous box sum plus entering minus leaving column.
@@ -104,7 +102,7 @@ void boxStrip(const uint16_t* source, uint16_t* destination, int32_t rows, int32
 
   for (int32_t r = 0; r < rows; ++r) {
     if (r > 0) addRow(columnSums, left + (r + radius) * sourceStep, left + (r - radius - 1) * sourceStep, width);
-    uint32_t box = 0;  // the box sum left of output 0: its first 2r columns
+    uint32_t box = divisor.half;  // the box sum left of output 0 (its first 2r columns), plus the offset
     for (int32_t i = 0; i < 2 * radius; ++i) box += columnSums[i];
     uint16_t* out = destination + r * destinationStep;
     int32_t x = 0;
@@ -114,13 +112,12 @@ void boxStrip(const uint16_t* source, uint16_t* destination, int32_t rows, int32
       const __m128i b =
           runningSums(_mm_sub_epi32(load(sums + x + 4 + span), load(sums + x + 4)), _mm_shuffle_epi32(a, 0xFF));
       previous = _mm_shuffle_epi32(b, 0xFF);
-      store(out + x, packUnsigned(vectorReciprocal.divide(_mm_add_epi32(a, halfs)),
-                                  vectorReciprocal.divide(_mm_add_epi32(b, halfs))));
+      store(out + x, packUnsigned(vectorReciprocal.divide(a), vectorReciprocal.divide(b)));
     }
     box = static_cast<uint32_t>(_mm_cvtsi128_si32(previous));
     for (; x < columns; ++x) {
       box += sums[x + span] - sums[x];
-      out[x] = static_cast<uint16_t>(divide(divisor, box + half));
+      out[x] = static_cast<uint16_t>(divide(divisor, box));
     }
   }
 }
