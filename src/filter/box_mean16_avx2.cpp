@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "filter/box_mean16_strip.h"
 #include "filter/filter.h"
 
 namespace tarnell::filter {
@@ -18,11 +19,6 @@ inline __m256i load(const void* p) { return _mm256_loadu_si256(static_cast<const
 inline void store(void* p, __m256i v) { _mm256_storeu_si256(static_cast<__m256i*>(p), v); }
 inline __m256i widen(const uint16_t* p) {
   return _mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
-}
-
-inline uint32_t divide(const BoxMeanDivisor& d, uint32_t n) {
-  const auto t = static_cast<uint32_t>((uint64_t{n} * d.m) >> 32);
-  return (t + ((n - t) >> d.s1)) >> d.s2;
 }
 
 // floor(n / d) in eight lanes; s1 is 1 here (the radius-0 copy is the SSE2 kernel's).
@@ -58,50 +54,30 @@ void addRow(uint32_t* sums, const uint16_t* entering, const uint16_t* leaving, i
     for (; i + 8 <= n; i += 8)
       store(sums + i, _mm256_sub_epi32(_mm256_add_epi32(load(sums + i), widen(entering + i)), widen(leaving + i)));
   }
-  for (; i < n; ++i) sums[i] += entering[i] - (leaving != nullptr ? uint32_t{leaving[i]} : 0u);
+  addRowTail(sums, entering, leaving, i, n);
 }
 
-void boxStrip(const uint16_t* source, uint16_t* destination, int32_t rows, int32_t columns, intptr_t sourceStep,
-              intptr_t destinationStep, int32_t radius, const BoxMeanDivisor& divisor) {
-  const int32_t span = 2 * radius + 1;
-  const int32_t width = columns + 2 * radius;
+// One row, sixteen outputs a step.
+void boxRow(const uint32_t* sums, int32_t span, uint16_t* out, int32_t columns, uint32_t box,
+            const BoxMeanDivisor& divisor) {
   const VectorDivisor vectorDivisor(divisor);
-
-  // sums[0] is a zero column left of the strip, so that every output, the first
-  // included, is the previous box sum plus entering minus leaving column.
-  alignas(32) uint32_t sums[kBoxMeanStripColumns + 8];
-  for (int32_t i = 0; i <= width; ++i) sums[i] = 0;
-  uint32_t* columnSums = sums + 1;
-  const uint16_t* left = source - radius;
-  for (int32_t y = -radius; y <= radius; ++y) addRow(columnSums, left + y * sourceStep, nullptr, width);
-
-  for (int32_t r = 0; r < rows; ++r) {
-    if (r > 0) addRow(columnSums, left + (r + radius) * sourceStep, left + (r - radius - 1) * sourceStep, width);
-    uint32_t box = divisor.half;  // the box sum left of output 0 (its first 2r columns), plus the offset
-    for (int32_t i = 0; i < 2 * radius; ++i) box += columnSums[i];
-    uint16_t* out = destination + r * destinationStep;
-    int32_t x = 0;
-    __m256i previous = _mm256_set1_epi32(static_cast<int32_t>(box));
-    for (; x + 16 <= columns; x += 16) {
-      const __m256i a = prefixSum(_mm256_sub_epi32(load(sums + x + span), load(sums + x)));
-      const __m256i b = _mm256_add_epi32(prefixSum(_mm256_sub_epi32(load(sums + x + 8 + span), load(sums + x + 8))),
-                                         lastLane(a));
-      const __m256i qa = vectorDivisor.divide(_mm256_add_epi32(a, previous));
-      const __m256i qb = vectorDivisor.divide(_mm256_add_epi32(b, previous));
-      previous = _mm256_add_epi32(previous, lastLane(b));
-      // The in-lane pack interleaves the halves; the quotients are at most 65535.
-      store(out + x, _mm256_permute4x64_epi64(_mm256_packus_epi32(qa, qb), 0xD8));
-    }
-    box = static_cast<uint32_t>(_mm256_cvtsi256_si32(previous));
-    for (; x < columns; ++x) {
-      box += sums[x + span] - sums[x];
-      out[x] = static_cast<uint16_t>(divide(divisor, box));
-    }
+  int32_t x = 0;
+  __m256i previous = _mm256_set1_epi32(static_cast<int32_t>(box));
+  for (; x + 16 <= columns; x += 16) {
+    const __m256i a = prefixSum(_mm256_sub_epi32(load(sums + x + span), load(sums + x)));
+    const __m256i b =
+        _mm256_add_epi32(prefixSum(_mm256_sub_epi32(load(sums + x + 8 + span), load(sums + x + 8))), lastLane(a));
+    const __m256i qa = vectorDivisor.divide(_mm256_add_epi32(a, previous));
+    const __m256i qb = vectorDivisor.divide(_mm256_add_epi32(b, previous));
+    previous = _mm256_add_epi32(previous, lastLane(b));
+    // The in-lane pack interleaves the halves; the quotients are at most 65535.
+    store(out + x, _mm256_permute4x64_epi64(_mm256_packus_epi32(qa, qb), 0xD8));
   }
+  finishRow(sums, span, out, x, columns, static_cast<uint32_t>(_mm256_cvtsi256_si32(previous)), divisor);
 }
 
 }  // namespace
 
-constinit const BoxMeanAvx2Kernels g_boxMeanAvx2 = {&boxStrip};
+constinit const BoxMeanAvx2Kernels g_boxMeanAvx2 = {&boxStrip<&addRow, &boxRow>};
 
 }  // namespace tarnell::filter

@@ -6,6 +6,7 @@
 // (box_mean16_avx2.cpp) when the processor has it, else the SSE2 one below.
 #include <emmintrin.h>
 
+#include "filter/box_mean16_strip.h"
 #include "filter/filter.h"
 #include "host/cpu_features.h"
 #include "host/module_state.h"
@@ -28,11 +29,6 @@ BoxMeanDivisor divisorOf(uint32_t d) {
   r.s1 = 1;
   r.s2 = l - 1;
   return r;
-}
-
-uint32_t divide(const BoxMeanDivisor& d, uint32_t n) {
-  const auto t = static_cast<uint32_t>((uint64_t{n} * d.m) >> 32);
-  return (t + ((n - t) >> d.s1)) >> d.s2;
 }
 
 struct VectorReciprocal {
@@ -82,44 +78,23 @@ void addRow(uint32_t* sums, const uint16_t* entering, const uint16_t* leaving, i
     store(sums + i, lo);
     store(sums + i + 4, hi);
   }
-  for (; i < n; ++i) sums[i] += entering[i] - (leaving != nullptr ? uint32_t{leaving[i]} : 0u);
+  addRowTail(sums, entering, leaving, i, n);
 }
 
-// One strip: columns + 2 radius <= 8192. Steps are in samples.
-void boxStrip(const uint16_t* source, uint16_t* destination, int32_t rows, int32_t columns, intptr_t sourceStep,
-              intptr_t destinationStep, int32_t radius, const BoxMeanDivisor& divisor) {
-  const int32_t span = 2 * radius + 1;
-  const int32_t width = columns + 2 * radius;
+// One row, four outputs a step (two steps an iteration).
+void boxRow(const uint32_t* sums, int32_t span, uint16_t* out, int32_t columns, uint32_t box,
+            const BoxMeanDivisor& divisor) {
   const VectorReciprocal vectorReciprocal(divisor);
-
-  // sums[0] is a zero column left of the strip, so that every output, the first
-  // included, is the previous box sum plus entering minus leaving column.
-  alignas(16) uint32_t sums[kBoxMeanStripColumns + 8];
-  for (int32_t i = 0; i <= width; ++i) sums[i] = 0;
-  uint32_t* columnSums = sums + 1;
-  const uint16_t* left = source - radius;
-  for (int32_t y = -radius; y <= radius; ++y) addRow(columnSums, left + y * sourceStep, nullptr, width);
-
-  for (int32_t r = 0; r < rows; ++r) {
-    if (r > 0) addRow(columnSums, left + (r + radius) * sourceStep, left + (r - radius - 1) * sourceStep, width);
-    uint32_t box = divisor.half;  // the box sum left of output 0 (its first 2r columns), plus the offset
-    for (int32_t i = 0; i < 2 * radius; ++i) box += columnSums[i];
-    uint16_t* out = destination + r * destinationStep;
-    int32_t x = 0;
-    __m128i previous = _mm_set1_epi32(static_cast<int32_t>(box));
-    for (; x + 8 <= columns; x += 8) {
-      const __m128i a = runningSums(_mm_sub_epi32(load(sums + x + span), load(sums + x)), previous);
-      const __m128i b =
-          runningSums(_mm_sub_epi32(load(sums + x + 4 + span), load(sums + x + 4)), _mm_shuffle_epi32(a, 0xFF));
-      previous = _mm_shuffle_epi32(b, 0xFF);
-      store(out + x, packUnsigned(vectorReciprocal.divide(a), vectorReciprocal.divide(b)));
-    }
-    box = static_cast<uint32_t>(_mm_cvtsi128_si32(previous));
-    for (; x < columns; ++x) {
-      box += sums[x + span] - sums[x];
-      out[x] = static_cast<uint16_t>(divide(divisor, box));
-    }
+  int32_t x = 0;
+  __m128i previous = _mm_set1_epi32(static_cast<int32_t>(box));
+  for (; x + 8 <= columns; x += 8) {
+    const __m128i a = runningSums(_mm_sub_epi32(load(sums + x + span), load(sums + x)), previous);
+    const __m128i b =
+        runningSums(_mm_sub_epi32(load(sums + x + 4 + span), load(sums + x + 4)), _mm_shuffle_epi32(a, 0xFF));
+    previous = _mm_shuffle_epi32(b, 0xFF);
+    store(out + x, packUnsigned(vectorReciprocal.divide(a), vectorReciprocal.divide(b)));
   }
+  finishRow(sums, span, out, x, columns, static_cast<uint32_t>(_mm_cvtsi128_si32(previous)), divisor);
 }
 
 }  // namespace
@@ -135,7 +110,8 @@ int32_t filterSlot75(const uint16_t* source, uint16_t* destination, int32_t rows
   // The processor's flags, not the installer's: the wider kernel runs only where it
   // can. Radius 0 (a copy, the one divisor with s1 = 0) stays with the SSE2 kernel.
   BoxMeanStrip* const strip =
-      g_cpuFeatureFlags.avx2 != 0 && g_cpuFeatureFlags.avx != 0 && radius > 0 ? g_boxMeanAvx2.strip : &boxStrip;
+      g_cpuFeatureFlags.avx2 != 0 && g_cpuFeatureFlags.avx != 0 && radius > 0 ? g_boxMeanAvx2.strip
+                                                                                : &boxStrip<&addRow, &boxRow>;
   const int32_t stripColumns = kBoxMeanStripColumns - 2 * radius;
   while (columns + 2 * radius > kBoxMeanStripColumns) {
     strip(source, destination, rows, stripColumns, sourceStride >> 1, destinationStride >> 1, radius, divisor);
