@@ -245,7 +245,7 @@ TEST_F(Filters, BoxMeanFullRangeSamplesOnEveryKernel) {
   for (uint32_t avx2 : {saved.avx2, 0u}) {
     g_cpuFeatureFlags.avx2 = avx2;
     for (int32_t radius : {1, 2, 9, 128, 179}) {
-      for (int32_t columns : {1, 8, 16, 17, 24, 39}) {
+      for (int32_t columns : {1, 8, 12, 16, 17, 24, 27, 39}) {
         const int32_t rows = 3, width = columns + 2 * radius;
         std::vector<uint16_t> src(static_cast<std::size_t>((rows + 2 * radius) * width));
         for (uint16_t& v : src) v = static_cast<uint16_t>(next() % 8 == 0 ? next() >> 16 : 65535 - (next() >> 29));

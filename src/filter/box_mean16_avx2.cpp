@@ -2,8 +2,8 @@
 // lanes. Column sums run down the rows, box sums along each row as a prefix sum of
 // the entering minus leaving column sums, sixteen outputs a step in two independent
 // prefix sums so that only one add carries from step to step; the rounding offset
-// rides in the running sum. Everything stays in this file; the table at the end is
-// the one way in.
+// rides in the running sum. The strip's row loop is box_mean16_strip.h's, compiled
+// here; everything stays in this file, and the table at the end is the one way in.
 #include <immintrin.h>
 
 #include <cstddef>
@@ -57,7 +57,7 @@ void addRow(uint32_t* sums, const uint16_t* entering, const uint16_t* leaving, i
   addRowTail(sums, entering, leaving, i, n);
 }
 
-// One row, sixteen outputs a step.
+// One row, sixteen outputs a step, then eight if as many are left.
 void boxRow(const uint32_t* sums, int32_t span, uint16_t* out, int32_t columns, uint32_t box,
             const BoxMeanDivisor& divisor) {
   const VectorDivisor vectorDivisor(divisor);
@@ -72,6 +72,14 @@ void boxRow(const uint32_t* sums, int32_t span, uint16_t* out, int32_t columns, 
     previous = _mm256_add_epi32(previous, lastLane(b));
     // The in-lane pack interleaves the halves; the quotients are at most 65535.
     store(out + x, _mm256_permute4x64_epi64(_mm256_packus_epi32(qa, qb), 0xD8));
+  }
+  if (x + 8 <= columns) {
+    const __m256i a = prefixSum(_mm256_sub_epi32(load(sums + x + span), load(sums + x)));
+    const __m256i q = vectorDivisor.divide(_mm256_add_epi32(a, previous));
+    previous = _mm256_add_epi32(previous, lastLane(a));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + x),
+                     _mm256_castsi256_si128(_mm256_permute4x64_epi64(_mm256_packus_epi32(q, q), 0xD8)));
+    x += 8;
   }
   finishRow(sums, span, out, x, columns, static_cast<uint32_t>(_mm256_cvtsi256_si32(previous)), divisor);
 }
