@@ -264,8 +264,8 @@ TEST_F(Filters, BoxMeanFullRangeSamplesOnEveryKernel) {
 
 namespace {
 
-// The remap and the 16-bit weighted sum pick their kernels from the processor's
-// flags at each call, so the checks see only the widest level here. With the
+// The remap, the 16-bit weighted sum and the box mean pick their kernels from the
+// processor's flags at each call, so the checks see only the widest level here. With the
 // flags lowered, the same checks run the SSE4.1 / SSE2 kernels.
 TEST_F(Filters, NarrowerKernelsPassTheChecksToo) {
   const CpuFeatureFlags saved = g_cpuFeatureFlags;
