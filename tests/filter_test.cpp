@@ -234,12 +234,38 @@ TEST_F(Filters, WeightedSum16KernelsOfEveryLevelMatchTheHost) {
   }
 }
 
+// Slot 75 too picks its kernel at each call. Full-range samples (the checks draw
+// 0..32768) make the box sums of radius 128 and up wrap modulo 2^32 and the
+// quotients reach 65535, which the vector packs must keep; the widths cover the
+// sixteen-output steps, an eight-output step and the tails, on both kernels.
+TEST_F(Filters, BoxMeanFullRangeSamplesOnEveryKernel) {
+  const CpuFeatureFlags saved = g_cpuFeatureFlags;
+  uint32_t x = 7;
+  auto next = [&x] { return x = x * 1664525u + 1013904223u; };
+  for (uint32_t avx2 : {saved.avx2, 0u}) {
+    g_cpuFeatureFlags.avx2 = avx2;
+    for (int32_t radius : {1, 2, 9, 128, 179}) {
+      for (int32_t columns : {1, 8, 12, 16, 17, 24, 27, 39}) {
+        const int32_t rows = 3, width = columns + 2 * radius;
+        std::vector<uint16_t> src(static_cast<std::size_t>((rows + 2 * radius) * width));
+        for (uint16_t& v : src) v = static_cast<uint16_t>(next() % 8 == 0 ? next() >> 16 : 65535 - (next() >> 29));
+        const uint16_t* region = src.data() + radius * width + radius;
+        std::vector<uint16_t> expected(static_cast<std::size_t>(rows * columns)), got(expected.size());
+        hosts<75>()(region, expected.data(), rows, columns, 2 * width, 2 * columns, radius);
+        EXPECT_EQ(filter::filterSlot75(region, got.data(), rows, columns, 2 * width, 2 * columns, radius), 0);
+        EXPECT_EQ(got, expected) << "avx2 " << avx2 << " radius " << radius << " columns " << columns;
+      }
+    }
+  }
+  g_cpuFeatureFlags = saved;
+}
+
 }  // namespace
 
 namespace {
 
-// The remap and the 16-bit weighted sum pick their kernels from the processor's
-// flags at each call, so the checks see only the widest level here. With the
+// The remap, the 16-bit weighted sum and the box mean pick their kernels from the
+// processor's flags at each call, so the checks see only the widest level here. With the
 // flags lowered, the same checks run the SSE4.1 / SSE2 kernels.
 TEST_F(Filters, NarrowerKernelsPassTheChecksToo) {
   const CpuFeatureFlags saved = g_cpuFeatureFlags;
@@ -249,7 +275,7 @@ TEST_F(Filters, NarrowerKernelsPassTheChecksToo) {
   verify::VerifyOptions options;
   options.thorough = false;
   for (const verify::Check& check : verify::allChecks()) {
-    if (check.suite != code::filt || (check.slot != 74 && check.slot < 200)) continue;
+    if (check.suite != code::filt || (check.slot != 74 && check.slot != 75 && check.slot < 200)) continue;
     const verify::CheckResult r = verify::runCheckOn(check, host, host.original(code::filt, check.slot),
                                                      host.live(code::filt, check.slot), options);
     EXPECT_EQ(r.outcome, verify::Outcome::Passed) << verify::checkLabel(check) << ": " << r.firstFailure;

@@ -230,8 +230,9 @@ void verifyBoxMean(Context& ctx, HostRoutine host, HostRoutine module) {
   };
   widths(ctx, 40, {},
          [&](int32_t rows, int32_t columns) { return one(rows, columns, static_cast<int32_t>(ctx.rng().below(6))); });
-  for (int32_t radius : {0, 1, 2, 7, 179, 180, 200, -1})
-    if (!one(radius >= 179 ? 2 : 5, radius >= 179 ? 3 : 37, radius)) return;
+  // Large radii get the vector body (sixteen outputs a step) and a tail too.
+  for (int32_t radius : {0, 1, 2, 7, 20, 128, 179, 180, 200, -1})
+    if (!one(radius >= 128 ? 2 : 5, radius >= 180 ? 3 : radius >= 128 ? 19 : 37, radius)) return;
   // Strip splits: 8192 - 2r columns fit one strip, one more makes two.
   for (int32_t columns : {8172, 8173, 10000})
     if (!one(ctx.thorough() ? 2 : 1, columns, 10)) return;

@@ -1,44 +1,40 @@
 // 16-bit box mean over a (2r + 1)-square (slot 75). Column sums run down the
 // rows and box sums along each row, so the cost per sample does not depend on
 // the radius; the column sums of a strip of up to 8192 source columns live on the
-// stack. Division by the box's area is a multiplication by its reciprocal.
+// stack. Division by the box's area is a multiplication by its reciprocal,
+// computed here once per call. The routine runs the AVX2 kernel
+// (box_mean16_avx2.cpp) when the processor has it, else the SSE2 one below.
 #include <emmintrin.h>
 
+#include "filter/box_mean16_strip.h"
 #include "filter/filter.h"
+#include "host/cpu_features.h"
 #include "host/module_state.h"
 
 namespace tarnell::filter {
 
 namespace {
 
-constexpr int32_t kStripSourceColumns = 8192;
-
 inline __m128i load(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
 inline void store(void* p, __m128i v) { _mm_storeu_si128(static_cast<__m128i*>(p), v); }
 
 // floor(n / d) for every 32-bit n, by the method for division by an invariant
 // integer: q = (t + ((n - t) >> s1)) >> s2 with t the high half of n * m.
-struct Reciprocal {
-  uint32_t m = 0;
-  int s1 = 0, s2 = 0;
-  explicit Reciprocal(uint32_t d) {
-    int l = 0;
-    while (l < 32 && (uint64_t{1} << l) < d) ++l;  // bit length of d - 1
-    if (l == 0) return;                            // d = 1: q = n
-    m = static_cast<uint32_t>((uint64_t{1} << 32) * ((uint64_t{1} << l) - d) / d + 1);
-    s1 = 1;
-    s2 = l - 1;
-  }
-  uint32_t divide(uint32_t n) const {
-    const auto t = static_cast<uint32_t>((uint64_t{n} * m) >> 32);
-    return (t + ((n - t) >> s1)) >> s2;
-  }
-};
+BoxMeanDivisor divisorOf(uint32_t d) {
+  BoxMeanDivisor r{0, d >> 1, 0, 0};  // half: the rounding offset, the quotient is the nearest mean, halves up
+  int l = 0;
+  while (l < 32 && (uint64_t{1} << l) < d) ++l;  // bit length of d - 1
+  if (l == 0) return r;                          // d = 1: q = n
+  r.m = static_cast<uint32_t>((uint64_t{1} << 32) * ((uint64_t{1} << l) - d) / d + 1);
+  r.s1 = 1;
+  r.s2 = l - 1;
+  return r;
+}
 
 struct VectorReciprocal {
   __m128i m, highLanes;
   __m128i s1, s2;
-  explicit VectorReciprocal(const Reciprocal& r)
+  explicit VectorReciprocal(const BoxMeanDivisor& r)
       : m(_mm_set1_epi32(static_cast<int32_t>(r.m))),
         highLanes(_mm_set_epi32(-1, 0, -1, 0)),
         s1(_mm_cvtsi32_si128(r.s1)),
@@ -82,49 +78,23 @@ void addRow(uint32_t* sums, const uint16_t* entering, const uint16_t* leaving, i
     store(sums + i, lo);
     store(sums + i + 4, hi);
   }
-  for (; i < n; ++i) sums[i] += entering[i] - (leaving != nullptr ? uint32_t{leaving[i]} : 0u);
+  addRowTail(sums, entering, leaving, i, n);
 }
 
-// One strip: columns + 2 radius <= 8192. Steps are in samples.
-void boxStrip(const uint16_t* source, uint16_t* destination, int32_t rows, int32_t columns, intptr_t sourceStep,
-              intptr_t destinationStep, int32_t radius) {
-  const int32_t span = 2 * radius + 1;
-  const int32_t width = columns + 2 * radius;
-  const auto area = static_cast<uint32_t>(span) * static_cast<uint32_t>(span);
-  const uint32_t half = area >> 1;  // the rounding offset: the quotient is the nearest mean, halves up
-  const Reciprocal reciprocal(area);
-  const VectorReciprocal vectorReciprocal(reciprocal);
-  const __m128i halfs = _mm_set1_epi32(static_cast<int32_t>(half));
-
-  // sums[0] is a zero column left of the strip, so that every output, the first
-  // included, is the previous box sum plus entering minus leaving column.
-  alignas(16) uint32_t sums[kStripSourceColumns + 8];
-  for (int32_t i = 0; i <= width; ++i) sums[i] = 0;
-  uint32_t* columnSums = sums + 1;
-  const uint16_t* left = source - radius;
-  for (int32_t y = -radius; y <= radius; ++y) addRow(columnSums, left + y * sourceStep, nullptr, width);
-
-  for (int32_t r = 0; r < rows; ++r) {
-    if (r > 0) addRow(columnSums, left + (r + radius) * sourceStep, left + (r - radius - 1) * sourceStep, width);
-    uint32_t box = 0;  // the box sum left of output 0: its first 2r columns
-    for (int32_t i = 0; i < 2 * radius; ++i) box += columnSums[i];
-    uint16_t* out = destination + r * destinationStep;
-    int32_t x = 0;
-    __m128i previous = _mm_set1_epi32(static_cast<int32_t>(box));
-    for (; x + 8 <= columns; x += 8) {
-      const __m128i a = runningSums(_mm_sub_epi32(load(sums + x + span), load(sums + x)), previous);
-      const __m128i b =
-          runningSums(_mm_sub_epi32(load(sums + x + 4 + span), load(sums + x + 4)), _mm_shuffle_epi32(a, 0xFF));
-      previous = _mm_shuffle_epi32(b, 0xFF);
-      store(out + x, packUnsigned(vectorReciprocal.divide(_mm_add_epi32(a, halfs)),
-                                  vectorReciprocal.divide(_mm_add_epi32(b, halfs))));
-    }
-    box = static_cast<uint32_t>(_mm_cvtsi128_si32(previous));
-    for (; x < columns; ++x) {
-      box += sums[x + span] - sums[x];
-      out[x] = static_cast<uint16_t>(reciprocal.divide(box + half));
-    }
+// One row, four outputs a step (two steps an iteration).
+void boxRow(const uint32_t* sums, int32_t span, uint16_t* out, int32_t columns, uint32_t box,
+            const BoxMeanDivisor& divisor) {
+  const VectorReciprocal vectorReciprocal(divisor);
+  int32_t x = 0;
+  __m128i previous = _mm_set1_epi32(static_cast<int32_t>(box));
+  for (; x + 8 <= columns; x += 8) {
+    const __m128i a = runningSums(_mm_sub_epi32(load(sums + x + span), load(sums + x)), previous);
+    const __m128i b =
+        runningSums(_mm_sub_epi32(load(sums + x + 4 + span), load(sums + x + 4)), _mm_shuffle_epi32(a, 0xFF));
+    previous = _mm_shuffle_epi32(b, 0xFF);
+    store(out + x, packUnsigned(vectorReciprocal.divide(a), vectorReciprocal.divide(b)));
   }
+  finishRow(sums, span, out, x, columns, static_cast<uint32_t>(_mm_cvtsi128_si32(previous)), divisor);
 }
 
 }  // namespace
@@ -135,12 +105,19 @@ int32_t filterSlot75(const uint16_t* source, uint16_t* destination, int32_t rows
   if (radius >= kBoxMeanHostRadius)
     return savedRoutine<code::filt, 75>()(source, destination, rows, columns, sourceStride, destinationStride, radius);
   if (rows < 1 || columns < 1 || radius < 0) return 0;
-  const int32_t strip = kStripSourceColumns - 2 * radius;
-  while (columns + 2 * radius > kStripSourceColumns) {
-    boxStrip(source, destination, rows, strip, sourceStride >> 1, destinationStride >> 1, radius);
-    source += strip, destination += strip, columns -= strip;
+  const auto span = static_cast<uint32_t>(2 * radius + 1);
+  const BoxMeanDivisor divisor = divisorOf(span * span);
+  // The processor's flags, not the installer's: the wider kernel runs only where it
+  // can. Radius 0 (a copy, the one divisor with s1 = 0) stays with the SSE2 kernel.
+  BoxMeanStrip* const strip =
+      g_cpuFeatureFlags.avx2 != 0 && g_cpuFeatureFlags.avx != 0 && radius > 0 ? g_boxMeanAvx2.strip
+                                                                                : &boxStrip<&addRow, &boxRow>;
+  const int32_t stripColumns = kBoxMeanStripColumns - 2 * radius;
+  while (columns + 2 * radius > kBoxMeanStripColumns) {
+    strip(source, destination, rows, stripColumns, sourceStride >> 1, destinationStride >> 1, radius, divisor);
+    source += stripColumns, destination += stripColumns, columns -= stripColumns;
   }
-  boxStrip(source, destination, rows, columns, sourceStride >> 1, destinationStride >> 1, radius);
+  strip(source, destination, rows, columns, sourceStride >> 1, destinationStride >> 1, radius, divisor);
   return 0;
 }
 

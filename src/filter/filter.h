@@ -32,6 +32,23 @@ struct WeightedSumAvx2Kernels {                             // weighted_sum_avx2
 };
 extern constinit const WeightedSumAvx2Kernels g_weightedSumAvx2;
 
+// ---------------------------------------------------------- 16-bit box mean
+// The baseline routine in slot 75 computes the divisor's reciprocal once per call
+// and runs one kernel per strip of at most 8192 source columns (steps in samples):
+// the AVX2 one when the processor has it, else the SSE2 one. q = (t + ((n - t) >> s1))
+// >> s2 with t the high half of n * m is floor(n / d); half = d >> 1 is added first.
+constexpr int32_t kBoxMeanStripColumns = 8192;
+struct BoxMeanDivisor {
+  uint32_t m, half;
+  int32_t s1, s2;
+};
+using BoxMeanStrip = void(const uint16_t* source, uint16_t* destination, int32_t rows, int32_t columns,
+                          intptr_t sourceStep, intptr_t destinationStep, int32_t radius, const BoxMeanDivisor& divisor);
+struct BoxMeanAvx2Kernels {  // box_mean16_avx2.cpp
+  BoxMeanStrip* strip;
+};
+extern constinit const BoxMeanAvx2Kernels g_boxMeanAvx2;
+
 // ------------------------------------------------------------ angular remap
 // The per-call and per-row set-up needs the library's tangent, so it lives in
 // baseline code (angular_remap.cpp), which hands each row to the SSE4.1 kernel.
