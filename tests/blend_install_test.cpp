@@ -37,11 +37,6 @@ const std::vector<int> kSse2Group = {1,   3,   2,   30,  31,  24,  28,  29,  53,
 // Slots filled with forwarders to the host's own routine.
 const std::vector<int> kForwardedInGroup = {53, 66, 72, 96, 97, 191, 198, 216, 218};
 
-std::vector<int> concat(std::vector<int> a, const std::vector<int>& b) {
-  a.insert(a.end(), b.begin(), b.end());
-  return a;
-}
-
 TEST(BlendInstall, NothingWithoutTheGatingFlags) {
   EXPECT_TRUE(install(flagsWith(false, false, false)).order.empty());
   // The first SSE flag is the start-up's (flush-to-zero); this suite reads the second.
@@ -57,12 +52,12 @@ TEST(BlendInstall, SseGroupAloneInItsOrder) {
 }
 
 TEST(BlendInstall, Sse2GroupFollowsTheSseGroup) {
-  EXPECT_EQ(install(flagsWith(true, true, true)).order, concat(kSseGroup, kSse2Group));
+  EXPECT_EQ(install(flagsWith(true, true, true)).order, installs::joined({kSseGroup, kSse2Group}));
   EXPECT_EQ(install(flagsWith(false, false, true)).order, kSse2Group);
   // Nothing more for wider instruction sets: the SSE2 routines serve them.
   CpuFeatureFlags all = flagsWith(true, true, true);
   all.sse3 = all.ssse3 = all.sse41 = all.avx = all.avx2 = 1;
-  EXPECT_EQ(install(all).order, concat(kSseGroup, kSse2Group));
+  EXPECT_EQ(install(all).order, installs::joined({kSseGroup, kSse2Group}));
 }
 
 TEST(BlendInstall, EachSlotOnceAndNothingElse) {

@@ -17,23 +17,11 @@ namespace {
 using installs::Installed;
 
 Installed install(bool sse, bool sse2, bool sse41) {
-  CpuFeatureFlags f{};
-  f.mmx = 1;
-  f.sse = f.sseSecond = sse;
-  f.sse2 = sse2;
-  f.sse3 = f.ssse3 = sse2 && sse41;
-  f.sse41 = sse41;
-  return installs::recordInstall<code::filt>(&installFilter, f);
+  return installs::recordInstall<code::filt>(&installFilter, installs::sseFlags(sse, sse2, sse41));
 }
 
 const std::vector<int> kSse2Group = {28, 31, 75, 74, 106, 189, 188, 191, 192, 193, 194, 195, 197};
 const std::vector<int> kSse41Group = {200, 201, 202, 155};
-
-std::vector<int> joined(std::initializer_list<const std::vector<int>*> parts) {
-  std::vector<int> out;
-  for (const auto* p : parts) out.insert(out.end(), p->begin(), p->end());
-  return out;
-}
 
 TEST(FilterInstall, WritesInTheGroupsOrderUnderEachFlag) {
   const std::vector<int> twelve = {12}, twelve34 = {12, 34};
@@ -42,10 +30,10 @@ TEST(FilterInstall, WritesInTheGroupsOrderUnderEachFlag) {
   // SSE without SSE2.
   EXPECT_EQ(install(true, false, false).order, twelve34);
   // SSE4.1 reported without SSE2 (with and without SSE): the SSE4.1 group still runs.
-  EXPECT_EQ(install(true, false, true).order, joined({&twelve34, &kSse41Group}));
-  EXPECT_EQ(install(false, false, true).order, joined({&twelve, &kSse41Group}));
-  EXPECT_EQ(install(true, true, false).order, joined({&twelve34, &kSse2Group}));
-  EXPECT_EQ(install(true, true, true).order, joined({&twelve34, &kSse2Group, &kSse41Group}));
+  EXPECT_EQ(install(true, false, true).order, installs::joined({twelve34, kSse41Group}));
+  EXPECT_EQ(install(false, false, true).order, installs::joined({twelve, kSse41Group}));
+  EXPECT_EQ(install(true, true, false).order, installs::joined({twelve34, kSse2Group}));
+  EXPECT_EQ(install(true, true, true).order, installs::joined({twelve34, kSse2Group, kSse41Group}));
 }
 
 TEST(FilterInstall, EachSlotGetsItsRoutine) {

@@ -2,6 +2,7 @@
 // recorder the installer tests share.
 #pragma once
 
+#include <initializer_list>
 #include <vector>
 
 #include "host/install.h"
@@ -36,6 +37,24 @@ Installed recordInstall(Install&& install) {
 template <uint32_t Suite>
 Installed recordInstall(void (*install)(const SuiteWriter<Suite>&, const CpuFeatureFlags&), const CpuFeatureFlags& flags) {
   return recordInstall<Suite>([&](const SuiteWriter<Suite>& writer) { install(writer, flags); });
+}
+
+// Injected flags for the installers gated by SSE, SSE2 and SSE4.1: MMX always, SSE
+// as both of its reports, SSE3 and SSSE3 along with SSE4.1.
+inline CpuFeatureFlags sseFlags(bool sse, bool sse2, bool sse41) {
+  CpuFeatureFlags f{};
+  f.mmx = 1;
+  f.sse = f.sseSecond = sse;
+  f.sse2 = sse2;
+  f.sse3 = f.ssse3 = f.sse41 = sse41;
+  return f;
+}
+
+// Write orders one after the other.
+inline std::vector<int> joined(std::initializer_list<std::vector<int>> parts) {
+  std::vector<int> out;
+  for (const std::vector<int>& p : parts) out.insert(out.end(), p.begin(), p.end());
+  return out;
 }
 
 template <typename Fn>

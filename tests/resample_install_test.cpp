@@ -19,27 +19,16 @@ using installs::erase;
 using installs::Installed;
 
 Installed install(bool sse, bool sse2, bool sse41) {
-  CpuFeatureFlags f{};
-  f.mmx = 1;
-  f.sse = f.sseSecond = sse;
-  f.sse2 = sse2;
-  f.sse3 = f.ssse3 = sse41;
-  f.sse41 = sse41;
-  return installs::recordInstall<code::rsmp>(&installResample, f);
+  return installs::recordInstall<code::rsmp>(&installResample, installs::sseFlags(sse, sse2, sse41));
 }
 
 const std::vector<int> kSseStep = {7, 5, 6, 18, 19, 24, 13};
 const std::vector<int> kSse2Step = {5, 6, 3, 27};
 
-std::vector<int> concat(std::vector<int> a, const std::vector<int>& b) {
-  a.insert(a.end(), b.begin(), b.end());
-  return a;
-}
-
 TEST(ResampleInstall, NothingWithoutSse) {
   EXPECT_TRUE(install(false, false, false).order.empty());
   // The SSE2 and SSE4.1 steps do not stand alone: each has its own flag.
-  EXPECT_EQ(install(false, true, true).order, concat(kSse2Step, {26}));
+  EXPECT_EQ(install(false, true, true).order, installs::joined({kSse2Step, {26}}));
 }
 
 TEST(ResampleInstall, SseOnlyGetsTheScalarFiltersAndLeavesTheOthers) {
@@ -57,7 +46,7 @@ TEST(ResampleInstall, SseOnlyGetsTheScalarFiltersAndLeavesTheOthers) {
 
 TEST(ResampleInstall, Sse2ReplacesSlots5And6ButNotSlot26) {
   const Installed r = install(true, true, false);
-  EXPECT_EQ(r.order, concat(kSseStep, kSse2Step));
+  EXPECT_EQ(r.order, installs::joined({kSseStep, kSse2Step}));
   EXPECT_EQ(r.at(5), erase(&FilterRowsSse2_8));
   EXPECT_EQ(r.at(6), erase(&FilterColumnsSse2_8));
   EXPECT_EQ(r.at(3), erase(&BoxAverageRows8));
@@ -67,7 +56,7 @@ TEST(ResampleInstall, Sse2ReplacesSlots5And6ButNotSlot26) {
 
 TEST(ResampleInstall, EverythingAddsTheFloatRowFilterLast) {
   const Installed r = install(true, true, true);
-  EXPECT_EQ(r.order, concat(concat(kSseStep, kSse2Step), {26}));
+  EXPECT_EQ(r.order, installs::joined({kSseStep, kSse2Step, {26}}));
   EXPECT_EQ(r.at(26), erase(g_resampleSse41.filterRowsFloat));
   EXPECT_EQ(r.at(5), erase(&FilterRowsSse2_8));
 }
