@@ -368,6 +368,119 @@ struct PackedGroup {
   }
 };
 
+// Four outputs whose kernels start one dword of samples apart (4 bytes, 2 words):
+// lane i of register j holds dword j of output i's kernel, so that one unaligned
+// load gives register j for all four, with no shuffle. For a tap count that is a
+// whole number of dwords, a load then ends where the last output's kernel ends.
+template <class S, int Taps>
+struct StepGroup {
+  using T = typename S::T;
+  static constexpr bool kBytes = sizeof(T) == 1;
+  static constexpr int kStep = 4 / static_cast<int>(sizeof(T));  // samples per dword
+  static constexpr int kRegisters = Taps / kStep;
+  static constexpr auto kArray = static_cast<std::size_t>(kRegisters);
+  static_assert(Taps % kStep == 0);
+
+  intptr_t at;
+  __m128i bias;
+  __m128i even[kArray], odd[kArray];  // bytes: weights of the even and odd bytes; words: even only
+
+  // Output i is at indices[kStep * i].
+  StepGroup(const int32_t* indices, const uint8_t* phases, const int16_t* weights) {
+    at = firstTap(indices[0], Taps);
+    const int16_t* w[4];
+    for (int i = 0; i < 4; ++i) w[i] = weights + int32_t{phases[kStep * i]} * Taps;
+    if constexpr (kBytes) {
+      // Four weights per lane, split as the samples are: bytes 0 and 2, bytes 1 and 3.
+      bias = _mm_set1_epi32(8192);
+      for (std::size_t j = 0; j < kArray; ++j) {
+        const int k = 4 * static_cast<int>(j);
+        const __m128i ab = _mm_unpacklo_epi64(loadBytes<8>(w[0] + k), loadBytes<8>(w[1] + k));
+        const __m128i cd = _mm_unpacklo_epi64(loadBytes<8>(w[2] + k), loadBytes<8>(w[3] + k));
+        even[j] = _mm_packs_epi32(_mm_srai_epi32(_mm_slli_epi32(ab, 16), 16), _mm_srai_epi32(_mm_slli_epi32(cd, 16), 16));
+        odd[j] = _mm_packs_epi32(_mm_srai_epi32(ab, 16), _mm_srai_epi32(cd, 16));
+      }
+    } else {
+      // Two weights per lane: a transpose of the weight sets' dwords, four at a time.
+      for (int c = 0; c < kRegisters; c += 4) {
+        __m128i r[4];
+        for (int i = 0; i < 4; ++i) r[i] = loadDwords(w[i] + 2 * c, kRegisters - c);
+        const __m128i t0 = _mm_unpacklo_epi32(r[0], r[1]), t1 = _mm_unpackhi_epi32(r[0], r[1]);
+        const __m128i t2 = _mm_unpacklo_epi32(r[2], r[3]), t3 = _mm_unpackhi_epi32(r[2], r[3]);
+        const __m128i d[4] = {_mm_unpacklo_epi64(t0, t2), _mm_unpackhi_epi64(t0, t2), _mm_unpacklo_epi64(t1, t3),
+                              _mm_unpackhi_epi64(t1, t3)};
+        for (int j = c; j < std::min(c + 4, kRegisters); ++j) even[j] = odd[j] = d[j - c];
+      }
+      __m128i sums = _mm_setzero_si128();
+      for (std::size_t j = 0; j < kArray; ++j) sums = _mm_add_epi32(sums, _mm_madd_epi16(even[j], _mm_set1_epi16(1)));
+      bias = _mm_add_epi32(_mm_slli_epi32(sums, 15), _mm_set1_epi32(8192));
+    }
+  }
+  // The first n dwords at p, at most four.
+  static __m128i loadDwords(const int16_t* p, int n) {
+    switch (n) {
+      case 1: return loadBytes<4>(p);
+      case 2: return loadBytes<8>(p);
+      case 3: return loadBytes<12>(p);
+      default: return loadBytes<16>(p);
+    }
+  }
+
+  // The four results of source row s, shifted but not yet clamped.
+  __m128i row(const T* s) const {
+    __m128i acc = bias;
+    for (std::size_t j = 0; j < kArray; ++j) {
+      const __m128i reg = loadBytes<16>(s + at + kStep * static_cast<int>(j));
+      if constexpr (kBytes)
+        acc = _mm_add_epi32(acc, _mm_add_epi32(_mm_madd_epi16(_mm_and_si128(reg, _mm_set1_epi16(0xFF)), even[j]),
+                                               _mm_madd_epi16(_mm_srli_epi16(reg, 8), odd[j])));
+      else
+        acc = _mm_add_epi32(acc, _mm_madd_epi16(_mm_xor_si128(reg, _mm_set1_epi16(-32768)), even[j]));
+    }
+    return _mm_srai_epi32(acc, 14);
+  }
+};
+
+// Sixteen outputs whose kernels start one sample apart, as a plain convolution
+// reads them: kStep step groups of interleaved outputs (group r holds outputs
+// r, r + kStep, ...), stored back in order.
+template <class S, int Taps>
+struct StepBlock {
+  using T = typename S::T;
+  using G = StepGroup<S, Taps>;
+  static constexpr int kStep = G::kStep;
+  G g[4];
+  StepBlock(const int32_t* indices, const uint8_t* phases, const int16_t* weights)
+      : g{G(indices + first(0), phases + first(0), weights), G(indices + first(1), phases + first(1), weights),
+          G(indices + first(2), phases + first(2), weights), G(indices + first(3), phases + first(3), weights)} {}
+  // Output of lane 0 of group n: bytes 0, 1, 2, 3; words 0, 1, 8, 9.
+  static constexpr int first(int n) { return kStep == 4 ? n : n % 2 + 8 * (n / 2); }
+
+  void row(const T* s, T* d) const {
+    const __m128i r0 = g[0].row(s), r1 = g[1].row(s), r2 = g[2].row(s), r3 = g[3].row(s);
+    if constexpr (kStep == 2) {
+      S::store8(d, _mm_unpacklo_epi32(r0, r1), _mm_unpackhi_epi32(r0, r1));
+      S::store8(d + 8, _mm_unpacklo_epi32(r2, r3), _mm_unpackhi_epi32(r2, r3));
+    } else {
+      // Words 0 4 8 12 1 5 9 13 and 2 6 10 14 3 7 11 15; even and odd outputs; bytes.
+      const __m128i a = _mm_packs_epi32(r0, r1), b = _mm_packs_epi32(r2, r3);
+      const __m128i bytes = _mm_packus_epi16(_mm_unpacklo_epi16(a, b), _mm_unpackhi_epi16(a, b));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm_unpacklo_epi8(bytes, _mm_unpackhi_epi64(bytes, bytes)));
+    }
+  }
+};
+
+// True when the sixteen positions at p step by one sample.
+inline bool stepsByOne(const int32_t* p) {
+  const __m128i base = _mm_set1_epi32(p[0]);
+  __m128i same = _mm_set1_epi32(-1);
+  for (int i = 0; i < 16; i += 4) {
+    const __m128i want = _mm_add_epi32(base, _mm_setr_epi32(i, i + 1, i + 2, i + 3));
+    same = _mm_and_si128(same, _mm_cmpeq_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i)), want));
+  }
+  return _mm_movemask_epi8(same) == 0xFFFF;
+}
+
 // The horizontal filter for a fixed tap count, by groups G of four outputs: eight
 // outputs a step, then four, then one at a time with the scalar rule.
 template <class S, int Taps, template <class, int> class Group>
@@ -383,6 +496,15 @@ void filterRowsFixed(const typename S::T* source, typename S::T* destination, in
     T* dst = rowAt(destination, band, destinationStride);
     int32_t x = 0;
     for (; x + 16 <= width; x += 16) {
+      if constexpr (Taps % (4 / static_cast<int>(sizeof(T))) == 0) {  // whole dwords of samples
+        if (stepsByOne(indices + x)) {
+          const StepBlock<S, Taps> block(indices + x, phases + x, weights);
+          const T* s = src;
+          T* d = dst + x;
+          for (int32_t r = 0; r < bandRows; ++r, s += sourceStride, d += destinationStride) block.row(s, d);
+          continue;
+        }
+      }
       const G a(indices + x, phases + x, weights), b(indices + x + 4, phases + x + 4, weights);
       const G c(indices + x + 8, phases + x + 8, weights), e(indices + x + 12, phases + x + 12, weights);
       const T* s = src;
