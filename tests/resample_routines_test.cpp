@@ -96,8 +96,9 @@ TEST(ResampleRoutines, SixteenBitResultsNeverPassFullScale) {
 }
 
 // Positions that step by one sample (a convolution) take loops of their own in
-// the specialised tap counts: halfway sums round up there too, overshoot clamps at
-// both ends, and a break in the walk or a row end mid-block changes nothing.
+// the specialised tap counts, and the other counts read their kernels in
+// overlapping pieces: halfway sums round up there too, overshoot clamps at both
+// ends, and a break in the walk or a row end mid-block changes nothing.
 template <int Slot, typename T>
 void expectConvolutionLikeHost(int16_t taps, int32_t breakAt) {
   refhost::ReferenceHost host;
@@ -130,7 +131,7 @@ void expectConvolutionLikeHost(int16_t taps, int32_t breakAt) {
 }
 
 TEST(ResampleRoutines, ConvolutionsRoundAndClampAsTheHost) {
-  for (int16_t taps : std::vector<int16_t>{2, 4, 6, 8, 10, 16})
+  for (int16_t taps : std::vector<int16_t>{2, 3, 4, 5, 6, 7, 8, 9, 10, 12, 16})
     for (int32_t breakAt : {-1, 0, 15, 21, 40}) {
       expectConvolutionLikeHost<5, uint8_t>(taps, breakAt);
       expectConvolutionLikeHost<13, uint16_t>(taps, breakAt);

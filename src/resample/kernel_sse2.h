@@ -43,19 +43,6 @@ inline __m128i loadBytes(const void* p) {
   }
 }
 
-// loadBytes with a count known only at run time (1..16).
-inline __m128i loadBytesUpTo16(const void* p, int n) {
-  switch (n) {
-#define TARNELL_LOAD_CASE(K) \
-  case K: return loadBytes<K>(p);
-    TARNELL_LOAD_CASE(1) TARNELL_LOAD_CASE(2) TARNELL_LOAD_CASE(3) TARNELL_LOAD_CASE(4) TARNELL_LOAD_CASE(5)
-    TARNELL_LOAD_CASE(6) TARNELL_LOAD_CASE(7) TARNELL_LOAD_CASE(8) TARNELL_LOAD_CASE(9) TARNELL_LOAD_CASE(10)
-    TARNELL_LOAD_CASE(11) TARNELL_LOAD_CASE(12) TARNELL_LOAD_CASE(13) TARNELL_LOAD_CASE(14) TARNELL_LOAD_CASE(15)
-#undef TARNELL_LOAD_CASE
-    default: return n >= 16 ? loadBytes<16>(p) : _mm_setzero_si128();
-  }
-}
-
 // The four 32-bit sums of a, b, c and d, as lanes 0..3.
 inline __m128i sum4(__m128i a, __m128i b, __m128i c, __m128i d) {
   const __m128i ab = _mm_add_epi32(_mm_unpacklo_epi32(a, b), _mm_unpackhi_epi32(a, b));
@@ -75,9 +62,9 @@ struct ByteSamples {
   using T = uint8_t;
   template <int Taps>
   static __m128i load(const T* p) {
-    return _mm_unpacklo_epi8(loadBytes<Taps>(p), _mm_setzero_si128());
+    return widen(loadBytes<Taps>(p));
   }
-  static __m128i loadUpTo8(const T* p, int taps) { return _mm_unpacklo_epi8(loadBytesUpTo16(p, taps), _mm_setzero_si128()); }
+  static __m128i widen(__m128i bytes) { return _mm_unpacklo_epi8(bytes, _mm_setzero_si128()); }
   static int32_t bias(const int16_t*, int32_t) { return 8192; }
   static void store4(T* d, __m128i shifted) {
     const __m128i words = _mm_packs_epi32(shifted, shifted);
@@ -95,11 +82,9 @@ struct WordSamples {
   using T = uint16_t;
   template <int Taps>
   static __m128i load(const T* p) {
-    return _mm_xor_si128(loadBytes<2 * Taps>(p), _mm_set1_epi16(-32768));
+    return widen(loadBytes<2 * Taps>(p));
   }
-  static __m128i loadUpTo8(const T* p, int taps) {
-    return _mm_xor_si128(loadBytesUpTo16(p, 2 * taps), _mm_set1_epi16(-32768));
-  }
+  static __m128i widen(__m128i words) { return _mm_xor_si128(words, _mm_set1_epi16(-32768)); }
   static int32_t bias(const int16_t* w, int32_t taps) {
     uint32_t sum = 0;
     for (int32_t k = 0; k < taps; ++k) sum += static_cast<uint32_t>(int32_t{w[k]});
@@ -174,43 +159,95 @@ struct WideGroup {
   }
 };
 
-// One output's partial sums for any tap count: eight taps at a time, then the rest.
-template <class S>
-__m128i generalSum(const typename S::T* p, const int16_t* w, int32_t taps) {
-  __m128i acc = _mm_setzero_si128();
-  int32_t k = 0;
-  for (; k + 8 <= taps; k += 8)
-    acc = _mm_add_epi32(acc, _mm_madd_epi16(S::template load<8>(p + k), loadBytes<16>(w + k)));
-  if (k < taps) acc = _mm_add_epi32(acc, _mm_madd_epi16(S::loadUpTo8(p + k, taps - k), loadBytesUpTo16(w + k, 2 * (taps - k))));
-  return acc;
-}
+// Four outputs of a tap count without a loop of its own. Every load stays inside
+// its kernel: below 8 taps, two loads of Half samples, one at the kernel's start and
+// one ending at its end (overlapping when the count is not 2 x Half); from 8 taps,
+// 8 samples at a time and a last 8 ending at the kernel's end. A sample read twice
+// gets weight 0 the second time. The last load's weights are set up once per band.
+template <class S, int Half>
+struct GeneralGroup {
+  using T = typename S::T;
+  static constexpr int kHalfBytes = Half * static_cast<int>(sizeof(T));
+  const int16_t* w[4];
+  intptr_t at[4];
+  int32_t n, full;  // taps; loads of 8 before the last (8 taps and more)
+  __m128i bias;
+  __m128i last[4];
 
-// The horizontal integer filter for any tap count (none or negative: every output
-// is the rounding term alone, 0).
-template <class S>
+  GeneralGroup(const int32_t* indices, const uint8_t* phases, const int16_t* weights, int32_t taps)
+      : n(taps), full(Half == 8 ? (taps - 1) / 8 : 0) {
+    int32_t b[4];
+    for (int i = 0; i < 4; ++i) {
+      w[i] = weights + int32_t{phases[i]} * n;
+      at[i] = firstTap(indices[i], n);
+      b[i] = S::bias(w[i], n);
+      alignas(16) int16_t lanes[8] = {};
+      const int from = Half == 8 ? 0 : Half;  // lane of the last load's first sample
+      const int counted = Half == 8 ? 8 * full : Half;
+      for (int l = 0; l < Half; ++l) {
+        if (Half < 8) lanes[l] = w[i][l];
+        const int32_t tap = n - Half + l;
+        lanes[from + l] = tap >= counted ? w[i][tap] : int16_t{0};
+      }
+      last[i] = _mm_load_si128(reinterpret_cast<const __m128i*>(lanes));
+    }
+    bias = _mm_setr_epi32(b[0], b[1], b[2], b[3]);
+  }
+  // Two loads of Half samples side by side in the low bytes.
+  static __m128i halves(const T* p, const T* q) {
+    const __m128i a = loadBytes<kHalfBytes>(p), b = loadBytes<kHalfBytes>(q);
+    if constexpr (kHalfBytes == 8) return _mm_unpacklo_epi64(a, b);
+    else if constexpr (kHalfBytes == 4) return _mm_unpacklo_epi32(a, b);
+    else if constexpr (kHalfBytes == 2) return _mm_unpacklo_epi16(a, b);
+    else return _mm_unpacklo_epi8(a, b);
+  }
+  __m128i sum(const T* p, int i) const {
+    if constexpr (Half < 8) {
+      return _mm_madd_epi16(S::widen(halves(p, p + n - Half)), last[i]);
+    } else {
+      __m128i acc = _mm_madd_epi16(S::template load<8>(p + n - 8), last[i]);
+      for (int32_t c = 0; c < full; ++c)
+        acc = _mm_add_epi32(acc, _mm_madd_epi16(S::template load<8>(p + 8 * c), loadBytes<16>(w[i] + 8 * c)));
+      return acc;
+    }
+  }
+  __m128i row(const T* s) const {
+    const __m128i acc = sum4(sum(s + at[0], 0), sum(s + at[1], 1), sum(s + at[2], 2), sum(s + at[3], 3));
+    return _mm_srai_epi32(_mm_add_epi32(acc, bias), 14);
+  }
+};
+
+// The horizontal integer filter for a tap count without a loop of its own (1 and
+// more), in bands of rows as the fixed ones.
+template <class S, int Half>
 void filterRowsGeneral(const typename S::T* source, typename S::T* destination, int32_t rows, int32_t width,
                        const int32_t* indices, const uint8_t* phases, intptr_t sourceStride,
                        intptr_t destinationStride, int32_t taps, const int16_t* weights) {
   using T = typename S::T;
-  const int32_t n = std::max(taps, int32_t{0});
-  for (int32_t r = 0; r < rows; ++r) {
-    const T* s = rowAt(source, r, sourceStride);
-    T* d = rowAt(destination, r, destinationStride);
+  using G = GeneralGroup<S, Half>;
+  const int32_t rowsPerBand = rowBand(width, static_cast<int>(sizeof(T)));
+  for (int32_t band = 0; band < rows; band += rowsPerBand) {
+    const int32_t bandRows = std::min(rowsPerBand, rows - band);
+    const T* src = rowAt(source, band, sourceStride);
+    T* dst = rowAt(destination, band, destinationStride);
     int32_t x = 0;
-    for (; x + 4 <= width; x += 4) {
-      __m128i part[4];
-      int32_t bias[4];
-      for (int i = 0; i < 4; ++i) {
-        const int16_t* w = weights + int32_t{phases[x + i]} * n;
-        part[i] = generalSum<S>(s + firstTap(indices[x + i], taps), w, n);
-        bias[i] = S::bias(w, n);
+    for (; x + 8 <= width; x += 8) {
+      const G lo(indices + x, phases + x, weights, taps), hi(indices + x + 4, phases + x + 4, weights, taps);
+      for (int32_t r = 0; r < bandRows; ++r) {
+        const T* s = rowAt(src, r, sourceStride);
+        S::store8(rowAt(dst, r, destinationStride) + x, lo.row(s), hi.row(s));
       }
-      const __m128i acc = _mm_add_epi32(sum4(part[0], part[1], part[2], part[3]),
-                                        _mm_setr_epi32(bias[0], bias[1], bias[2], bias[3]));
-      S::store4(d + x, _mm_srai_epi32(acc, 14));
     }
-    for (; x < width; ++x)
-      d[x] = S::clamp(kernelSum(s + firstTap(indices[x], taps), 1, weights + int32_t{phases[x]} * n, n));
+    for (; x + 4 <= width; x += 4) {
+      const G g(indices + x, phases + x, weights, taps);
+      for (int32_t r = 0; r < bandRows; ++r) S::store4(rowAt(dst, r, destinationStride) + x, g.row(rowAt(src, r, sourceStride)));
+    }
+    for (; x < width; ++x) {
+      const int16_t* w = weights + int32_t{phases[x]} * taps;
+      const intptr_t at = firstTap(indices[x], taps);
+      for (int32_t r = 0; r < bandRows; ++r)
+        rowAt(dst, r, destinationStride)[x] = S::clamp(kernelSum(rowAt(src, r, sourceStride) + at, 1, w, taps));
+    }
   }
 }
 
@@ -559,9 +596,18 @@ void filterRows(const typename S::T* source, typename S::T* destination, int32_t
     case 10: return fixed.template operator()<10>();
     case 16: return fixed.template operator()<16>();
     default:
-      return filterRowsGeneral<S>(source, destination, rows, width, indices, phases, sourceStride,
-                                  destinationStride, taps, weights);
+      break;
   }
+  const auto general = [&]<int Half>() {
+    filterRowsGeneral<S, Half>(source, destination, rows, width, indices, phases, sourceStride, destinationStride,
+                               taps, weights);
+  };
+  if (taps >= 8) return general.template operator()<8>();
+  if (taps >= 4) return general.template operator()<4>();
+  if (taps >= 2) return general.template operator()<2>();
+  if (taps == 1) return general.template operator()<1>();
+  // No taps (or a negative count): the rounding term alone, 0 for every output.
+  for (int32_t r = 0; r < rows; ++r) std::fill_n(rowAt(destination, r, destinationStride), width, typename S::T{0});
 }
 
 }  // namespace tarnell::resample
