@@ -110,8 +110,10 @@ void expectConvolutionLikeHost(int16_t taps, int32_t breakAt) {
   std::vector<T> source(kRows * kStride);
   for (std::size_t i = 0; i < source.size(); ++i)
     source[i] = static_cast<T>(i % 7 == 3 ? top : i % 11 == 5 ? 0 : (i * 37) % (sizeof(T) == 1 ? 256 : 65536));
-  // Phase 0: halves of neighbours (odd sums sit half way); 1: overshoot up; 2: down.
+  // Phase 0: halves of neighbours (odd sums sit half way); 1: overshoot up; 2: down,
+  // with every tap weighted.
   std::vector<int16_t> w(static_cast<std::size_t>(3 * taps), 0);
+  for (int k = 2; k < taps; ++k) w[static_cast<std::size_t>(2 * taps + k)] = static_cast<int16_t>(300 * (k % 5) - 500);
   w[0] = w[1] = 8192;
   w[static_cast<std::size_t>(taps)] = 32767, w[static_cast<std::size_t>(taps) + 1] = -16383;
   w[static_cast<std::size_t>(2 * taps)] = -20000, w[static_cast<std::size_t>(2 * taps) + 1] = 3616;

@@ -407,16 +407,21 @@ struct PackedGroup {
 
 // Four outputs whose kernels start one dword of samples apart (4 bytes, 2 words):
 // lane i of register j holds dword j of output i's kernel, so that one unaligned
-// load gives register j for all four, with no shuffle. For a tap count that is a
-// whole number of dwords, a load then ends where the last output's kernel ends.
+// load gives register j for all four, with no shuffle. The last dword of a kernel
+// that is not a whole number of them (6 and 10 bytes) ends at the kernel's end and
+// overlaps the one before, its repeated samples weighted 0: no load passes the
+// last output's kernel.
 template <class S, int Taps>
 struct StepGroup {
   using T = typename S::T;
   static constexpr bool kBytes = sizeof(T) == 1;
   static constexpr int kStep = 4 / static_cast<int>(sizeof(T));  // samples per dword
-  static constexpr int kRegisters = Taps / kStep;
+  static constexpr int kRegisters = (Taps + kStep - 1) / kStep;
   static constexpr auto kArray = static_cast<std::size_t>(kRegisters);
-  static_assert(Taps % kStep == 0);
+  static_assert(Taps >= kStep && (kBytes || Taps % kStep == 0));
+  // First sample of dword j, and how many of its samples an earlier dword counted.
+  static constexpr int offset(int j) { return std::min(kStep * j, Taps - kStep); }
+  static constexpr int repeated(int j) { return kStep * j - offset(j); }
 
   intptr_t at;
   __m128i bias;
@@ -431,9 +436,13 @@ struct StepGroup {
       // Four weights per lane, split as the samples are: bytes 0 and 2, bytes 1 and 3.
       bias = _mm_set1_epi32(8192);
       for (std::size_t j = 0; j < kArray; ++j) {
-        const int k = 4 * static_cast<int>(j);
-        const __m128i ab = _mm_unpacklo_epi64(loadBytes<8>(w[0] + k), loadBytes<8>(w[1] + k));
-        const __m128i cd = _mm_unpacklo_epi64(loadBytes<8>(w[2] + k), loadBytes<8>(w[3] + k));
+        const int k = offset(static_cast<int>(j));
+        const auto own = [&](__m128i c) {  // zero the weights of repeated samples
+          const int bits = 16 * repeated(static_cast<int>(j));
+          return _mm_slli_epi64(_mm_srli_epi64(c, bits), bits);
+        };
+        const __m128i ab = own(_mm_unpacklo_epi64(loadBytes<8>(w[0] + k), loadBytes<8>(w[1] + k)));
+        const __m128i cd = own(_mm_unpacklo_epi64(loadBytes<8>(w[2] + k), loadBytes<8>(w[3] + k)));
         even[j] = _mm_packs_epi32(_mm_srai_epi32(_mm_slli_epi32(ab, 16), 16), _mm_srai_epi32(_mm_slli_epi32(cd, 16), 16));
         odd[j] = _mm_packs_epi32(_mm_srai_epi32(ab, 16), _mm_srai_epi32(cd, 16));
       }
@@ -467,7 +476,7 @@ struct StepGroup {
   __m128i row(const T* s) const {
     __m128i acc = bias;
     for (std::size_t j = 0; j < kArray; ++j) {
-      const __m128i reg = loadBytes<16>(s + at + kStep * static_cast<int>(j));
+      const __m128i reg = loadBytes<16>(s + at + offset(static_cast<int>(j)));
       if constexpr (kBytes)
         acc = _mm_add_epi32(acc, _mm_add_epi32(_mm_madd_epi16(_mm_and_si128(reg, _mm_set1_epi16(0xFF)), even[j]),
                                                _mm_madd_epi16(_mm_srli_epi16(reg, 8), odd[j])));
@@ -533,7 +542,7 @@ void filterRowsFixed(const typename S::T* source, typename S::T* destination, in
     T* dst = rowAt(destination, band, destinationStride);
     int32_t x = 0;
     for (; x + 16 <= width; x += 16) {
-      if constexpr (Taps % (4 / static_cast<int>(sizeof(T))) == 0) {  // whole dwords of samples
+      if constexpr (sizeof(T) == 1 ? Taps >= 4 : Taps % 2 == 0) {  // dwords of samples
         if (stepsByOne(indices + x)) {
           const StepBlock<S, Taps> block(indices + x, phases + x, weights);
           const T* s = src;
