@@ -241,7 +241,8 @@ void buildKernelCase(Arena& a, Rng& rng, const KernelShape& shape, const KernelC
   uint8_t* phases = a.pristine<uint8_t>(3);
   // A walk starts where its last position still has its kernel inside the source.
   const int32_t lowest = k.taps <= 1 ? -1 : k.taps / 2 - 1;
-  const int32_t start = static_cast<int32_t>(rng.range(lowest, lowest + extent - taps - std::max(positions - 1, 0)));
+  const int32_t start =
+      k.walk ? static_cast<int32_t>(rng.range(lowest, lowest + extent - taps - std::max(positions - 1, 0))) : 0;
   for (int32_t i = 0; i < positions; ++i) {
     indices[i] = k.walk && !rng.chance(40) ? start + i : drawIndex(rng, k.taps, extent);
     phases[i] = static_cast<uint8_t>(rng.below(static_cast<uint32_t>(k.phaseCount)));
