@@ -217,29 +217,32 @@ struct GeneralGroup {
   }
 };
 
-// The horizontal integer filter for a tap count without a loop of its own (1 and
-// more), in bands of rows as the fixed ones.
-template <class S, int Half>
-void filterRowsGeneral(const typename S::T* source, typename S::T* destination, int32_t rows, int32_t width,
+// The band walk of the row filters: per band of rows, sixteen(x, band's source,
+// band's destination, rows) may take sixteen outputs at x (false: declined), then
+// groups of four outputs made by make(x) go eight and four at a time, then one
+// output at a time with the scalar rule.
+template <class S, class Make, class Sixteen>
+void filterRowsInBands(const typename S::T* source, typename S::T* destination, int32_t rows, int32_t width,
                        const int32_t* indices, const uint8_t* phases, intptr_t sourceStride,
-                       intptr_t destinationStride, int32_t taps, const int16_t* weights) {
+                       intptr_t destinationStride, int32_t taps, const int16_t* weights, Make make,
+                       Sixteen sixteen) {
   using T = typename S::T;
-  using G = GeneralGroup<S, Half>;
   const int32_t rowsPerBand = rowBand(width, static_cast<int>(sizeof(T)));
   for (int32_t band = 0; band < rows; band += rowsPerBand) {
     const int32_t bandRows = std::min(rowsPerBand, rows - band);
     const T* src = rowAt(source, band, sourceStride);
     T* dst = rowAt(destination, band, destinationStride);
     int32_t x = 0;
+    while (x + 16 <= width && sixteen(x, src, dst, bandRows)) x += 16;
     for (; x + 8 <= width; x += 8) {
-      const G lo(indices + x, phases + x, weights, taps), hi(indices + x + 4, phases + x + 4, weights, taps);
+      const auto lo = make(x), hi = make(x + 4);
       for (int32_t r = 0; r < bandRows; ++r) {
         const T* s = rowAt(src, r, sourceStride);
         S::store8(rowAt(dst, r, destinationStride) + x, lo.row(s), hi.row(s));
       }
     }
     for (; x + 4 <= width; x += 4) {
-      const G g(indices + x, phases + x, weights, taps);
+      const auto g = make(x);
       for (int32_t r = 0; r < bandRows; ++r) S::store4(rowAt(dst, r, destinationStride) + x, g.row(rowAt(src, r, sourceStride)));
     }
     for (; x < width; ++x) {
@@ -527,57 +530,34 @@ inline bool stepsByOne(const int32_t* p) {
   return _mm_movemask_epi8(same) == 0xFFFF;
 }
 
-// The horizontal filter for a fixed tap count, by groups G of four outputs: eight
-// outputs a step, then four, then one at a time with the scalar rule.
+// The horizontal filter for a fixed tap count, by groups G of four outputs: sixteen
+// outputs a step (stepping blocks where the positions step by one), then eight,
+// four, and one at a time with the scalar rule.
 template <class S, int Taps, template <class, int> class Group>
 void filterRowsFixed(const typename S::T* source, typename S::T* destination, int32_t rows, int32_t width,
                      const int32_t* indices, const uint8_t* phases, intptr_t sourceStride,
                      intptr_t destinationStride, const int16_t* weights) {
   using T = typename S::T;
   using G = Group<S, Taps>;
-  const int32_t rowsPerBand = rowBand(width, static_cast<int>(sizeof(T)));
-  for (int32_t band = 0; band < rows; band += rowsPerBand) {
-    const int32_t bandRows = std::min(rowsPerBand, rows - band);
-    const T* src = rowAt(source, band, sourceStride);
-    T* dst = rowAt(destination, band, destinationStride);
-    int32_t x = 0;
-    for (; x + 16 <= width; x += 16) {
-      if constexpr (sizeof(T) == 1 ? Taps >= 4 : Taps % 2 == 0) {  // dwords of samples
-        if (stepsByOne(indices + x)) {
-          const StepBlock<S, Taps> block(indices + x, phases + x, weights);
-          const T* s = src;
-          T* d = dst + x;
-          for (int32_t r = 0; r < bandRows; ++r, s += sourceStride, d += destinationStride) block.row(s, d);
-          continue;
-        }
-      }
-      const G a(indices + x, phases + x, weights), b(indices + x + 4, phases + x + 4, weights);
-      const G c(indices + x + 8, phases + x + 8, weights), e(indices + x + 12, phases + x + 12, weights);
-      const T* s = src;
-      T* d = dst + x;
-      for (int32_t r = 0; r < bandRows; ++r, s += sourceStride, d += destinationStride) {
-        S::store8(d, a.row(s), b.row(s));
-        S::store8(d + 8, c.row(s), e.row(s));
+  const auto make = [=](int32_t x) { return G(indices + x, phases + x, weights); };
+  const auto sixteen = [=](int32_t x, const T* s, T* d, int32_t bandRows) {
+    d += x;
+    if constexpr (sizeof(T) == 1 ? Taps >= 4 : Taps % 2 == 0) {  // dwords of samples
+      if (stepsByOne(indices + x)) {
+        const StepBlock<S, Taps> block(indices + x, phases + x, weights);
+        for (int32_t r = 0; r < bandRows; ++r, s += sourceStride, d += destinationStride) block.row(s, d);
+        return true;
       }
     }
-    for (; x + 8 <= width; x += 8) {
-      const G lo(indices + x, phases + x, weights), hi(indices + x + 4, phases + x + 4, weights);
-      for (int32_t r = 0; r < bandRows; ++r) {
-        const T* s = rowAt(src, r, sourceStride);
-        S::store8(rowAt(dst, r, destinationStride) + x, lo.row(s), hi.row(s));
-      }
+    const G a = make(x), b = make(x + 4), c = make(x + 8), e = make(x + 12);
+    for (int32_t r = 0; r < bandRows; ++r, s += sourceStride, d += destinationStride) {
+      S::store8(d, a.row(s), b.row(s));
+      S::store8(d + 8, c.row(s), e.row(s));
     }
-    for (; x + 4 <= width; x += 4) {
-      const G g(indices + x, phases + x, weights);
-      for (int32_t r = 0; r < bandRows; ++r) S::store4(rowAt(dst, r, destinationStride) + x, g.row(rowAt(src, r, sourceStride)));
-    }
-    for (; x < width; ++x) {
-      const int16_t* w = weights + int32_t{phases[x]} * Taps;
-      const intptr_t at = firstTap(indices[x], Taps);
-      for (int32_t r = 0; r < bandRows; ++r)
-        rowAt(dst, r, destinationStride)[x] = S::clamp(kernelSum(rowAt(src, r, sourceStride) + at, 1, w, Taps));
-    }
-  }
+    return true;
+  };
+  filterRowsInBands<S>(source, destination, rows, width, indices, phases, sourceStride, destinationStride, Taps,
+                       weights, make, sixteen);
 }
 
 // Picks the loop for the tap count: the specialised ones the host uses most, the
@@ -607,9 +587,12 @@ void filterRows(const typename S::T* source, typename S::T* destination, int32_t
     default:
       break;
   }
+  // Other counts: no sixteen-output step.
   const auto general = [&]<int Half>() {
-    filterRowsGeneral<S, Half>(source, destination, rows, width, indices, phases, sourceStride, destinationStride,
-                               taps, weights);
+    filterRowsInBands<S>(
+        source, destination, rows, width, indices, phases, sourceStride, destinationStride, taps, weights,
+        [=](int32_t x) { return GeneralGroup<S, Half>(indices + x, phases + x, weights, taps); },
+        [](int32_t, const typename S::T*, typename S::T*, int32_t) { return false; });
   };
   if (taps >= 8) return general.template operator()<8>();
   if (taps >= 4) return general.template operator()<4>();
