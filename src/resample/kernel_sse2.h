@@ -519,6 +519,34 @@ struct StepBlock {
   }
 };
 
+// Two taps of bytes span half a dword: the even outputs take byte pairs (0, 1),
+// (2, 3)... of the sixteen bytes at the first position, the odd ones those of the
+// sixteen after it, which end where the last output's kernel ends.
+template <>
+struct StepBlock<ByteSamples, 2> {
+  intptr_t at;
+  __m128i w[4];  // a weight pair per lane: outputs 0 2 4 6, 8 10 12 14, 1 3 5 7, 9 11 13 15
+  StepBlock(const int32_t* indices, const uint8_t* phases, const int16_t* weights) : at(firstTap(indices[0], 2)) {
+    for (int g = 0; g < 4; ++g) {
+      int32_t pair[4];
+      for (int m = 0; m < 4; ++m) std::memcpy(&pair[m], weights + 2 * int32_t{phases[g / 2 + 8 * (g % 2) + 2 * m]}, 4);
+      w[g] = _mm_setr_epi32(pair[0], pair[1], pair[2], pair[3]);
+    }
+  }
+  void row(const uint8_t* s, uint8_t* d) const {
+    const __m128i zero = _mm_setzero_si128(), half = _mm_set1_epi32(8192);
+    const __m128i even = loadBytes<16>(s + at), odd = loadBytes<16>(s + at + 1);
+    const auto sums = [&](__m128i bytes, __m128i weightPairs) {
+      return _mm_srai_epi32(_mm_add_epi32(_mm_madd_epi16(bytes, weightPairs), half), 14);
+    };
+    const __m128i e0 = sums(_mm_unpacklo_epi8(even, zero), w[0]), e1 = sums(_mm_unpackhi_epi8(even, zero), w[1]);
+    const __m128i o0 = sums(_mm_unpacklo_epi8(odd, zero), w[2]), o1 = sums(_mm_unpackhi_epi8(odd, zero), w[3]);
+    const __m128i lo = _mm_packs_epi32(_mm_unpacklo_epi32(e0, o0), _mm_unpackhi_epi32(e0, o0));
+    const __m128i hi = _mm_packs_epi32(_mm_unpacklo_epi32(e1, o1), _mm_unpackhi_epi32(e1, o1));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm_packus_epi16(lo, hi));
+  }
+};
+
 // True when the sixteen positions at p step by one sample.
 inline bool stepsByOne(const int32_t* p) {
   const __m128i base = _mm_set1_epi32(p[0]);
@@ -542,12 +570,10 @@ void filterRowsFixed(const typename S::T* source, typename S::T* destination, in
   const auto make = [=](int32_t x) { return G(indices + x, phases + x, weights); };
   const auto sixteen = [=](int32_t x, const T* s, T* d, int32_t bandRows) {
     d += x;
-    if constexpr (sizeof(T) == 1 ? Taps >= 4 : Taps % 2 == 0) {  // dwords of samples
-      if (stepsByOne(indices + x)) {
-        const StepBlock<S, Taps> block(indices + x, phases + x, weights);
-        for (int32_t r = 0; r < bandRows; ++r, s += sourceStride, d += destinationStride) block.row(s, d);
-        return true;
-      }
+    if (stepsByOne(indices + x)) {
+      const StepBlock<S, Taps> block(indices + x, phases + x, weights);
+      for (int32_t r = 0; r < bandRows; ++r, s += sourceStride, d += destinationStride) block.row(s, d);
+      return true;
     }
     const G a = make(x), b = make(x + 4), c = make(x + 8), e = make(x + 12);
     for (int32_t r = 0; r < bandRows; ++r, s += sourceStride, d += destinationStride) {
