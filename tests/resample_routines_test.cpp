@@ -95,6 +95,51 @@ TEST(ResampleRoutines, SixteenBitResultsNeverPassFullScale) {
   }
 }
 
+// Positions that step by one sample (a convolution) take loops of their own in
+// the specialised tap counts, and the other counts read their kernels in
+// overlapping pieces: halfway sums round up there too, overshoot clamps at both
+// ends, and a break in the walk or a row end mid-block changes nothing.
+template <int Slot, typename T>
+void expectConvolutionLikeHost(int16_t taps, int32_t breakAt) {
+  refhost::ReferenceHost host;
+  const auto hostFn = reinterpret_cast<SlotFn<code::rsmp, Slot>>(host.original(code::rsmp, Slot));
+  const auto moduleFn = Slot == 5 ? reinterpret_cast<SlotFn<code::rsmp, Slot>>(&FilterRowsSse2_8)
+                                  : reinterpret_cast<SlotFn<code::rsmp, Slot>>(&FilterRows16);
+  constexpr int32_t kWidth = 45, kRows = 3, kStride = 80;
+  const T top = sizeof(T) == 1 ? 255 : 32768;
+  std::vector<T> source(kRows * kStride);
+  for (std::size_t i = 0; i < source.size(); ++i)
+    source[i] = static_cast<T>(i % 7 == 3 ? top : i % 11 == 5 ? 0 : (i * 37) % (sizeof(T) == 1 ? 256 : 65536));
+  // Phase 0: halves of neighbours (odd sums sit half way); 1: overshoot up; 2: down,
+  // with every tap weighted.
+  std::vector<int16_t> w(static_cast<std::size_t>(3 * taps), 0);
+  for (int k = 2; k < taps; ++k) w[static_cast<std::size_t>(2 * taps + k)] = static_cast<int16_t>(300 * (k % 5) - 500);
+  w[0] = w[1] = 8192;
+  w[static_cast<std::size_t>(taps)] = 32767, w[static_cast<std::size_t>(taps) + 1] = -16383;
+  w[static_cast<std::size_t>(2 * taps)] = -20000, w[static_cast<std::size_t>(2 * taps) + 1] = 3616;
+  std::vector<int32_t> indices(kWidth);
+  std::vector<uint8_t> phases(kWidth);
+  for (int32_t x = 0; x < kWidth; ++x) {
+    indices[static_cast<std::size_t>(x)] = x == breakAt ? 30 : 8 + x;
+    phases[static_cast<std::size_t>(x)] = static_cast<uint8_t>(x % 3);
+  }
+  std::vector<T> expected(kRows * kWidth, 1), actual(kRows * kWidth, 1);
+  constexpr int32_t kSize = static_cast<int32_t>(sizeof(T));
+  hostFn(source.data(), expected.data(), kRows, kWidth, indices.data(), phases.data(), kStride * kSize, kWidth * kSize,
+         taps, w.data());
+  moduleFn(source.data(), actual.data(), kRows, kWidth, indices.data(), phases.data(), kStride * kSize,
+           kWidth * kSize, taps, w.data());
+  EXPECT_EQ(actual, expected) << "taps " << taps << " break at " << breakAt;
+}
+
+TEST(ResampleRoutines, ConvolutionsRoundAndClampAsTheHost) {
+  for (int16_t taps : std::vector<int16_t>{2, 3, 4, 5, 6, 7, 8, 9, 10, 12, 16})
+    for (int32_t breakAt : {-1, 0, 15, 21, 40}) {
+      expectConvolutionLikeHost<5, uint8_t>(taps, breakAt);
+      expectConvolutionLikeHost<13, uint16_t>(taps, breakAt);
+    }
+}
+
 TEST(ResampleRoutines, FloatFiltersKeepValuesOutsideZeroToOne) {
   const std::vector<float> source = {-0.75f, 2.5f, 0.5f, 0.5f, 0.5f, 0.5f};
   std::vector<int32_t> indices = {0, 1, 2};  // a 2-tap kernel starts at index

@@ -202,6 +202,7 @@ struct KernelCase {
   int16_t taps;
   int32_t phaseCount;
   int32_t sourceStride, destinationStride;
+  bool walk = false;  // positions step by one sample (row), as a plain convolution's, broken now and then
 };
 
 template <int Slot, typename T>
@@ -238,8 +239,12 @@ void buildKernelCase(Arena& a, Rng& rng, const KernelShape& shape, const KernelC
   const int32_t extent = shape.axis == Axis::Rows ? srcWidth : srcRows;
   int32_t* indices = a.pristine<int32_t>(2);
   uint8_t* phases = a.pristine<uint8_t>(3);
+  // A walk starts where its last position still has its kernel inside the source.
+  const int32_t lowest = k.taps <= 1 ? -1 : k.taps / 2 - 1;
+  const int32_t start =
+      k.walk ? static_cast<int32_t>(rng.range(lowest, lowest + extent - taps - std::max(positions - 1, 0))) : 0;
   for (int32_t i = 0; i < positions; ++i) {
-    indices[i] = drawIndex(rng, k.taps, extent - (shape.axis == Axis::Rows ? 0 : 0));
+    indices[i] = k.walk && !rng.chance(40) ? start + i : drawIndex(rng, k.taps, extent);
     phases[i] = static_cast<uint8_t>(rng.below(static_cast<uint32_t>(k.phaseCount)));
   }
   if (weightCount > 0) fillWeights(rng, a.pristine<int16_t>(4), k.phaseCount, k.taps);
@@ -262,6 +267,7 @@ void verifyKernel(Context& ctx, HostRoutine host, HostRoutine module, const Kern
     if (i % 97 == 96) k.rows = -static_cast<int32_t>(rng.below(2));   // nothing to do
     if (i % 89 == 88) k.width = -static_cast<int32_t>(rng.below(2));
     k.phaseCount = 1 + static_cast<int32_t>(rng.below(rng.chance(4) ? 256 : 8));
+    k.walk = rng.chance(3);
     const int32_t sourceRowBytes = (std::max(k.width, 1) + std::max<int32_t>(k.taps, 1) + 10) * shape.sampleBytes;
     k.sourceStride = drawStride(rng, sourceRowBytes, true);
     k.destinationStride = drawStride(rng, std::max(k.width, 1) * shape.sampleBytes, true);
@@ -340,7 +346,7 @@ int16_t benchTaps() {
 struct KernelBench final : BenchCase {
   KernelBench(const KernelShape& s, int width, int height) : arena(Placement::Heap), shape(s) {
     Rng rng(0xB3C4);
-    k = {height, width, benchTaps(), 256, 0, 0};
+    k = {height, width, benchTaps(), 256, 0, 0, false};
     const int32_t extra = std::max<int32_t>(k.taps, 1) + 1;
     k.sourceStride = (shape.axis == Axis::Rows ? width + extra : width) * shape.sampleBytes;
     k.destinationStride = width * shape.sampleBytes;

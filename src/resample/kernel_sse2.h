@@ -43,19 +43,6 @@ inline __m128i loadBytes(const void* p) {
   }
 }
 
-// loadBytes with a count known only at run time (1..16).
-inline __m128i loadBytesUpTo16(const void* p, int n) {
-  switch (n) {
-#define TARNELL_LOAD_CASE(K) \
-  case K: return loadBytes<K>(p);
-    TARNELL_LOAD_CASE(1) TARNELL_LOAD_CASE(2) TARNELL_LOAD_CASE(3) TARNELL_LOAD_CASE(4) TARNELL_LOAD_CASE(5)
-    TARNELL_LOAD_CASE(6) TARNELL_LOAD_CASE(7) TARNELL_LOAD_CASE(8) TARNELL_LOAD_CASE(9) TARNELL_LOAD_CASE(10)
-    TARNELL_LOAD_CASE(11) TARNELL_LOAD_CASE(12) TARNELL_LOAD_CASE(13) TARNELL_LOAD_CASE(14) TARNELL_LOAD_CASE(15)
-#undef TARNELL_LOAD_CASE
-    default: return n >= 16 ? loadBytes<16>(p) : _mm_setzero_si128();
-  }
-}
-
 // The four 32-bit sums of a, b, c and d, as lanes 0..3.
 inline __m128i sum4(__m128i a, __m128i b, __m128i c, __m128i d) {
   const __m128i ab = _mm_add_epi32(_mm_unpacklo_epi32(a, b), _mm_unpackhi_epi32(a, b));
@@ -75,9 +62,9 @@ struct ByteSamples {
   using T = uint8_t;
   template <int Taps>
   static __m128i load(const T* p) {
-    return _mm_unpacklo_epi8(loadBytes<Taps>(p), _mm_setzero_si128());
+    return widen(loadBytes<Taps>(p));
   }
-  static __m128i loadUpTo8(const T* p, int taps) { return _mm_unpacklo_epi8(loadBytesUpTo16(p, taps), _mm_setzero_si128()); }
+  static __m128i widen(__m128i bytes) { return _mm_unpacklo_epi8(bytes, _mm_setzero_si128()); }
   static int32_t bias(const int16_t*, int32_t) { return 8192; }
   static void store4(T* d, __m128i shifted) {
     const __m128i words = _mm_packs_epi32(shifted, shifted);
@@ -95,11 +82,9 @@ struct WordSamples {
   using T = uint16_t;
   template <int Taps>
   static __m128i load(const T* p) {
-    return _mm_xor_si128(loadBytes<2 * Taps>(p), _mm_set1_epi16(-32768));
+    return widen(loadBytes<2 * Taps>(p));
   }
-  static __m128i loadUpTo8(const T* p, int taps) {
-    return _mm_xor_si128(loadBytesUpTo16(p, 2 * taps), _mm_set1_epi16(-32768));
-  }
+  static __m128i widen(__m128i words) { return _mm_xor_si128(words, _mm_set1_epi16(-32768)); }
   static int32_t bias(const int16_t* w, int32_t taps) {
     uint32_t sum = 0;
     for (int32_t k = 0; k < taps; ++k) sum += static_cast<uint32_t>(int32_t{w[k]});
@@ -174,43 +159,98 @@ struct WideGroup {
   }
 };
 
-// One output's partial sums for any tap count: eight taps at a time, then the rest.
-template <class S>
-__m128i generalSum(const typename S::T* p, const int16_t* w, int32_t taps) {
-  __m128i acc = _mm_setzero_si128();
-  int32_t k = 0;
-  for (; k + 8 <= taps; k += 8)
-    acc = _mm_add_epi32(acc, _mm_madd_epi16(S::template load<8>(p + k), loadBytes<16>(w + k)));
-  if (k < taps) acc = _mm_add_epi32(acc, _mm_madd_epi16(S::loadUpTo8(p + k, taps - k), loadBytesUpTo16(w + k, 2 * (taps - k))));
-  return acc;
-}
-
-// The horizontal integer filter for any tap count (none or negative: every output
-// is the rounding term alone, 0).
-template <class S>
-void filterRowsGeneral(const typename S::T* source, typename S::T* destination, int32_t rows, int32_t width,
-                       const int32_t* indices, const uint8_t* phases, intptr_t sourceStride,
-                       intptr_t destinationStride, int32_t taps, const int16_t* weights) {
+// Four outputs of a tap count without a loop of its own. Every load stays inside
+// its kernel: below 8 taps, two loads of Half samples, one at the kernel's start and
+// one ending at its end (overlapping when the count is not 2 x Half); from 8 taps,
+// 8 samples at a time and a last 8 ending at the kernel's end. A sample read twice
+// gets weight 0 the second time. The last load's weights are set up once per band.
+template <class S, int Half>
+struct GeneralGroup {
   using T = typename S::T;
-  const int32_t n = std::max(taps, int32_t{0});
-  for (int32_t r = 0; r < rows; ++r) {
-    const T* s = rowAt(source, r, sourceStride);
-    T* d = rowAt(destination, r, destinationStride);
-    int32_t x = 0;
-    for (; x + 4 <= width; x += 4) {
-      __m128i part[4];
-      int32_t bias[4];
-      for (int i = 0; i < 4; ++i) {
-        const int16_t* w = weights + int32_t{phases[x + i]} * n;
-        part[i] = generalSum<S>(s + firstTap(indices[x + i], taps), w, n);
-        bias[i] = S::bias(w, n);
+  static constexpr int kHalfBytes = Half * static_cast<int>(sizeof(T));
+  const int16_t* w[4];
+  intptr_t at[4];
+  int32_t n, full;  // taps; loads of 8 before the last (8 taps and more)
+  __m128i bias;
+  __m128i last[4];
+
+  GeneralGroup(const int32_t* indices, const uint8_t* phases, const int16_t* weights, int32_t taps)
+      : n(taps), full(Half == 8 ? (taps - 1) / 8 : 0) {
+    int32_t b[4];
+    for (int i = 0; i < 4; ++i) {
+      w[i] = weights + int32_t{phases[i]} * n;
+      at[i] = firstTap(indices[i], n);
+      b[i] = S::bias(w[i], n);
+      alignas(16) int16_t lanes[8] = {};
+      const int from = Half == 8 ? 0 : Half;  // lane of the last load's first sample
+      const int counted = Half == 8 ? 8 * full : Half;
+      for (int l = 0; l < Half; ++l) {
+        if (Half < 8) lanes[l] = w[i][l];
+        const int32_t tap = n - Half + l;
+        lanes[from + l] = tap >= counted ? w[i][tap] : int16_t{0};
       }
-      const __m128i acc = _mm_add_epi32(sum4(part[0], part[1], part[2], part[3]),
-                                        _mm_setr_epi32(bias[0], bias[1], bias[2], bias[3]));
-      S::store4(d + x, _mm_srai_epi32(acc, 14));
+      last[i] = _mm_load_si128(reinterpret_cast<const __m128i*>(lanes));
     }
-    for (; x < width; ++x)
-      d[x] = S::clamp(kernelSum(s + firstTap(indices[x], taps), 1, weights + int32_t{phases[x]} * n, n));
+    bias = _mm_setr_epi32(b[0], b[1], b[2], b[3]);
+  }
+  // Two loads of Half samples side by side in the low bytes.
+  static __m128i halves(const T* p, const T* q) {
+    const __m128i a = loadBytes<kHalfBytes>(p), b = loadBytes<kHalfBytes>(q);
+    if constexpr (kHalfBytes == 8) return _mm_unpacklo_epi64(a, b);
+    else if constexpr (kHalfBytes == 4) return _mm_unpacklo_epi32(a, b);
+    else if constexpr (kHalfBytes == 2) return _mm_unpacklo_epi16(a, b);
+    else return _mm_unpacklo_epi8(a, b);
+  }
+  __m128i sum(const T* p, int i) const {
+    if constexpr (Half < 8) {
+      return _mm_madd_epi16(S::widen(halves(p, p + n - Half)), last[i]);
+    } else {
+      __m128i acc = _mm_madd_epi16(S::template load<8>(p + n - 8), last[i]);
+      for (int32_t c = 0; c < full; ++c)
+        acc = _mm_add_epi32(acc, _mm_madd_epi16(S::template load<8>(p + 8 * c), loadBytes<16>(w[i] + 8 * c)));
+      return acc;
+    }
+  }
+  __m128i row(const T* s) const {
+    const __m128i acc = sum4(sum(s + at[0], 0), sum(s + at[1], 1), sum(s + at[2], 2), sum(s + at[3], 3));
+    return _mm_srai_epi32(_mm_add_epi32(acc, bias), 14);
+  }
+};
+
+// The band walk of the row filters: per band of rows, sixteen(x, band's source,
+// band's destination, rows) may take sixteen outputs at x (false: declined), then
+// groups of four outputs made by make(x) go eight and four at a time, then one
+// output at a time with the scalar rule.
+template <class S, class Make, class Sixteen>
+void filterRowsInBands(const typename S::T* source, typename S::T* destination, int32_t rows, int32_t width,
+                       const int32_t* indices, const uint8_t* phases, intptr_t sourceStride,
+                       intptr_t destinationStride, int32_t taps, const int16_t* weights, Make make,
+                       Sixteen sixteen) {
+  using T = typename S::T;
+  const int32_t rowsPerBand = rowBand(width, static_cast<int>(sizeof(T)));
+  for (int32_t band = 0; band < rows; band += rowsPerBand) {
+    const int32_t bandRows = std::min(rowsPerBand, rows - band);
+    const T* src = rowAt(source, band, sourceStride);
+    T* dst = rowAt(destination, band, destinationStride);
+    int32_t x = 0;
+    while (x + 16 <= width && sixteen(x, src, dst, bandRows)) x += 16;
+    for (; x + 8 <= width; x += 8) {
+      const auto lo = make(x), hi = make(x + 4);
+      for (int32_t r = 0; r < bandRows; ++r) {
+        const T* s = rowAt(src, r, sourceStride);
+        S::store8(rowAt(dst, r, destinationStride) + x, lo.row(s), hi.row(s));
+      }
+    }
+    for (; x + 4 <= width; x += 4) {
+      const auto g = make(x);
+      for (int32_t r = 0; r < bandRows; ++r) S::store4(rowAt(dst, r, destinationStride) + x, g.row(rowAt(src, r, sourceStride)));
+    }
+    for (; x < width; ++x) {
+      const int16_t* w = weights + int32_t{phases[x]} * taps;
+      const intptr_t at = firstTap(indices[x], taps);
+      for (int32_t r = 0; r < bandRows; ++r)
+        rowAt(dst, r, destinationStride)[x] = S::clamp(kernelSum(rowAt(src, r, sourceStride) + at, 1, w, taps));
+    }
   }
 }
 
@@ -368,48 +408,182 @@ struct PackedGroup {
   }
 };
 
-// The horizontal filter for a fixed tap count, by groups G of four outputs: eight
-// outputs a step, then four, then one at a time with the scalar rule.
+// Four outputs whose kernels start one dword of samples apart (4 bytes, 2 words):
+// lane i of register j holds dword j of output i's kernel, so that one unaligned
+// load gives register j for all four, with no shuffle. The last dword of a kernel
+// that is not a whole number of them (6 and 10 bytes) ends at the kernel's end and
+// overlaps the one before, its repeated samples weighted 0: no load passes the
+// last output's kernel.
+template <class S, int Taps>
+struct StepGroup {
+  using T = typename S::T;
+  static constexpr bool kBytes = sizeof(T) == 1;
+  static constexpr int kStep = 4 / static_cast<int>(sizeof(T));  // samples per dword
+  static constexpr int kRegisters = (Taps + kStep - 1) / kStep;
+  static constexpr auto kArray = static_cast<std::size_t>(kRegisters);
+  static_assert(Taps >= kStep && (kBytes || Taps % kStep == 0));
+  // First sample of dword j, and how many of its samples an earlier dword counted.
+  static constexpr int offset(int j) { return std::min(kStep * j, Taps - kStep); }
+  static constexpr int repeated(int j) { return kStep * j - offset(j); }
+
+  intptr_t at;
+  __m128i bias;
+  __m128i even[kArray], odd[kArray];  // bytes: weights of the even and odd bytes; words: even only
+
+  // Output i is at indices[kStep * i].
+  StepGroup(const int32_t* indices, const uint8_t* phases, const int16_t* weights) {
+    at = firstTap(indices[0], Taps);
+    const int16_t* w[4];
+    for (int i = 0; i < 4; ++i) w[i] = weights + int32_t{phases[kStep * i]} * Taps;
+    if constexpr (kBytes) {
+      // Four weights per lane, split as the samples are: bytes 0 and 2, bytes 1 and 3.
+      bias = _mm_set1_epi32(8192);
+      for (std::size_t j = 0; j < kArray; ++j) {
+        const int k = offset(static_cast<int>(j));
+        const auto own = [&](__m128i c) {  // zero the weights of repeated samples
+          const int bits = 16 * repeated(static_cast<int>(j));
+          return _mm_slli_epi64(_mm_srli_epi64(c, bits), bits);
+        };
+        const __m128i ab = own(_mm_unpacklo_epi64(loadBytes<8>(w[0] + k), loadBytes<8>(w[1] + k)));
+        const __m128i cd = own(_mm_unpacklo_epi64(loadBytes<8>(w[2] + k), loadBytes<8>(w[3] + k)));
+        even[j] = _mm_packs_epi32(_mm_srai_epi32(_mm_slli_epi32(ab, 16), 16), _mm_srai_epi32(_mm_slli_epi32(cd, 16), 16));
+        odd[j] = _mm_packs_epi32(_mm_srai_epi32(ab, 16), _mm_srai_epi32(cd, 16));
+      }
+    } else {
+      // Two weights per lane: a transpose of the weight sets' dwords, four at a time.
+      for (int c = 0; c < kRegisters; c += 4) {
+        __m128i r[4];
+        for (int i = 0; i < 4; ++i) r[i] = loadDwords(w[i] + 2 * c, kRegisters - c);
+        const __m128i t0 = _mm_unpacklo_epi32(r[0], r[1]), t1 = _mm_unpackhi_epi32(r[0], r[1]);
+        const __m128i t2 = _mm_unpacklo_epi32(r[2], r[3]), t3 = _mm_unpackhi_epi32(r[2], r[3]);
+        const __m128i d[4] = {_mm_unpacklo_epi64(t0, t2), _mm_unpackhi_epi64(t0, t2), _mm_unpacklo_epi64(t1, t3),
+                              _mm_unpackhi_epi64(t1, t3)};
+        for (int j = c; j < std::min(c + 4, kRegisters); ++j) even[j] = odd[j] = d[j - c];
+      }
+      __m128i sums = _mm_setzero_si128();
+      for (std::size_t j = 0; j < kArray; ++j) sums = _mm_add_epi32(sums, _mm_madd_epi16(even[j], _mm_set1_epi16(1)));
+      bias = _mm_add_epi32(_mm_slli_epi32(sums, 15), _mm_set1_epi32(8192));
+    }
+  }
+  // The first n dwords at p, at most four.
+  static __m128i loadDwords(const int16_t* p, int n) {
+    switch (n) {
+      case 1: return loadBytes<4>(p);
+      case 2: return loadBytes<8>(p);
+      case 3: return loadBytes<12>(p);
+      default: return loadBytes<16>(p);
+    }
+  }
+
+  // The four results of source row s, shifted but not yet clamped.
+  __m128i row(const T* s) const {
+    __m128i acc = bias;
+    for (std::size_t j = 0; j < kArray; ++j) {
+      const __m128i reg = loadBytes<16>(s + at + offset(static_cast<int>(j)));
+      if constexpr (kBytes)
+        acc = _mm_add_epi32(acc, _mm_add_epi32(_mm_madd_epi16(_mm_and_si128(reg, _mm_set1_epi16(0xFF)), even[j]),
+                                               _mm_madd_epi16(_mm_srli_epi16(reg, 8), odd[j])));
+      else
+        acc = _mm_add_epi32(acc, _mm_madd_epi16(_mm_xor_si128(reg, _mm_set1_epi16(-32768)), even[j]));
+    }
+    return _mm_srai_epi32(acc, 14);
+  }
+};
+
+// Sixteen outputs whose kernels start one sample apart, as a plain convolution
+// reads them: kStep step groups of interleaved outputs (group r holds outputs
+// r, r + kStep, ...), stored back in order.
+template <class S, int Taps>
+struct StepBlock {
+  using T = typename S::T;
+  using G = StepGroup<S, Taps>;
+  static constexpr int kStep = G::kStep;
+  G g[4];
+  StepBlock(const int32_t* indices, const uint8_t* phases, const int16_t* weights)
+      : g{G(indices + first(0), phases + first(0), weights), G(indices + first(1), phases + first(1), weights),
+          G(indices + first(2), phases + first(2), weights), G(indices + first(3), phases + first(3), weights)} {}
+  // Output of lane 0 of group n: bytes 0, 1, 2, 3; words 0, 1, 8, 9.
+  static constexpr int first(int n) { return kStep == 4 ? n : n % 2 + 8 * (n / 2); }
+
+  void row(const T* s, T* d) const {
+    const __m128i r0 = g[0].row(s), r1 = g[1].row(s), r2 = g[2].row(s), r3 = g[3].row(s);
+    if constexpr (kStep == 2) {
+      S::store8(d, _mm_unpacklo_epi32(r0, r1), _mm_unpackhi_epi32(r0, r1));
+      S::store8(d + 8, _mm_unpacklo_epi32(r2, r3), _mm_unpackhi_epi32(r2, r3));
+    } else {
+      // Words 0 4 8 12 1 5 9 13 and 2 6 10 14 3 7 11 15; even and odd outputs; bytes.
+      const __m128i a = _mm_packs_epi32(r0, r1), b = _mm_packs_epi32(r2, r3);
+      const __m128i bytes = _mm_packus_epi16(_mm_unpacklo_epi16(a, b), _mm_unpackhi_epi16(a, b));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm_unpacklo_epi8(bytes, _mm_unpackhi_epi64(bytes, bytes)));
+    }
+  }
+};
+
+// Two taps of bytes span half a dword: the even outputs take byte pairs (0, 1),
+// (2, 3)... of the sixteen bytes at the first position, the odd ones those of the
+// sixteen after it, which end where the last output's kernel ends.
+template <>
+struct StepBlock<ByteSamples, 2> {
+  intptr_t at;
+  __m128i w[4];  // a weight pair per lane: outputs 0 2 4 6, 8 10 12 14, 1 3 5 7, 9 11 13 15
+  StepBlock(const int32_t* indices, const uint8_t* phases, const int16_t* weights) : at(firstTap(indices[0], 2)) {
+    for (int g = 0; g < 4; ++g) {
+      int32_t pair[4];
+      for (int m = 0; m < 4; ++m) std::memcpy(&pair[m], weights + 2 * int32_t{phases[g / 2 + 8 * (g % 2) + 2 * m]}, 4);
+      w[g] = _mm_setr_epi32(pair[0], pair[1], pair[2], pair[3]);
+    }
+  }
+  void row(const uint8_t* s, uint8_t* d) const {
+    const __m128i zero = _mm_setzero_si128(), half = _mm_set1_epi32(8192);
+    const __m128i even = loadBytes<16>(s + at), odd = loadBytes<16>(s + at + 1);
+    const auto sums = [&](__m128i bytes, __m128i weightPairs) {
+      return _mm_srai_epi32(_mm_add_epi32(_mm_madd_epi16(bytes, weightPairs), half), 14);
+    };
+    const __m128i e0 = sums(_mm_unpacklo_epi8(even, zero), w[0]), e1 = sums(_mm_unpackhi_epi8(even, zero), w[1]);
+    const __m128i o0 = sums(_mm_unpacklo_epi8(odd, zero), w[2]), o1 = sums(_mm_unpackhi_epi8(odd, zero), w[3]);
+    const __m128i lo = _mm_packs_epi32(_mm_unpacklo_epi32(e0, o0), _mm_unpackhi_epi32(e0, o0));
+    const __m128i hi = _mm_packs_epi32(_mm_unpacklo_epi32(e1, o1), _mm_unpackhi_epi32(e1, o1));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm_packus_epi16(lo, hi));
+  }
+};
+
+// True when the sixteen positions at p step by one sample.
+inline bool stepsByOne(const int32_t* p) {
+  const __m128i base = _mm_set1_epi32(p[0]);
+  __m128i same = _mm_set1_epi32(-1);
+  for (int i = 0; i < 16; i += 4) {
+    const __m128i want = _mm_add_epi32(base, _mm_setr_epi32(i, i + 1, i + 2, i + 3));
+    same = _mm_and_si128(same, _mm_cmpeq_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i)), want));
+  }
+  return _mm_movemask_epi8(same) == 0xFFFF;
+}
+
+// The horizontal filter for a fixed tap count, by groups G of four outputs: sixteen
+// outputs a step (stepping blocks where the positions step by one), then eight,
+// four, and one at a time with the scalar rule.
 template <class S, int Taps, template <class, int> class Group>
 void filterRowsFixed(const typename S::T* source, typename S::T* destination, int32_t rows, int32_t width,
                      const int32_t* indices, const uint8_t* phases, intptr_t sourceStride,
                      intptr_t destinationStride, const int16_t* weights) {
   using T = typename S::T;
   using G = Group<S, Taps>;
-  const int32_t rowsPerBand = rowBand(width, static_cast<int>(sizeof(T)));
-  for (int32_t band = 0; band < rows; band += rowsPerBand) {
-    const int32_t bandRows = std::min(rowsPerBand, rows - band);
-    const T* src = rowAt(source, band, sourceStride);
-    T* dst = rowAt(destination, band, destinationStride);
-    int32_t x = 0;
-    for (; x + 16 <= width; x += 16) {
-      const G a(indices + x, phases + x, weights), b(indices + x + 4, phases + x + 4, weights);
-      const G c(indices + x + 8, phases + x + 8, weights), e(indices + x + 12, phases + x + 12, weights);
-      const T* s = src;
-      T* d = dst + x;
-      for (int32_t r = 0; r < bandRows; ++r, s += sourceStride, d += destinationStride) {
-        S::store8(d, a.row(s), b.row(s));
-        S::store8(d + 8, c.row(s), e.row(s));
-      }
+  const auto make = [=](int32_t x) { return G(indices + x, phases + x, weights); };
+  const auto sixteen = [=](int32_t x, const T* s, T* d, int32_t bandRows) {
+    d += x;
+    if (stepsByOne(indices + x)) {
+      const StepBlock<S, Taps> block(indices + x, phases + x, weights);
+      for (int32_t r = 0; r < bandRows; ++r, s += sourceStride, d += destinationStride) block.row(s, d);
+      return true;
     }
-    for (; x + 8 <= width; x += 8) {
-      const G lo(indices + x, phases + x, weights), hi(indices + x + 4, phases + x + 4, weights);
-      for (int32_t r = 0; r < bandRows; ++r) {
-        const T* s = rowAt(src, r, sourceStride);
-        S::store8(rowAt(dst, r, destinationStride) + x, lo.row(s), hi.row(s));
-      }
+    const G a = make(x), b = make(x + 4), c = make(x + 8), e = make(x + 12);
+    for (int32_t r = 0; r < bandRows; ++r, s += sourceStride, d += destinationStride) {
+      S::store8(d, a.row(s), b.row(s));
+      S::store8(d + 8, c.row(s), e.row(s));
     }
-    for (; x + 4 <= width; x += 4) {
-      const G g(indices + x, phases + x, weights);
-      for (int32_t r = 0; r < bandRows; ++r) S::store4(rowAt(dst, r, destinationStride) + x, g.row(rowAt(src, r, sourceStride)));
-    }
-    for (; x < width; ++x) {
-      const int16_t* w = weights + int32_t{phases[x]} * Taps;
-      const intptr_t at = firstTap(indices[x], Taps);
-      for (int32_t r = 0; r < bandRows; ++r)
-        rowAt(dst, r, destinationStride)[x] = S::clamp(kernelSum(rowAt(src, r, sourceStride) + at, 1, w, Taps));
-    }
-  }
+    return true;
+  };
+  filterRowsInBands<S>(source, destination, rows, width, indices, phases, sourceStride, destinationStride, Taps,
+                       weights, make, sixteen);
 }
 
 // Picks the loop for the tap count: the specialised ones the host uses most, the
@@ -437,9 +611,21 @@ void filterRows(const typename S::T* source, typename S::T* destination, int32_t
     case 10: return fixed.template operator()<10>();
     case 16: return fixed.template operator()<16>();
     default:
-      return filterRowsGeneral<S>(source, destination, rows, width, indices, phases, sourceStride,
-                                  destinationStride, taps, weights);
+      break;
   }
+  // Other counts: no sixteen-output step.
+  const auto general = [&]<int Half>() {
+    filterRowsInBands<S>(
+        source, destination, rows, width, indices, phases, sourceStride, destinationStride, taps, weights,
+        [=](int32_t x) { return GeneralGroup<S, Half>(indices + x, phases + x, weights, taps); },
+        [](int32_t, const typename S::T*, typename S::T*, int32_t) { return false; });
+  };
+  if (taps >= 8) return general.template operator()<8>();
+  if (taps >= 4) return general.template operator()<4>();
+  if (taps >= 2) return general.template operator()<2>();
+  if (taps == 1) return general.template operator()<1>();
+  // No taps (or a negative count): the rounding term alone, 0 for every output.
+  for (int32_t r = 0; r < rows; ++r) std::fill_n(rowAt(destination, r, destinationStride), width, typename S::T{0});
 }
 
 }  // namespace tarnell::resample
