@@ -113,18 +113,7 @@ bool runCase(Context& ctx, Arena& arena, const std::string& what, const std::fun
   arena.reset();
   call(0);
   call(1);
-  ctx.countCase();
-  const std::string problem = arena.difference();
-  if (problem.empty()) return true;
-  ctx.fail(checkLabel(ctx.check()) + " [seed " + std::to_string(ctx.seed()) + "] " + what + ": " + problem);
-  return !ctx.enough();
-}
-
-template <typename... T>
-std::string describe(T... parts) {
-  std::ostringstream out;
-  ((out << parts << ' '), ...);
-  return out.str();
+  return ctx.judge(what, arena.difference());
 }
 
 template <uint32_t Suite, int Slot>
@@ -273,7 +262,7 @@ void verifyKernel(Context& ctx, HostRoutine host, HostRoutine module, const Kern
     k.destinationStride = drawStride(rng, std::max(k.width, 1) * shape.sampleBytes, true);
     Arena a(drawPlacement(rng));
     buildKernelCase(a, rng, shape, k);
-    const std::string what = describe("rows", k.rows, "width", k.width, "taps", k.taps, "phases", k.phaseCount,
+    const std::string what = words("rows", k.rows, "width", k.width, "taps", k.taps, "phases", k.phaseCount,
                                       "strides", k.sourceStride, k.destinationStride);
     if (!runCase(ctx, a, what, [&](int s) { shape.call(s == 0 ? host : module, a, s, k); })) return;
   }
@@ -319,18 +308,16 @@ void verifyRowCopyCalls(Context& ctx, HostRoutine host, HostRoutine module) {
       }
     }
     h.clearLogs();
-    ctx.countCase();
     const bool same = calls[0].size() == calls[1].size() &&
                       std::equal(calls[0].begin(), calls[0].end(), calls[1].begin(), [](const auto& x, const auto& y) {
                         return x.suite == y.suite && x.slot == y.slot && std::memcmp(x.args, y.args, sizeof x.args) == 0;
                       });
+    std::string problem = a.difference();
     if (!same || calls[0].size() != static_cast<std::size_t>(std::max(k.rows, 0)))
-      ctx.fail(checkLabel(ctx.check()) + " [seed " + std::to_string(ctx.seed()) + "] " +
-               describe("taps", k.taps, "rows", k.rows, "width", k.width) + ": 'memo' slot 0 calls: host " +
-               std::to_string(calls[0].size()) + ", module " + std::to_string(calls[1].size()) +
-               (calls[0].size() == calls[1].size() ? " with other arguments" : ""));
-    const std::string problem = a.difference();
-    if (!problem.empty()) ctx.fail(checkLabel(ctx.check()) + " taps " + std::to_string(k.taps) + ": " + problem);
+      problem = "'memo' slot 0 calls: host " + std::to_string(calls[0].size()) + ", module " +
+                std::to_string(calls[1].size()) + (calls[0].size() == calls[1].size() ? " with other arguments" : "") +
+                (problem.empty() ? "" : "; " + problem);
+    if (!ctx.judge(words("taps", k.taps, "rows", k.rows, "width", k.width), problem)) break;
   }
   slot0 = saved;
 }
@@ -400,7 +387,7 @@ void verifyBoxAverageRows(Context& ctx, HostRoutine host, HostRoutine module) {
     std::copy(counts.begin(), counts.end(), a.pristine<int32_t>(2));
     if (i % 5 == 0)  // all 255: the truncated reciprocal must still give 255
       for (int32_t r = 0; r < total; ++r) std::memset(a.pristine<Byte>(0) + static_cast<std::ptrdiff_t>(r) * ss, 255, static_cast<std::size_t>(std::max(width, 1)));
-    if (!runCase(ctx, a, describe("rows", rows, "width", width, "source rows", total), [&](int s) {
+    if (!runCase(ctx, a, words("rows", rows, "width", width, "source rows", total), [&](int s) {
           as<code::rsmp, 3>(s == 0 ? host : module)(a.side<uint8_t>(0, s), a.side<uint8_t>(1, s), rows, width,
                                                      a.side<int32_t>(2, s), ss, ds);
         }))
@@ -464,7 +451,7 @@ void verifyBoxReduce(Context& ctx, HostRoutine host, HostRoutine module) {
     Arena a(drawPlacement(rng));
     buildBoxReduce(a, rng, c);
     std::size_t hostCalls[2] = {0, 0};
-    const std::string what = describe("rows", c.rows, "width", c.width, "spp", c.spp, "a", c.a, "b", c.b);
+    const std::string what = words("rows", c.rows, "width", c.width, "spp", c.spp, "a", c.a, "b", c.b);
     if (!runCase(ctx, a, what, [&](int s) {
           h.clearLogs();
           as<code::rsmp, 24>(s == 0 ? host : module)(a.side<uint8_t>(0, s), a.side<uint8_t>(1, s), c.rows, c.width,
@@ -476,8 +463,8 @@ void verifyBoxReduce(Context& ctx, HostRoutine host, HostRoutine module) {
       return;
     const std::size_t expected = c.width > 1500 ? 1 : 0;
     if (hostCalls[1] != expected &&
-        !ctx.fail(checkLabel(ctx.check()) + " " + what + ": the module's call reached the host's routine " +
-                  std::to_string(hostCalls[1]) + " times, expected " + std::to_string(expected)))
+        !ctx.judge(what, "the module's call reached the host's routine " + std::to_string(hostCalls[1]) +
+                             " times, expected " + std::to_string(expected)))
       return;
   }
   h.clearLogs();
@@ -570,7 +557,7 @@ void verifyRemapAxis(Context& ctx, HostRoutine host, HostRoutine module) {
     uint32_t* coords = a.pristine<uint32_t>(0);
     for (int32_t k = 0; k < lines * std::max(c.pixels, 1); ++k)
       coords[k] = drawCoordinate(rng, c.first[0], c.end[0], c.interpolate != 0);
-    const std::string what = describe("rows", c.rows, "pixels", c.pixels, "spp", c.spp, "first", c.first[0], "end",
+    const std::string what = words("rows", c.rows, "pixels", c.pixels, "spp", c.spp, "first", c.first[0], "end",
                                       c.end[0], "interpolate", c.interpolate, down ? "down" : "across");
     if (!runCase(ctx, a, what, [&](int s) {
           as<code::rsmp, 18>(s == 0 ? host : module)(a.side<uint32_t>(0, s), a.side<uint8_t>(1, s),
@@ -600,7 +587,7 @@ void verifyRemapPlane(Context& ctx, HostRoutine host, HostRoutine module) {
       coords[2 * k] = drawCoordinate(rng, c.first[0], c.end[0], c.interpolate != 0);
       coords[2 * k + 1] = drawCoordinate(rng, c.first[1], c.end[1], c.interpolate != 0);
     }
-    const std::string what = describe("rows", c.rows, "pixels", c.pixels, "spp", c.spp, "x", c.first[0], c.end[0],
+    const std::string what = words("rows", c.rows, "pixels", c.pixels, "spp", c.spp, "x", c.first[0], c.end[0],
                                       "y", c.first[1], c.end[1], "interpolate", c.interpolate);
     if (!runCase(ctx, a, what, [&](int s) {
           as<code::rsmp, 19>(s == 0 ? host : module)(a.side<uint32_t>(0, s), a.side<uint8_t>(1, s),
