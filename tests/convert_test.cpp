@@ -23,22 +23,15 @@
 #include "host/module_state.h"
 #include "tests/install_recorder.h"
 #include "refhost/refhost.h"
+#include "tests/module_start.h"
 
-extern "C" int32_t PluginMain(int16_t selector, tarnell::HostInfo* hostInfo, intptr_t data, int16_t* result);
 
 using namespace tarnell;
 using refhost::ReferenceHost;
 
 namespace {
 
-// Starts the statically linked module on the host and registers the host's noise
-// buffer through the (now patched) 'core' slot 3, as a host does.
-void start(ReferenceHost& host) {
-  int16_t result = 1;
-  PluginMain(kSelectorStartup, host.hostInfo(), 0, &result);
-  ASSERT_EQ(result, 0);
-  host.registerNoise();
-}
+void start(ReferenceHost& host) { tests::startModule(host, tests::Noise::Register); }
 
 // Bytes with a chosen misalignment from a 64-byte boundary.
 struct Buffer {

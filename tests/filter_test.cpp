@@ -13,9 +13,9 @@
 #include "host/install.h"
 #include "host/module_state.h"
 #include "refhost/refhost.h"
+#include "tests/module_start.h"
 #include "verify/runner.h"
 
-extern "C" int32_t PluginMain(int16_t selector, tarnell::HostInfo* hostInfo, intptr_t data, int16_t* result);
 
 using namespace tarnell;
 using refhost::ReferenceHost;
@@ -25,9 +25,7 @@ namespace {
 class Filters : public ::testing::Test {
  protected:
   void SetUp() override {
-    int16_t result = 1;
-    PluginMain(kSelectorStartup, host.hostInfo(), 0, &result);
-    ASSERT_EQ(result, 0);
+    tests::startModule(host);
     host.clearLogs();
   }
   template <int Slot>

@@ -12,9 +12,9 @@
 #include "convert/noise_table.h"
 #include "paint/paint.h"
 #include "refhost/refhost.h"
+#include "tests/module_start.h"
 #include "verify/runner.h"
 
-extern "C" int32_t PluginMain(int16_t selector, tarnell::HostInfo* hostInfo, intptr_t data, int16_t* result);
 
 using namespace tarnell;
 using namespace tarnell::paint;
@@ -22,12 +22,7 @@ using refhost::ReferenceHost;
 
 namespace {
 
-void start(ReferenceHost& host) {
-  int16_t result = 1;
-  PluginMain(kSelectorStartup, host.hostInfo(), 0, &result);
-  ASSERT_EQ(result, 0);
-  host.registerNoise();
-}
+void start(ReferenceHost& host) { tests::startModule(host, tests::Noise::Register); }
 
 // An 8-bit plane of rows x columns, tightly packed at a chosen offset from a
 // 64-byte boundary, with a mask of the same shape.

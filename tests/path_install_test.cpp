@@ -10,9 +10,9 @@
 #include "host/module_state.h"
 #include "pathfill/fill_array.h"
 #include "refhost/refhost.h"
+#include "tests/module_start.h"
 #include "tests/install_recorder.h"
 
-extern "C" int32_t PluginMain(int16_t selector, tarnell::HostInfo* hostInfo, intptr_t data, int16_t* result);
 
 using namespace tarnell;
 using refhost::GestaltAnswer;
