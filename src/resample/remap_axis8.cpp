@@ -16,10 +16,17 @@ void RemapAxis8(const uint32_t* coordinates, const uint8_t* source, uint8_t* des
   // Interpolated four-sample pixels: one vector step; a zero fraction interpolates
   // toward the pixel itself (the identity), so its neighbour is never read.
   const bool vector = axis.interpolate && samplesPerPixel == 4;
+  // One to three samples: groups of eight pixels, the rest of each row below.
+  const bool groups = samplesPerPixel >= 1 && samplesPerPixel <= 3 && axis.limit >= 0;
   for (int32_t r = 0; r < rows; ++r) {
     const uint8_t* line = source + intptr_t{r} * sourceAdvance;
     uint8_t* d = destination + intptr_t{r} * destinationAdvance;
-    for (int32_t p = 0; p < pixels; ++p, d += destinationPixelStride) {
+    const RemapRun run{line, sourceRowStride, 0, destinationPixelStride, axis.origin,
+                       static_cast<uint32_t>(axis.limit), 0, 0};
+    const int32_t done = groups ? remapRow8<false>(coordinates, run, axis.interpolate, d, pixels, samplesPerPixel) : 0;
+    coordinates += done;
+    d += intptr_t{done} * destinationPixelStride;
+    for (int32_t p = done; p < pixels; ++p, d += destinationPixelStride) {
       const int32_t c = axis.offset(*coordinates++);
       if (!axis.accepts(c)) continue;
       const uint8_t* a = line + intptr_t{c >> 16} * sourceRowStride;

@@ -95,4 +95,165 @@ inline void lerpPixel4(const uint8_t* a, const uint8_t* b, uint32_t f, uint8_t* 
   std::memcpy(d, &bytes, 4);
 }
 
+
+// --- one- to three-sample pixels, eight at a time (SSE2) -----------------------
+
+// Eight pixels of a remap per step: the coordinates are offset and range-checked
+// in vector lanes; a rejected lane is set to offset 0 (the source's first pixel,
+// which exists whenever anything is accepted) so that its reads stay inside, and
+// is never stored. The neighbours are gathered with byte loads, two per 16-bit
+// lane (the sample and the one across), four pixels to a 64-bit word; the
+// interpolation runs in 16-bit lanes with lerp8. A zero fraction reads its
+// neighbour at the pixel itself. TwoAxes reads (x, y) pairs; otherwise one
+// coordinate per pixel, and ps is the step between source rows along the line.
+struct RemapRun {
+  const uint8_t* source;
+  intptr_t ps, rs, dps;
+  uint32_t originX, limitX, originY, limitY;
+};
+
+// The coordinates of eight pixels, offset, rejected lanes zeroed; returns the
+// rejected lanes as eight bits.
+template <bool TwoAxes>
+inline unsigned remapOffsets8(const uint32_t* coordinates, const RemapRun& run, __m128i cx[2], __m128i cy[2]) {
+  const __m128i sign = _mm_set1_epi32(static_cast<int32_t>(0x80000000u));
+  const __m128i limitX = _mm_set1_epi32(static_cast<int32_t>(run.limitX ^ 0x80000000u));
+  const __m128i limitY = _mm_set1_epi32(static_cast<int32_t>(run.limitY ^ 0x80000000u));
+  __m128i rejected[2];
+  for (std::size_t h = 0; h < 2; ++h) {
+    if constexpr (TwoAxes) {
+      const __m128 v0 = _mm_castsi128_ps(_mm_loadu_si128(reinterpret_cast<const __m128i*>(coordinates + 8 * h)));
+      const __m128 v1 = _mm_castsi128_ps(_mm_loadu_si128(reinterpret_cast<const __m128i*>(coordinates + 8 * h + 4)));
+      cx[h] = _mm_sub_epi32(_mm_castps_si128(_mm_shuffle_ps(v0, v1, _MM_SHUFFLE(2, 0, 2, 0))),
+                            _mm_set1_epi32(static_cast<int32_t>(run.originX)));
+      cy[h] = _mm_sub_epi32(_mm_castps_si128(_mm_shuffle_ps(v0, v1, _MM_SHUFFLE(3, 1, 3, 1))),
+                            _mm_set1_epi32(static_cast<int32_t>(run.originY)));
+      rejected[h] = _mm_or_si128(_mm_cmpgt_epi32(_mm_xor_si128(cx[h], sign), limitX),
+                                 _mm_cmpgt_epi32(_mm_xor_si128(cy[h], sign), limitY));
+      cy[h] = _mm_andnot_si128(rejected[h], cy[h]);
+    } else {
+      cx[h] = _mm_sub_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(coordinates + 4 * h)),
+                            _mm_set1_epi32(static_cast<int32_t>(run.originX)));
+      rejected[h] = _mm_cmpgt_epi32(_mm_xor_si128(cx[h], sign), limitX);
+      cy[h] = _mm_setzero_si128();
+    }
+    cx[h] = _mm_andnot_si128(rejected[h], cx[h]);
+  }
+  const __m128i bytes = _mm_packs_epi16(_mm_packs_epi32(rejected[0], rejected[1]), _mm_setzero_si128());
+  return static_cast<unsigned>(_mm_movemask_epi8(bytes));
+}
+
+// Bits 8..15 of each offset (the 8-bit fraction) in eight 16-bit lanes.
+inline __m128i fractions8(const __m128i c[2]) {
+  return _mm_packs_epi32(_mm_srli_epi32(_mm_slli_epi32(c[0], 16), 24), _mm_srli_epi32(_mm_slli_epi32(c[1], 16), 24));
+}
+
+// Stores the samples of the eight pixels (byte k of out[s] is sample s of pixel k),
+// skipping rejected ones.
+template <std::size_t Spp>
+inline void storePixels8(const uint64_t (&out)[Spp], unsigned rejected, uint8_t* d, intptr_t dps) {
+  if (rejected == 0 && dps == static_cast<intptr_t>(Spp) && Spp <= 2) {
+    if constexpr (Spp == 1) {
+      std::memcpy(d, &out[0], 8);
+    } else {
+      const __m128i v = _mm_unpacklo_epi8(_mm_cvtsi64_si128(static_cast<long long>(out[0])),
+                                          _mm_cvtsi64_si128(static_cast<long long>(out[Spp - 1])));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(d), v);
+    }
+    return;
+  }
+  for (std::size_t k = 0; k < 8; ++k, d += dps)
+    if ((rejected >> k & 1u) == 0)
+      for (std::size_t s = 0; s < Spp; ++s) d[s] = static_cast<uint8_t>(out[s] >> (8 * k));
+}
+
+// Nearest: the pixel at the integer parts.
+template <std::size_t Spp, bool TwoAxes>
+inline void nearest8(const uint32_t* coordinates, const RemapRun& run, uint8_t* d) {
+  __m128i cx[2], cy[2];
+  const unsigned rejected = remapOffsets8<TwoAxes>(coordinates, run, cx, cy);
+  if (rejected == 0xFFu) return;
+  alignas(16) uint32_t x[8], y[8];
+  _mm_store_si128(reinterpret_cast<__m128i*>(x), cx[0]);
+  _mm_store_si128(reinterpret_cast<__m128i*>(x + 4), cx[1]);
+  _mm_store_si128(reinterpret_cast<__m128i*>(y), cy[0]);
+  _mm_store_si128(reinterpret_cast<__m128i*>(y + 4), cy[1]);
+  uint64_t out[Spp] = {};
+  for (std::size_t k = 0; k < 8; ++k) {
+    const uint8_t* a = run.source + intptr_t{x[k] >> 16} * run.ps + intptr_t{y[k] >> 16} * run.rs;
+    for (std::size_t s = 0; s < Spp; ++s) out[s] |= uint64_t{a[s]} << (8 * k);
+  }
+  storePixels8<Spp>(out, rejected, d, run.dps);
+}
+
+// Interpolating: across by fx (between rows j and j + 1 first when TwoAxes).
+template <std::size_t Spp, bool TwoAxes>
+inline void lerp8Pixels(const uint32_t* coordinates, const RemapRun& run, uint8_t* d) {
+  __m128i cx[2], cy[2];
+  const unsigned rejected = remapOffsets8<TwoAxes>(coordinates, run, cx, cy);
+  if (rejected == 0xFFu) return;
+  alignas(16) uint32_t x[8], y[8];
+  _mm_store_si128(reinterpret_cast<__m128i*>(x), cx[0]);
+  _mm_store_si128(reinterpret_cast<__m128i*>(x + 4), cx[1]);
+  _mm_store_si128(reinterpret_cast<__m128i*>(y), cy[0]);
+  _mm_store_si128(reinterpret_cast<__m128i*>(y + 4), cy[1]);
+  // 16-bit lanes of (sample | sample across << 8): top row, and the row below.
+  uint64_t top[Spp][2] = {}, bottom[Spp][2] = {};
+  for (std::size_t k = 0; k < 8; ++k) {
+    const uint8_t* a = run.source + intptr_t{x[k] >> 16} * run.ps + intptr_t{y[k] >> 16} * run.rs;
+    const intptr_t across = (x[k] & 0xFF00u) != 0 ? run.ps : 0;
+    const std::size_t shift = 16 * (k & 3);
+    for (std::size_t s = 0; s < Spp; ++s)
+      top[s][k >> 2] |= uint64_t{static_cast<uint32_t>(a[s] | (a + across)[s] << 8)} << shift;
+    if constexpr (TwoAxes) {
+      const uint8_t* b = a + ((y[k] & 0xFF00u) != 0 ? run.rs : 0);
+      for (std::size_t s = 0; s < Spp; ++s)
+        bottom[s][k >> 2] |= uint64_t{static_cast<uint32_t>(b[s] | (b + across)[s] << 8)} << shift;
+    }
+  }
+  const __m128i low = _mm_set1_epi16(0xFF), full = _mm_set1_epi16(255);
+  const __m128i fx = fractions8(cx), gx = _mm_sub_epi16(full, fx);
+  uint64_t out[Spp];
+  for (std::size_t s = 0; s < Spp; ++s) {
+    const __m128i t = _mm_set_epi64x(static_cast<long long>(top[s][1]), static_cast<long long>(top[s][0]));
+    __m128i p = _mm_and_si128(t, low), q = _mm_srli_epi16(t, 8);
+    if constexpr (TwoAxes) {
+      const __m128i fy = fractions8(cy), gy = _mm_sub_epi16(full, fy);
+      const __m128i b = _mm_set_epi64x(static_cast<long long>(bottom[s][1]), static_cast<long long>(bottom[s][0]));
+      p = lerp8(p, _mm_and_si128(b, low), fy, gy);
+      q = lerp8(q, _mm_srli_epi16(b, 8), fy, gy);
+    }
+    const __m128i o = lerp8(p, q, fx, gx);
+    out[s] = static_cast<uint64_t>(_mm_cvtsi128_si64(_mm_packus_epi16(o, o)));
+  }
+  storePixels8<Spp>(out, rejected, d, run.dps);
+}
+
+// Groups of eight pixels of one output row; returns how many pixels were done.
+template <std::size_t Spp, bool TwoAxes>
+inline int32_t remapRow8(const uint32_t* coordinates, const RemapRun& run, bool interpolate, uint8_t* d,
+                         int32_t pixels) {
+  constexpr int step = TwoAxes ? 16 : 8;
+  int32_t p = 0;
+  for (; p + 8 <= pixels; p += 8, coordinates += step, d += 8 * run.dps) {
+    if (interpolate)
+      lerp8Pixels<Spp, TwoAxes>(coordinates, run, d);
+    else
+      nearest8<Spp, TwoAxes>(coordinates, run, d);
+  }
+  return p;
+}
+
+// remapRow8 for a pixel size of 1 to 3 chosen at run time.
+template <bool TwoAxes>
+inline int32_t remapRow8(const uint32_t* coordinates, const RemapRun& run, bool interpolate, uint8_t* d,
+                         int32_t pixels, int32_t samplesPerPixel) {
+  switch (samplesPerPixel) {
+    case 1: return remapRow8<1, TwoAxes>(coordinates, run, interpolate, d, pixels);
+    case 2: return remapRow8<2, TwoAxes>(coordinates, run, interpolate, d, pixels);
+    case 3: return remapRow8<3, TwoAxes>(coordinates, run, interpolate, d, pixels);
+    default: return 0;
+  }
+}
+
 }  // namespace tarnell::resample

@@ -57,9 +57,16 @@ void RemapPlane8(const uint32_t* coordinates, const uint8_t* source, uint8_t* de
   if (lerpOn && samplesPerPixel == 4)
     return bilinearPlane4(coordinates, source, destination, rows, pixels, ps, rs, destinationAdvance,
                           destinationPixelStride, ax, ay);
+  // One to three samples: groups of eight pixels, the rest of each row below.
+  const bool groups = samplesPerPixel >= 1 && samplesPerPixel <= 3 && ax.limit >= 0 && ay.limit >= 0;
+  const RemapRun run{source, ps, rs, destinationPixelStride, ax.origin, static_cast<uint32_t>(ax.limit),
+                     ay.origin, static_cast<uint32_t>(ay.limit)};
   for (int32_t r = 0; r < rows; ++r) {
     uint8_t* d = destination + intptr_t{r} * destinationAdvance;
-    for (int32_t p = 0; p < pixels; ++p, d += destinationPixelStride, coordinates += 2) {
+    const int32_t done = groups ? remapRow8<true>(coordinates, run, lerpOn, d, pixels, samplesPerPixel) : 0;
+    coordinates += 2 * done;
+    d += intptr_t{done} * destinationPixelStride;
+    for (int32_t p = done; p < pixels; ++p, d += destinationPixelStride, coordinates += 2) {
       const int32_t cx = ax.offset(coordinates[0]), cy = ay.offset(coordinates[1]);
       if (!ax.accepts(cx) || !ay.accepts(cy)) continue;
       const uint8_t* a = source + intptr_t{cx >> 16} * ps + intptr_t{cy >> 16} * rs;
