@@ -21,8 +21,9 @@ void RemapAxis8(const uint32_t* coordinates, const uint8_t* source, uint8_t* des
   for (int32_t r = 0; r < rows; ++r) {
     const uint8_t* line = source + intptr_t{r} * sourceAdvance;
     uint8_t* d = destination + intptr_t{r} * destinationAdvance;
-    const RemapRun run{line, sourceRowStride, 0, destinationPixelStride, axis.origin,
-                       static_cast<uint32_t>(axis.limit), 0, 0};
+    const auto limit = static_cast<uint32_t>(axis.limit);
+    const RemapRun run{line, sourceRowStride, 0, destinationPixelStride, axis.origin, limit, 0, 0,
+                       sourceRowStride == 1 && offsetsFit32(limit, 1, 0, 0)};
     const int32_t done = groups ? remapRow8<false>(coordinates, run, axis.interpolate, d, pixels, samplesPerPixel) : 0;
     coordinates += done;
     d += intptr_t{done} * destinationPixelStride;

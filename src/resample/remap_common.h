@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 #include "host/startup_tables.h"
 
@@ -110,7 +111,17 @@ struct RemapRun {
   const uint8_t* source;
   intptr_t ps, rs, dps;
   uint32_t originX, limitX, originY, limitY;
+  // One-sample pixels side by side (ps 1) and every offset read within 32 bits:
+  // interior pixels load themselves and the one across as one 16-bit word.
+  bool wordPairs;
 };
+
+// Whether every source offset a remap can read, (limitX >> 16) |ps| + (limitY >>
+// 16) |rs|, fits in a signed 32-bit lane.
+inline bool offsetsFit32(uint32_t limitX, intptr_t ps, uint32_t limitY, intptr_t rs) {
+  const auto magnitude = [](intptr_t v) { return static_cast<uint64_t>(v < 0 ? -v : v); };
+  return uint64_t{limitX >> 16} * magnitude(ps) + uint64_t{limitY >> 16} * magnitude(rs) <= 0x7FFFFFFFu;
+}
 
 // The coordinates of eight pixels, offset, rejected lanes zeroed; returns the
 // rejected lanes as eight bits.
@@ -186,12 +197,72 @@ inline void nearest8(const uint32_t* coordinates, const RemapRun& run, uint8_t* 
   storePixels8<Spp>(out, rejected, d, run.dps);
 }
 
+// The low 32 bits of a x b in each lane.
+inline __m128i mullo32(__m128i a, __m128i b) {
+  const __m128i even = _mm_mul_epu32(a, b), odd = _mm_mul_epu32(_mm_srli_epi64(a, 32), _mm_srli_epi64(b, 32));
+  return _mm_unpacklo_epi32(_mm_shuffle_epi32(even, _MM_SHUFFLE(0, 0, 2, 0)),
+                            _mm_shuffle_epi32(odd, _MM_SHUFFLE(0, 0, 2, 0)));
+}
+
+inline int32_t word16(const uint8_t* p) {
+  uint16_t w;
+  std::memcpy(&w, p, 2);
+  return w;
+}
+
+// Eight 16-bit words at base + offset[k], lane k.
+template <int... K>
+inline __m128i gatherWords(const uint8_t* base, const int32_t* offset, std::integer_sequence<int, K...>) {
+  __m128i v = _mm_setzero_si128();
+  ((v = _mm_insert_epi16(v, word16(base + offset[K]), K)), ...);
+  return v;
+}
+
+// Interpolating one-sample pixels side by side (wordPairs): when none of the eight
+// lies on the last column or row, each pixel's pair across is one 16-bit load
+// (a zero fraction weighs its neighbour 0). Returns false, having done nothing,
+// for a group that touches the last column or row.
+template <bool TwoAxes>
+inline bool lerpWordPairs8(const __m128i cx[2], const __m128i cy[2], unsigned rejected, const RemapRun& run,
+                           uint8_t* d) {
+  const __m128i limitX = _mm_set1_epi32(static_cast<int32_t>(run.limitX));
+  const __m128i limitY = _mm_set1_epi32(static_cast<int32_t>(run.limitY));
+  const __m128i rs = _mm_set1_epi32(static_cast<int32_t>(run.rs));
+  __m128i edge = _mm_or_si128(_mm_cmpeq_epi32(cx[0], limitX), _mm_cmpeq_epi32(cx[1], limitX));
+  if constexpr (TwoAxes)
+    edge = _mm_or_si128(edge, _mm_or_si128(_mm_cmpeq_epi32(cy[0], limitY), _mm_cmpeq_epi32(cy[1], limitY)));
+  if (_mm_movemask_epi8(edge) != 0) return false;
+  alignas(16) int32_t offset[8];
+  for (std::size_t h = 0; h < 2; ++h) {
+    __m128i o = _mm_srli_epi32(cx[h], 16);
+    if constexpr (TwoAxes) o = _mm_add_epi32(o, mullo32(_mm_srli_epi32(cy[h], 16), rs));
+    _mm_store_si128(reinterpret_cast<__m128i*>(offset + 4 * h), o);
+  }
+  const auto lanes = std::make_integer_sequence<int, 8>{};
+  const __m128i low = _mm_set1_epi16(0xFF), full = _mm_set1_epi16(255);
+  const __m128i t = gatherWords(run.source, offset, lanes);
+  __m128i p = _mm_and_si128(t, low), q = _mm_srli_epi16(t, 8);
+  if constexpr (TwoAxes) {
+    const __m128i fy = fractions8(cy), gy = _mm_sub_epi16(full, fy);
+    const __m128i b = gatherWords(run.source + run.rs, offset, lanes);
+    p = lerp8(p, _mm_and_si128(b, low), fy, gy);
+    q = lerp8(q, _mm_srli_epi16(b, 8), fy, gy);
+  }
+  const __m128i fx = fractions8(cx);
+  const __m128i o = lerp8(p, q, fx, _mm_sub_epi16(full, fx));
+  const uint64_t out[1] = {static_cast<uint64_t>(_mm_cvtsi128_si64(_mm_packus_epi16(o, o)))};
+  storePixels8<1>(out, rejected, d, run.dps);
+  return true;
+}
+
 // Interpolating: across by fx (between rows j and j + 1 first when TwoAxes).
 template <std::size_t Spp, bool TwoAxes>
 inline void lerp8Pixels(const uint32_t* coordinates, const RemapRun& run, uint8_t* d) {
   __m128i cx[2], cy[2];
   const unsigned rejected = remapOffsets8<TwoAxes>(coordinates, run, cx, cy);
   if (rejected == 0xFFu) return;
+  if constexpr (Spp == 1)
+    if (run.wordPairs && lerpWordPairs8<TwoAxes>(cx, cy, rejected, run, d)) return;
   alignas(16) uint32_t x[8], y[8];
   _mm_store_si128(reinterpret_cast<__m128i*>(x), cx[0]);
   _mm_store_si128(reinterpret_cast<__m128i*>(x + 4), cx[1]);

@@ -59,8 +59,10 @@ void RemapPlane8(const uint32_t* coordinates, const uint8_t* source, uint8_t* de
                           destinationPixelStride, ax, ay);
   // One to three samples: groups of eight pixels, the rest of each row below.
   const bool groups = samplesPerPixel >= 1 && samplesPerPixel <= 3 && ax.limit >= 0 && ay.limit >= 0;
-  const RemapRun run{source, ps, rs, destinationPixelStride, ax.origin, static_cast<uint32_t>(ax.limit),
-                     ay.origin, static_cast<uint32_t>(ay.limit)};
+  const auto limitX = static_cast<uint32_t>(ax.limit), limitY = static_cast<uint32_t>(ay.limit);
+  const RemapRun run{source,  ps,     rs,     destinationPixelStride,
+                     ax.origin, limitX, ay.origin, limitY,
+                     ps == 1 && offsetsFit32(limitX, ps, limitY, rs)};
   for (int32_t r = 0; r < rows; ++r) {
     uint8_t* d = destination + intptr_t{r} * destinationAdvance;
     const int32_t done = groups ? remapRow8<true>(coordinates, run, lerpOn, d, pixels, samplesPerPixel) : 0;
