@@ -491,12 +491,15 @@ BenchCase* benchBoxReduce(int width, int height) { return new BoxReduceBench(wid
 // ------------------------------------------------------------------ remaps
 
 // A coordinate for an axis [first, end): on the acceptance bounds, just past
-// them, with a zero or non-zero fraction, or anywhere.
-uint32_t drawCoordinate(Rng& rng, int32_t first, int32_t end, bool interpolate) {
+// them, with a zero or non-zero fraction, or anywhere; only accepted ones when
+// inside (whole groups of pixels written, as a real warp does).
+uint32_t drawCoordinate(Rng& rng, int32_t first, int32_t end, bool interpolate, bool inside) {
   const uint32_t origin = (static_cast<uint32_t>(first) << 16) + (interpolate ? 128u : 32768u);
   const uint32_t limit = (static_cast<uint32_t>(end - first) << 16) - 65536u;
   if (end <= first) return rng.chance(2) ? origin : static_cast<uint32_t>(rng.next());  // nothing is accepted
-  switch (rng.below(10)) {
+  uint64_t pick = rng.below(10);
+  if (inside && (pick == 1 || pick == 3 || pick == 4)) pick = 9;
+  switch (pick) {
     case 0: return origin + limit;          // the last accepted
     case 1: return origin + limit + 1;      // just past: rejected
     case 2: return origin;                  // the first accepted
@@ -511,6 +514,7 @@ struct RemapCase {
   int32_t rows, pixels, spp, destinationAdvance, pixelStride;
   int32_t first[2], end[2];  // x, y (the one-axis remap uses [0])
   int16_t interpolate;
+  bool inside;  // every coordinate accepted (when the ranges allow it)
 };
 
 // Destination plane of a remap: rows of pixels at pixelStride, rows advance apart.
@@ -524,7 +528,9 @@ RemapCase drawRemapCase(Rng& rng, int64_t i) {
   c.rows = static_cast<int32_t>(1 + rng.below(4));
   c.pixels = i < 40 ? static_cast<int32_t>(i + 1) : static_cast<int32_t>(1 + rng.below(90));
   c.spp = static_cast<int32_t>(1 + rng.below(5));
-  c.pixelStride = c.spp + static_cast<int32_t>(rng.below(3));
+  c.inside = rng.chance(3);
+  // Side by side (whole groups stored at once) more often when inside.
+  c.pixelStride = c.spp + (c.inside && rng.chance(2) ? 0 : static_cast<int32_t>(rng.below(3)));
   c.destinationAdvance = drawStride(rng, (c.pixels - 1) * c.pixelStride + c.spp, false);
   for (int axis = 0; axis < 2; ++axis) {
     c.first[axis] = static_cast<int32_t>(rng.range(-3, 5));
@@ -556,7 +562,7 @@ void verifyRemapAxis(Context& ctx, HostRoutine host, HostRoutine module) {
     remapDestination(a, rng, c);
     uint32_t* coords = a.pristine<uint32_t>(0);
     for (int32_t k = 0; k < lines * std::max(c.pixels, 1); ++k)
-      coords[k] = drawCoordinate(rng, c.first[0], c.end[0], c.interpolate != 0);
+      coords[k] = drawCoordinate(rng, c.first[0], c.end[0], c.interpolate != 0, c.inside);
     const std::string what = words("rows", c.rows, "pixels", c.pixels, "spp", c.spp, "first", c.first[0], "end",
                                       c.end[0], "interpolate", c.interpolate, down ? "down" : "across");
     if (!runCase(ctx, a, what, [&](int s) {
@@ -584,8 +590,8 @@ void verifyRemapPlane(Context& ctx, HostRoutine host, HostRoutine module) {
     remapDestination(a, rng, c);
     uint32_t* coords = a.pristine<uint32_t>(0);
     for (std::size_t k = 0; k < count; ++k) {
-      coords[2 * k] = drawCoordinate(rng, c.first[0], c.end[0], c.interpolate != 0);
-      coords[2 * k + 1] = drawCoordinate(rng, c.first[1], c.end[1], c.interpolate != 0);
+      coords[2 * k] = drawCoordinate(rng, c.first[0], c.end[0], c.interpolate != 0, c.inside);
+      coords[2 * k + 1] = drawCoordinate(rng, c.first[1], c.end[1], c.interpolate != 0, c.inside);
     }
     const std::string what = words("rows", c.rows, "pixels", c.pixels, "spp", c.spp, "x", c.first[0], c.end[0],
                                       "y", c.first[1], c.end[1], "interpolate", c.interpolate);
