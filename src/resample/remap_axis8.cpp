@@ -23,7 +23,7 @@ void RemapAxis8(const uint32_t* coordinates, const uint8_t* source, uint8_t* des
     uint8_t* d = destination + intptr_t{r} * destinationAdvance;
     const auto limit = static_cast<uint32_t>(axis.limit);
     const RemapRun run{line, sourceRowStride, 0, destinationPixelStride, axis.origin, limit, 0, 0,
-                       sourceRowStride == 1 && offsetsFit32(limit, 1, 0, 0)};
+                       wordPairsFit(sourceRowStride, limit, 0, 0, false)};
     const int32_t done = groups ? remapRow8<false>(coordinates, run, axis.interpolate, d, pixels, samplesPerPixel) : 0;
     coordinates += done;
     d += intptr_t{done} * destinationPixelStride;

@@ -116,21 +116,16 @@ struct RemapRun {
   bool wordPairs;
 };
 
-// Whether every source offset a remap can read, (limitX >> 16) |ps| + (limitY >>
-// 16) |rs|, fits in a signed 32-bit lane.
-inline bool offsetsFit32(uint32_t limitX, intptr_t ps, uint32_t limitY, intptr_t rs) {
-  const auto magnitude = [](intptr_t v) { return static_cast<uint64_t>(v < 0 ? -v : v); };
-  return uint64_t{limitX >> 16} * magnitude(ps) + uint64_t{limitY >> 16} * magnitude(rs) <= 0x7FFFFFFFu;
+// Whether the interior groups of a remap can take lerpInterior8: one-sample pixels
+// side by side, at least two columns (and rows), indices and the row stride in
+// signed 16 bits.
+inline bool wordPairsFit(intptr_t ps, uint32_t limitX, intptr_t rs, uint32_t limitY, bool twoAxes) {
+  const auto fits = [](uint32_t limit) { return limit >= 0x10000u && limit < 0x80000000u; };
+  return ps == 1 && fits(limitX) && (!twoAxes || (fits(limitY) && rs >= -32768 && rs <= 32767));
 }
-
-// The coordinates of eight pixels, offset, rejected lanes zeroed; returns the
-// rejected lanes as eight bits.
+// The coordinates of eight pixels less the origins.
 template <bool TwoAxes>
-inline unsigned remapOffsets8(const uint32_t* coordinates, const RemapRun& run, __m128i cx[2], __m128i cy[2]) {
-  const __m128i sign = _mm_set1_epi32(static_cast<int32_t>(0x80000000u));
-  const __m128i limitX = _mm_set1_epi32(static_cast<int32_t>(run.limitX ^ 0x80000000u));
-  const __m128i limitY = _mm_set1_epi32(static_cast<int32_t>(run.limitY ^ 0x80000000u));
-  __m128i rejected[2];
+inline void offsets8(const uint32_t* coordinates, const RemapRun& run, __m128i cx[2], __m128i cy[2]) {
   for (std::size_t h = 0; h < 2; ++h) {
     if constexpr (TwoAxes) {
       const __m128 v0 = _mm_castsi128_ps(_mm_loadu_si128(reinterpret_cast<const __m128i*>(coordinates + 8 * h)));
@@ -139,16 +134,33 @@ inline unsigned remapOffsets8(const uint32_t* coordinates, const RemapRun& run, 
                             _mm_set1_epi32(static_cast<int32_t>(run.originX)));
       cy[h] = _mm_sub_epi32(_mm_castps_si128(_mm_shuffle_ps(v0, v1, _MM_SHUFFLE(3, 1, 3, 1))),
                             _mm_set1_epi32(static_cast<int32_t>(run.originY)));
-      rejected[h] = _mm_or_si128(_mm_cmpgt_epi32(_mm_xor_si128(cx[h], sign), limitX),
-                                 _mm_cmpgt_epi32(_mm_xor_si128(cy[h], sign), limitY));
-      cy[h] = _mm_andnot_si128(rejected[h], cy[h]);
     } else {
       cx[h] = _mm_sub_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(coordinates + 4 * h)),
                             _mm_set1_epi32(static_cast<int32_t>(run.originX)));
-      rejected[h] = _mm_cmpgt_epi32(_mm_xor_si128(cx[h], sign), limitX);
       cy[h] = _mm_setzero_si128();
     }
+  }
+}
+
+// Lanes whose offset, read unsigned, is above the limit (given here as limit ^ 2^31).
+template <bool TwoAxes>
+inline __m128i beyond(__m128i cx, __m128i cy, __m128i limitX, __m128i limitY) {
+  const __m128i sign = _mm_set1_epi32(static_cast<int32_t>(0x80000000u));
+  const __m128i x = _mm_cmpgt_epi32(_mm_xor_si128(cx, sign), limitX);
+  if constexpr (!TwoAxes) return x;
+  return _mm_or_si128(x, _mm_cmpgt_epi32(_mm_xor_si128(cy, sign), limitY));
+}
+
+// Zeroes the offsets of rejected lanes; returns the rejected lanes as eight bits.
+template <bool TwoAxes>
+inline unsigned reject8(const RemapRun& run, __m128i cx[2], __m128i cy[2]) {
+  const __m128i limitX = _mm_set1_epi32(static_cast<int32_t>(run.limitX ^ 0x80000000u));
+  const __m128i limitY = _mm_set1_epi32(static_cast<int32_t>(run.limitY ^ 0x80000000u));
+  __m128i rejected[2];
+  for (std::size_t h = 0; h < 2; ++h) {
+    rejected[h] = beyond<TwoAxes>(cx[h], cy[h], limitX, limitY);
     cx[h] = _mm_andnot_si128(rejected[h], cx[h]);
+    cy[h] = _mm_andnot_si128(rejected[h], cy[h]);
   }
   const __m128i bytes = _mm_packs_epi16(_mm_packs_epi32(rejected[0], rejected[1]), _mm_setzero_si128());
   return static_cast<unsigned>(_mm_movemask_epi8(bytes));
@@ -182,7 +194,8 @@ inline void storePixels8(const uint64_t (&out)[Spp], unsigned rejected, uint8_t*
 template <std::size_t Spp, bool TwoAxes>
 inline void nearest8(const uint32_t* coordinates, const RemapRun& run, uint8_t* d) {
   __m128i cx[2], cy[2];
-  const unsigned rejected = remapOffsets8<TwoAxes>(coordinates, run, cx, cy);
+  offsets8<TwoAxes>(coordinates, run, cx, cy);
+  const unsigned rejected = reject8<TwoAxes>(run, cx, cy);
   if (rejected == 0xFFu) return;
   alignas(16) uint32_t x[8], y[8];
   _mm_store_si128(reinterpret_cast<__m128i*>(x), cx[0]);
@@ -195,13 +208,6 @@ inline void nearest8(const uint32_t* coordinates, const RemapRun& run, uint8_t* 
     for (std::size_t s = 0; s < Spp; ++s) out[s] |= uint64_t{a[s]} << (8 * k);
   }
   storePixels8<Spp>(out, rejected, d, run.dps);
-}
-
-// The low 32 bits of a x b in each lane.
-inline __m128i mullo32(__m128i a, __m128i b) {
-  const __m128i even = _mm_mul_epu32(a, b), odd = _mm_mul_epu32(_mm_srli_epi64(a, 32), _mm_srli_epi64(b, 32));
-  return _mm_unpacklo_epi32(_mm_shuffle_epi32(even, _MM_SHUFFLE(0, 0, 2, 0)),
-                            _mm_shuffle_epi32(odd, _MM_SHUFFLE(0, 0, 2, 0)));
 }
 
 inline int32_t word16(const uint8_t* p) {
@@ -218,24 +224,24 @@ inline __m128i gatherWords(const uint8_t* base, const int32_t* offset, std::inte
   return v;
 }
 
-// Interpolating one-sample pixels side by side (wordPairs): when none of the eight
-// lies on the last column or row, each pixel's pair across is one 16-bit load
-// (a zero fraction weighs its neighbour 0). Returns false, having done nothing,
-// for a group that touches the last column or row.
+// Interpolating one-sample pixels side by side (wordPairs): when all eight are
+// accepted and none lies on the last column or row (the offset below the limit,
+// whose low 16 bits are 0), each pixel's pair across is one 16-bit load (a zero
+// fraction weighs its neighbour 0), at ix + iy rs from one pmaddwd. Returns false,
+// having done nothing, otherwise.
 template <bool TwoAxes>
-inline bool lerpWordPairs8(const __m128i cx[2], const __m128i cy[2], unsigned rejected, const RemapRun& run,
-                           uint8_t* d) {
-  const __m128i limitX = _mm_set1_epi32(static_cast<int32_t>(run.limitX));
-  const __m128i limitY = _mm_set1_epi32(static_cast<int32_t>(run.limitY));
-  const __m128i rs = _mm_set1_epi32(static_cast<int32_t>(run.rs));
-  __m128i edge = _mm_or_si128(_mm_cmpeq_epi32(cx[0], limitX), _mm_cmpeq_epi32(cx[1], limitX));
-  if constexpr (TwoAxes)
-    edge = _mm_or_si128(edge, _mm_or_si128(_mm_cmpeq_epi32(cy[0], limitY), _mm_cmpeq_epi32(cy[1], limitY)));
-  if (_mm_movemask_epi8(edge) != 0) return false;
+inline bool lerpInterior8(const __m128i cx[2], const __m128i cy[2], const RemapRun& run, uint8_t* d) {
+  const __m128i innerX = _mm_set1_epi32(static_cast<int32_t>((run.limitX - 1) ^ 0x80000000u));
+  const __m128i innerY = _mm_set1_epi32(static_cast<int32_t>((run.limitY - 1) ^ 0x80000000u));
+  const __m128i outside = _mm_or_si128(beyond<TwoAxes>(cx[0], cy[0], innerX, innerY),
+                                       beyond<TwoAxes>(cx[1], cy[1], innerX, innerY));
+  if (_mm_movemask_epi8(outside) != 0) return false;
   alignas(16) int32_t offset[8];
+  const __m128i steps = _mm_set1_epi32(static_cast<int32_t>(1u | static_cast<uint32_t>(run.rs) << 16));
   for (std::size_t h = 0; h < 2; ++h) {
     __m128i o = _mm_srli_epi32(cx[h], 16);
-    if constexpr (TwoAxes) o = _mm_add_epi32(o, mullo32(_mm_srli_epi32(cy[h], 16), rs));
+    if constexpr (TwoAxes)
+      o = _mm_madd_epi16(_mm_or_si128(o, _mm_andnot_si128(_mm_set1_epi32(0xFFFF), cy[h])), steps);
     _mm_store_si128(reinterpret_cast<__m128i*>(offset + 4 * h), o);
   }
   const auto lanes = std::make_integer_sequence<int, 8>{};
@@ -251,7 +257,7 @@ inline bool lerpWordPairs8(const __m128i cx[2], const __m128i cy[2], unsigned re
   const __m128i fx = fractions8(cx);
   const __m128i o = lerp8(p, q, fx, _mm_sub_epi16(full, fx));
   const uint64_t out[1] = {static_cast<uint64_t>(_mm_cvtsi128_si64(_mm_packus_epi16(o, o)))};
-  storePixels8<1>(out, rejected, d, run.dps);
+  storePixels8<1>(out, 0, d, run.dps);
   return true;
 }
 
@@ -259,10 +265,11 @@ inline bool lerpWordPairs8(const __m128i cx[2], const __m128i cy[2], unsigned re
 template <std::size_t Spp, bool TwoAxes>
 inline void lerp8Pixels(const uint32_t* coordinates, const RemapRun& run, uint8_t* d) {
   __m128i cx[2], cy[2];
-  const unsigned rejected = remapOffsets8<TwoAxes>(coordinates, run, cx, cy);
-  if (rejected == 0xFFu) return;
+  offsets8<TwoAxes>(coordinates, run, cx, cy);
   if constexpr (Spp == 1)
-    if (run.wordPairs && lerpWordPairs8<TwoAxes>(cx, cy, rejected, run, d)) return;
+    if (run.wordPairs && lerpInterior8<TwoAxes>(cx, cy, run, d)) return;
+  const unsigned rejected = reject8<TwoAxes>(run, cx, cy);
+  if (rejected == 0xFFu) return;
   alignas(16) uint32_t x[8], y[8];
   _mm_store_si128(reinterpret_cast<__m128i*>(x), cx[0]);
   _mm_store_si128(reinterpret_cast<__m128i*>(x + 4), cx[1]);

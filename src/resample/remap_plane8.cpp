@@ -62,7 +62,7 @@ void RemapPlane8(const uint32_t* coordinates, const uint8_t* source, uint8_t* de
   const auto limitX = static_cast<uint32_t>(ax.limit), limitY = static_cast<uint32_t>(ay.limit);
   const RemapRun run{source,  ps,     rs,     destinationPixelStride,
                      ax.origin, limitX, ay.origin, limitY,
-                     ps == 1 && offsetsFit32(limitX, ps, limitY, rs)};
+                     wordPairsFit(ps, limitX, rs, limitY, true)};
   for (int32_t r = 0; r < rows; ++r) {
     uint8_t* d = destination + intptr_t{r} * destinationAdvance;
     const int32_t done = groups ? remapRow8<true>(coordinates, run, lerpOn, d, pixels, samplesPerPixel) : 0;
