@@ -13,17 +13,30 @@ void RemapAxis8(const uint32_t* coordinates, const uint8_t* source, uint8_t* des
                 int16_t interpolate) {
   if (rows < 1 || pixels < 1) return;
   const RemapAxis axis(first, end, interpolate != 0);
-  // Interpolated four-sample pixels: one vector step; a zero fraction interpolates
-  // toward the pixel itself (the identity), so its neighbour is never read.
-  const bool vector = axis.interpolate && samplesPerPixel == 4;
-  // One to three samples: groups of eight pixels, the rest of each row below.
-  const bool groups = samplesPerPixel >= 1 && samplesPerPixel <= 3 && axis.limit >= 0;
+  // Nothing is accepted when the limit is negative.
+  if (axis.limit < 0) return;
+  const auto limit = static_cast<uint32_t>(axis.limit);
+  const bool fits = interiorFits(sourceRowStride, limit, 0, 0, false);
   for (int32_t r = 0; r < rows; ++r) {
     const uint8_t* line = source + intptr_t{r} * sourceAdvance;
     uint8_t* d = destination + intptr_t{r} * destinationAdvance;
-    const auto limit = static_cast<uint32_t>(axis.limit);
-    const RemapRun run{line, sourceRowStride, 0, destinationPixelStride, axis.origin, limit, 0, 0,
-                       wordPairsFit(sourceRowStride, limit, 0, 0, false)};
+    const RemapRun run{line, sourceRowStride, 0, destinationPixelStride, axis.origin, limit, 0, 0, fits};
+    // Interpolated four-sample pixels: groups of eight interior ones in pairs, the
+    // others one vector step each; a zero fraction interpolates toward the pixel
+    // itself (the identity), so its neighbour is never read.
+    if (axis.interpolate && samplesPerPixel == 4) {
+      lerpRow4<false>(coordinates, run, d, pixels, [&](const uint32_t* c, uint8_t* out) {
+        const uint32_t offset = *c - axis.origin;
+        if (offset > limit) return;
+        const uint8_t* a = line + intptr_t{offset >> 16} * sourceRowStride;
+        const uint32_t f = fraction(static_cast<int32_t>(offset));
+        lerpPixel4(a, f != 0 ? a + sourceRowStride : a, f, out);
+      });
+      coordinates += pixels;
+      continue;
+    }
+    // One to three samples: groups of eight pixels, the rest of the row below.
+    const bool groups = samplesPerPixel >= 1 && samplesPerPixel <= 3;
     const int32_t done = groups ? remapRow8<false>(coordinates, run, axis.interpolate, d, pixels, samplesPerPixel) : 0;
     coordinates += done;
     d += intptr_t{done} * destinationPixelStride;
@@ -31,13 +44,10 @@ void RemapAxis8(const uint32_t* coordinates, const uint8_t* source, uint8_t* des
       const int32_t c = axis.offset(*coordinates++);
       if (!axis.accepts(c)) continue;
       const uint8_t* a = line + intptr_t{c >> 16} * sourceRowStride;
-      const uint32_t f = fraction(c);
-      if (vector)
-        lerpPixel4(a, f != 0 ? a + sourceRowStride : a, f, d);
-      else if (!axis.interpolate || f == 0)
+      if (!axis.interpolate || fraction(c) == 0)
         copySamples(a, d, samplesPerPixel);
       else
-        lerpSamples(a, a + sourceRowStride, f, d, samplesPerPixel);
+        lerpSamples(a, a + sourceRowStride, fraction(c), d, samplesPerPixel);
     }
   }
 }

@@ -111,18 +111,17 @@ struct RemapRun {
   const uint8_t* source;
   intptr_t ps, rs, dps;
   uint32_t originX, limitX, originY, limitY;
-  // One-sample pixels side by side (ps 1) and every offset read within 32 bits:
-  // interior pixels load themselves and the one across as one 16-bit word.
-  bool wordPairs;
+  // At least two columns (and rows), indices and strides in signed 16 bits: groups
+  // of interior pixels take offsets from pmaddwd (interiorOffsets8).
+  bool interior;
 };
 
-// Whether the interior groups of a remap can take lerpInterior8: one-sample pixels
-// side by side, at least two columns (and rows), indices and the row stride in
-// signed 16 bits.
-inline bool wordPairsFit(intptr_t ps, uint32_t limitX, intptr_t rs, uint32_t limitY, bool twoAxes) {
+inline bool interiorFits(intptr_t ps, uint32_t limitX, intptr_t rs, uint32_t limitY, bool twoAxes) {
   const auto fits = [](uint32_t limit) { return limit >= 0x10000u && limit < 0x80000000u; };
-  return ps == 1 && fits(limitX) && (!twoAxes || (fits(limitY) && rs >= -32768 && rs <= 32767));
+  const auto short16 = [](intptr_t v) { return v >= -32768 && v <= 32767; };
+  return fits(limitX) && short16(ps) && (!twoAxes || (fits(limitY) && short16(rs)));
 }
+
 // The coordinates of eight pixels less the origins.
 template <bool TwoAxes>
 inline void offsets8(const uint32_t* coordinates, const RemapRun& run, __m128i cx[2], __m128i cy[2]) {
@@ -224,26 +223,34 @@ inline __m128i gatherWords(const uint8_t* base, const int32_t* offset, std::inte
   return v;
 }
 
-// Interpolating one-sample pixels side by side (wordPairs): when all eight are
-// accepted and none lies on the last column or row (the offset below the limit,
-// whose low 16 bits are 0), each pixel's pair across is one 16-bit load (a zero
-// fraction weighs its neighbour 0), at ix + iy rs from one pmaddwd. Returns false,
-// having done nothing, otherwise.
+// When all eight pixels are accepted and none lies on the last column or row (the
+// offset below the limit, whose low 16 bits are 0), their source offsets ix ps + iy
+// rs from one pmaddwd; otherwise false. Every neighbour of such a pixel exists (a
+// zero fraction weighs it 0).
 template <bool TwoAxes>
-inline bool lerpInterior8(const __m128i cx[2], const __m128i cy[2], const RemapRun& run, uint8_t* d) {
+inline bool interiorOffsets8(const __m128i cx[2], const __m128i cy[2], const RemapRun& run, int32_t offset[8]) {
   const __m128i innerX = _mm_set1_epi32(static_cast<int32_t>((run.limitX - 1) ^ 0x80000000u));
   const __m128i innerY = _mm_set1_epi32(static_cast<int32_t>((run.limitY - 1) ^ 0x80000000u));
   const __m128i outside = _mm_or_si128(beyond<TwoAxes>(cx[0], cy[0], innerX, innerY),
                                        beyond<TwoAxes>(cx[1], cy[1], innerX, innerY));
   if (_mm_movemask_epi8(outside) != 0) return false;
-  alignas(16) int32_t offset[8];
-  const __m128i steps = _mm_set1_epi32(static_cast<int32_t>(1u | static_cast<uint32_t>(run.rs) << 16));
+  const __m128i steps = _mm_set1_epi32(
+      static_cast<int32_t>((static_cast<uint32_t>(run.ps) & 0xFFFFu) | static_cast<uint32_t>(run.rs) << 16));
   for (std::size_t h = 0; h < 2; ++h) {
-    __m128i o = _mm_srli_epi32(cx[h], 16);
-    if constexpr (TwoAxes)
-      o = _mm_madd_epi16(_mm_or_si128(o, _mm_andnot_si128(_mm_set1_epi32(0xFFFF), cy[h])), steps);
-    _mm_store_si128(reinterpret_cast<__m128i*>(offset + 4 * h), o);
+    __m128i ij = _mm_srli_epi32(cx[h], 16);
+    if constexpr (TwoAxes) ij = _mm_or_si128(ij, _mm_andnot_si128(_mm_set1_epi32(0xFFFF), cy[h]));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(offset + 4 * h), _mm_madd_epi16(ij, steps));
   }
+  return true;
+}
+
+// Interpolating one-sample pixels side by side (ps 1), eight interior ones: each
+// pixel's pair across is one 16-bit load. Returns false, having done nothing, for
+// other groups.
+template <bool TwoAxes>
+inline bool lerpInterior8(const __m128i cx[2], const __m128i cy[2], const RemapRun& run, uint8_t* d) {
+  alignas(16) int32_t offset[8];
+  if (!interiorOffsets8<TwoAxes>(cx, cy, run, offset)) return false;
   const auto lanes = std::make_integer_sequence<int, 8>{};
   const __m128i low = _mm_set1_epi16(0xFF), full = _mm_set1_epi16(255);
   const __m128i t = gatherWords(run.source, offset, lanes);
@@ -267,7 +274,7 @@ inline void lerp8Pixels(const uint32_t* coordinates, const RemapRun& run, uint8_
   __m128i cx[2], cy[2];
   offsets8<TwoAxes>(coordinates, run, cx, cy);
   if constexpr (Spp == 1)
-    if (run.wordPairs && lerpInterior8<TwoAxes>(cx, cy, run, d)) return;
+    if (run.interior && run.ps == 1 && lerpInterior8<TwoAxes>(cx, cy, run, d)) return;
   const unsigned rejected = reject8<TwoAxes>(run, cx, cy);
   if (rejected == 0xFFu) return;
   alignas(16) uint32_t x[8], y[8];
@@ -305,6 +312,75 @@ inline void lerp8Pixels(const uint32_t* coordinates, const RemapRun& run, uint8_
     out[s] = static_cast<uint64_t>(_mm_cvtsi128_si64(_mm_packus_epi16(o, o)));
   }
   storePixels8<Spp>(out, rejected, d, run.dps);
+}
+
+inline __m128i load32(const uint8_t* p) {
+  int32_t v;
+  std::memcpy(&v, p, 4);
+  return _mm_cvtsi32_si128(v);
+}
+
+// Interpolating four-sample pixels, eight interior ones: two pixels share each
+// vector (lanes 0-3 and 4-7), so that every lerp8 serves both. Returns false,
+// having done nothing, for other groups.
+template <bool TwoAxes>
+inline bool lerpInterior4(const uint32_t* coordinates, const RemapRun& run, uint8_t* d) {
+  __m128i cx[2], cy[2];
+  offsets8<TwoAxes>(coordinates, run, cx, cy);
+  alignas(16) int32_t offset[8];
+  if (!interiorOffsets8<TwoAxes>(cx, cy, run, offset)) return false;
+  // Each fraction in the four lanes of its pixel, pixels 2m and 2m + 1 in pair m.
+  const auto pairs = [](__m128i f, __m128i (&out)[4]) {
+    const __m128i low = _mm_unpacklo_epi16(f, f), high = _mm_unpackhi_epi16(f, f);
+    out[0] = _mm_unpacklo_epi32(low, low);
+    out[1] = _mm_unpackhi_epi32(low, low);
+    out[2] = _mm_unpacklo_epi32(high, high);
+    out[3] = _mm_unpackhi_epi32(high, high);
+  };
+  __m128i fx[4], fy[4];
+  pairs(fractions8(cx), fx);
+  if constexpr (TwoAxes) pairs(fractions8(cy), fy);
+  const __m128i full = _mm_set1_epi16(255), zero = _mm_setzero_si128();
+  const auto two = [&](const uint8_t* a, const uint8_t* b) {
+    return _mm_unpacklo_epi8(_mm_unpacklo_epi32(load32(a), load32(b)), zero);
+  };
+  __m128i o[4];
+  for (std::size_t m = 0; m < 4; ++m) {
+    const uint8_t* a = run.source + offset[2 * m];
+    const uint8_t* b = run.source + offset[2 * m + 1];
+    __m128i left = two(a, b), right = two(a + run.ps, b + run.ps);
+    if constexpr (TwoAxes) {
+      const __m128i g = _mm_sub_epi16(full, fy[m]);
+      left = lerp8(left, two(a + run.rs, b + run.rs), fy[m], g);
+      right = lerp8(right, two(a + run.rs + run.ps, b + run.rs + run.ps), fy[m], g);
+    }
+    o[m] = lerp8(left, right, fx[m], _mm_sub_epi16(full, fx[m]));
+  }
+  const __m128i first = _mm_packus_epi16(o[0], o[1]), second = _mm_packus_epi16(o[2], o[3]);
+  if (run.dps == 4) {
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d), first);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 16), second);
+  } else {
+    alignas(16) uint8_t bytes[32];
+    _mm_store_si128(reinterpret_cast<__m128i*>(bytes), first);
+    _mm_store_si128(reinterpret_cast<__m128i*>(bytes + 16), second);
+    for (std::size_t k = 0; k < 8; ++k, d += run.dps) std::memcpy(d, bytes + 4 * k, 4);
+  }
+  return true;
+}
+
+// An interpolating row of four-sample pixels: groups of eight interior ones
+// through lerpInterior4 (when the run allows it), every other pixel through
+// pixel(its coordinates, its destination).
+template <bool TwoAxes, class Pixel>
+inline void lerpRow4(const uint32_t* coordinates, const RemapRun& run, uint8_t* d, int32_t pixels, Pixel pixel) {
+  constexpr std::ptrdiff_t step = TwoAxes ? 2 : 1;
+  int32_t p = 0;
+  if (run.interior)
+    for (; p + 8 <= pixels; p += 8, coordinates += 8 * step, d += 8 * run.dps)
+      if (!lerpInterior4<TwoAxes>(coordinates, run, d))
+        for (std::ptrdiff_t k = 0; k < 8; ++k) pixel(coordinates + k * step, d + k * run.dps);
+  for (; p < pixels; ++p, coordinates += step, d += run.dps) pixel(coordinates, d);
 }
 
 // Groups of eight pixels of one output row; returns how many pixels were done.

@@ -25,23 +25,20 @@ void bilinear4(const uint8_t* a, intptr_t across, intptr_t down, uint32_t fx, ui
   std::memcpy(d, &v, 4);
 }
 
-// Every row and pixel of a bilinear remap of four-sample pixels. A coordinate is
+// Every row and pixel of a bilinear remap of four-sample pixels: groups of eight
+// interior pixels in pairs (lerpRow4), the others one at a time. A coordinate is
 // accepted when its offset, read unsigned, is at most the (non-negative) limit.
-void bilinearPlane4(const uint32_t* coordinates, const uint8_t* source, uint8_t* destination, int32_t rows,
-                    int32_t pixels, intptr_t ps, intptr_t rs, intptr_t destinationAdvance,
-                    intptr_t destinationPixelStride, const RemapAxis& ax, const RemapAxis& ay) {
-  if (ax.limit < 0 || ay.limit < 0) return;
-  const auto limitX = static_cast<uint32_t>(ax.limit), limitY = static_cast<uint32_t>(ay.limit);
-  for (int32_t r = 0; r < rows; ++r) {
-    uint8_t* d = destination + r * destinationAdvance;
-    for (int32_t p = 0; p < pixels; ++p, d += destinationPixelStride, coordinates += 2) {
-      const uint32_t cx = coordinates[0] - ax.origin, cy = coordinates[1] - ay.origin;
-      if (cx > limitX || cy > limitY) continue;
-      const uint32_t fx = (cx >> 8) & 255u, fy = (cy >> 8) & 255u;
-      bilinear4(source + intptr_t{cx >> 16} * ps + intptr_t{cy >> 16} * rs, fx != 0 ? ps : 0, fy != 0 ? rs : 0, fx,
-                fy, d);
-    }
-  }
+void bilinearPlane4(const uint32_t* coordinates, uint8_t* destination, int32_t rows, int32_t pixels,
+                    intptr_t destinationAdvance, const RemapRun& run) {
+  const auto pixel = [&run](const uint32_t* c, uint8_t* d) {
+    const uint32_t cx = c[0] - run.originX, cy = c[1] - run.originY;
+    if (cx > run.limitX || cy > run.limitY) return;
+    const uint32_t fx = (cx >> 8) & 255u, fy = (cy >> 8) & 255u;
+    bilinear4(run.source + intptr_t{cx >> 16} * run.ps + intptr_t{cy >> 16} * run.rs, fx != 0 ? run.ps : 0,
+              fy != 0 ? run.rs : 0, fx, fy, d);
+  };
+  for (int32_t r = 0; r < rows; ++r, coordinates += 2 * intptr_t{pixels})
+    lerpRow4<true>(coordinates, run, destination + r * destinationAdvance, pixels, pixel);
 }
 
 }  // namespace
@@ -54,15 +51,15 @@ void RemapPlane8(const uint32_t* coordinates, const uint8_t* source, uint8_t* de
   const bool lerpOn = interpolate != 0;
   const RemapAxis ax(firstX, endX, lerpOn), ay(firstY, endY, lerpOn);
   const intptr_t ps = sourcePixelStride, rs = sourceRowStride;
-  if (lerpOn && samplesPerPixel == 4)
-    return bilinearPlane4(coordinates, source, destination, rows, pixels, ps, rs, destinationAdvance,
-                          destinationPixelStride, ax, ay);
-  // One to three samples: groups of eight pixels, the rest of each row below.
-  const bool groups = samplesPerPixel >= 1 && samplesPerPixel <= 3 && ax.limit >= 0 && ay.limit >= 0;
+  // Nothing is accepted when a limit is negative.
+  if (ax.limit < 0 || ay.limit < 0) return;
   const auto limitX = static_cast<uint32_t>(ax.limit), limitY = static_cast<uint32_t>(ay.limit);
   const RemapRun run{source,  ps,     rs,     destinationPixelStride,
                      ax.origin, limitX, ay.origin, limitY,
-                     wordPairsFit(ps, limitX, rs, limitY, true)};
+                     interiorFits(ps, limitX, rs, limitY, true)};
+  if (lerpOn && samplesPerPixel == 4) return bilinearPlane4(coordinates, destination, rows, pixels, destinationAdvance, run);
+  // One to three samples: groups of eight pixels, the rest of each row below.
+  const bool groups = samplesPerPixel >= 1 && samplesPerPixel <= 3;
   for (int32_t r = 0; r < rows; ++r) {
     uint8_t* d = destination + intptr_t{r} * destinationAdvance;
     const int32_t done = groups ? remapRow8<true>(coordinates, run, lerpOn, d, pixels, samplesPerPixel) : 0;
