@@ -344,15 +344,30 @@ inline bool lerpInterior4(const uint32_t* coordinates, const RemapRun& run, uint
   const auto two = [&](const uint8_t* a, const uint8_t* b) {
     return _mm_unpacklo_epi8(_mm_unpacklo_epi32(load32(a), load32(b)), zero);
   };
+  // Pixels side by side: a pixel and the one across in one 64-bit load.
+  const auto across = [&](const uint8_t* a, const uint8_t* b, __m128i& left, __m128i& right) {
+    if (run.ps == 4) {
+      const __m128i both = _mm_unpacklo_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(a)),
+                                              _mm_loadl_epi64(reinterpret_cast<const __m128i*>(b)));
+      left = _mm_unpacklo_epi8(both, zero);
+      right = _mm_unpackhi_epi8(both, zero);
+    } else {
+      left = two(a, b);
+      right = two(a + run.ps, b + run.ps);
+    }
+  };
   __m128i o[4];
   for (std::size_t m = 0; m < 4; ++m) {
     const uint8_t* a = run.source + offset[2 * m];
     const uint8_t* b = run.source + offset[2 * m + 1];
-    __m128i left = two(a, b), right = two(a + run.ps, b + run.ps);
+    __m128i left, right;
+    across(a, b, left, right);
     if constexpr (TwoAxes) {
       const __m128i g = _mm_sub_epi16(full, fy[m]);
-      left = lerp8(left, two(a + run.rs, b + run.rs), fy[m], g);
-      right = lerp8(right, two(a + run.rs + run.ps, b + run.rs + run.ps), fy[m], g);
+      __m128i belowLeft, belowRight;
+      across(a + run.rs, b + run.rs, belowLeft, belowRight);
+      left = lerp8(left, belowLeft, fy[m], g);
+      right = lerp8(right, belowRight, fy[m], g);
     }
     o[m] = lerp8(left, right, fx[m], _mm_sub_epi16(full, fx[m]));
   }
