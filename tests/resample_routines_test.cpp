@@ -230,4 +230,38 @@ TEST(ResampleRoutines, RemapsAcceptUpToTheLastRowWithZeroFractionOnly) {
   }
 }
 
+// A group of eight pixels mixing the cases the eight-pixel paths split on: zero and
+// non-zero fractions, the last column and row (fraction 0, no neighbour read: the
+// source is sized exactly), a rejected pixel; then a group of interior pixels only,
+// stored at once. Four-sample pixels are the same values plus the sample's index.
+TEST(ResampleRoutines, RemapGroupsOfEightPixelsMatchTheTableAndLeaveRejectedPixels) {
+  buildStartupTables();
+  const uint8_t values[6] = {10, 20, 30, 40, 50, 60};  // 3 columns x 2 rows
+  const auto at = [](uint32_t whole, uint32_t fraction8) { return (whole << 16) + (fraction8 << 8) + 128; };
+  const uint32_t x[8] = {at(0, 0), at(0, 128), at(2, 0), at(3, 0), at(1, 255), at(0, 128), at(0, 128), at(0, 128)};
+  const uint32_t y[8] = {at(0, 0), at(0, 0), at(1, 0), at(0, 0), at(0, 255), at(0, 128), at(0, 128), at(0, 128)};
+  const int plane[8] = {10, 15, 60, -1, 60, 30, 30, 30};  // -1: rejected, untouched
+  const int axis[8] = {10, 15, 30, -1, 30, 15, 15, 15};   // along row 0
+  for (int32_t spp : {1, 4}) {
+    const auto n = static_cast<std::size_t>(spp);
+    std::vector<uint8_t> source(6 * n);
+    for (std::size_t i = 0; i < source.size(); ++i) source[i] = static_cast<uint8_t>(values[i / n] + i % n);
+    const auto expect = [&](const std::vector<uint8_t>& out, const int* want, const char* what) {
+      for (std::size_t i = 0; i < out.size(); ++i)
+        EXPECT_EQ(out[i], want[i / n] < 0 ? 7 : want[i / n] + static_cast<int>(i % n)) << what << " spp " << spp << " " << i;
+    };
+    std::vector<uint32_t> pairs(16), interior(16, at(0, 128));
+    for (std::size_t k = 0; k < 8; ++k) pairs[2 * k] = x[k], pairs[2 * k + 1] = y[k];
+    std::vector<uint8_t> out(8 * n, 7);
+    RemapPlane8(pairs.data(), source.data(), out.data(), 1, 8, spp, spp, 3 * spp, 0, spp, 0, 3, 0, 2, 1);
+    expect(out, plane, "plane");
+    std::fill(out.begin(), out.end(), 7);
+    RemapAxis8(x, source.data(), out.data(), 1, 8, spp, 0, spp, 0, spp, 0, 3, 1);
+    expect(out, axis, "axis");
+    const int inside[8] = {30, 30, 30, 30, 30, 30, 30, 30};
+    RemapPlane8(interior.data(), source.data(), out.data(), 1, 8, spp, spp, 3 * spp, 0, spp, 0, 3, 0, 2, 1);
+    expect(out, inside, "interior");
+  }
+}
+
 }  // namespace
