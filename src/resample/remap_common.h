@@ -189,6 +189,12 @@ inline void storePixels8(const uint64_t (&out)[Spp], unsigned rejected, uint8_t*
       for (std::size_t s = 0; s < Spp; ++s) d[s] = static_cast<uint8_t>(out[s] >> (8 * k));
 }
 
+// The eight lanes of c[0] and c[1] as scalars.
+inline void lanes8(const __m128i c[2], uint32_t out[8]) {
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(out), c[0]);
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 4), c[1]);
+}
+
 // Nearest: the pixel at the integer parts.
 template <std::size_t Spp, bool TwoAxes>
 inline void nearest8(const uint32_t* coordinates, const RemapRun& run, uint8_t* d) {
@@ -197,10 +203,8 @@ inline void nearest8(const uint32_t* coordinates, const RemapRun& run, uint8_t* 
   const unsigned rejected = reject8<TwoAxes>(run, cx, cy);
   if (rejected == 0xFFu) return;
   alignas(16) uint32_t x[8], y[8];
-  _mm_store_si128(reinterpret_cast<__m128i*>(x), cx[0]);
-  _mm_store_si128(reinterpret_cast<__m128i*>(x + 4), cx[1]);
-  _mm_store_si128(reinterpret_cast<__m128i*>(y), cy[0]);
-  _mm_store_si128(reinterpret_cast<__m128i*>(y + 4), cy[1]);
+  lanes8(cx, x);
+  lanes8(cy, y);
   uint64_t out[Spp] = {};
   for (std::size_t k = 0; k < 8; ++k) {
     const uint8_t* a = run.source + intptr_t{x[k] >> 16} * run.ps + intptr_t{y[k] >> 16} * run.rs;
@@ -278,10 +282,8 @@ inline void lerp8Pixels(const uint32_t* coordinates, const RemapRun& run, uint8_
   const unsigned rejected = reject8<TwoAxes>(run, cx, cy);
   if (rejected == 0xFFu) return;
   alignas(16) uint32_t x[8], y[8];
-  _mm_store_si128(reinterpret_cast<__m128i*>(x), cx[0]);
-  _mm_store_si128(reinterpret_cast<__m128i*>(x + 4), cx[1]);
-  _mm_store_si128(reinterpret_cast<__m128i*>(y), cy[0]);
-  _mm_store_si128(reinterpret_cast<__m128i*>(y + 4), cy[1]);
+  lanes8(cx, x);
+  lanes8(cy, y);
   // 16-bit lanes of (sample | sample across << 8): top row, and the row below.
   uint64_t top[Spp][2] = {}, bottom[Spp][2] = {};
   for (std::size_t k = 0; k < 8; ++k) {
