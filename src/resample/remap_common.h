@@ -272,13 +272,105 @@ inline bool lerpInterior8(const __m128i cx[2], const __m128i cy[2], const RemapR
   return true;
 }
 
+inline __m128i load32(const uint8_t* p) {
+  int32_t v;
+  std::memcpy(&v, p, 4);
+  return _mm_cvtsi32_si128(v);
+}
+
+// Interpolating pixels of two to four samples, eight interior ones: two pixels
+// share each vector (lanes 0-3 and 4-7), so that every lerp8 serves both. A
+// pixel of fewer than four samples is read as four bytes: from itself (the rest lies
+// at or before the end of the pixel across) and, for the pixel across, ending at
+// its last sample, then shifted down; this needs ps >= 4 - Spp. Returns false,
+// having done nothing, for other groups.
+template <std::size_t Spp, bool TwoAxes>
+inline bool lerpInteriorPairs(const __m128i cx[2], const __m128i cy[2], const RemapRun& run, uint8_t* d) {
+  alignas(16) int32_t offset[8];
+  if (!interiorOffsets8<TwoAxes>(cx, cy, run, offset)) return false;
+  // Each fraction in the four lanes of its pixel, pixels 2m and 2m + 1 in pair m.
+  const auto pairs = [](__m128i f, __m128i (&out)[4]) {
+    const __m128i low = _mm_unpacklo_epi16(f, f), high = _mm_unpackhi_epi16(f, f);
+    out[0] = _mm_unpacklo_epi32(low, low);
+    out[1] = _mm_unpackhi_epi32(low, low);
+    out[2] = _mm_unpacklo_epi32(high, high);
+    out[3] = _mm_unpackhi_epi32(high, high);
+  };
+  __m128i fx[4], fy[4];
+  pairs(fractions8(cx), fx);
+  if constexpr (TwoAxes) pairs(fractions8(cy), fy);
+  const __m128i full = _mm_set1_epi16(255), zero = _mm_setzero_si128();
+  const auto two = [&](const uint8_t* a, const uint8_t* b) {
+    return _mm_unpacklo_epi8(_mm_unpacklo_epi32(load32(a), load32(b)), zero);
+  };
+  constexpr intptr_t short4 = 4 - static_cast<intptr_t>(Spp);
+  const auto across = [&](const uint8_t* a, const uint8_t* b, __m128i& left, __m128i& right) {
+    if (Spp == 4 && run.ps == 4) {  // side by side: a pixel and the one across in one 64-bit load
+      const __m128i both = _mm_unpacklo_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(a)),
+                                              _mm_loadl_epi64(reinterpret_cast<const __m128i*>(b)));
+      left = _mm_unpacklo_epi8(both, zero);
+      right = _mm_unpackhi_epi8(both, zero);
+    } else {
+      left = two(a, b);
+      right = _mm_srli_epi64(two(a + run.ps - short4, b + run.ps - short4), 16 * short4);
+    }
+  };
+  __m128i o[4];
+  for (std::size_t m = 0; m < 4; ++m) {
+    const uint8_t* a = run.source + offset[2 * m];
+    const uint8_t* b = run.source + offset[2 * m + 1];
+    __m128i left, right;
+    across(a, b, left, right);
+    if constexpr (TwoAxes) {
+      const __m128i g = _mm_sub_epi16(full, fy[m]);
+      __m128i belowLeft, belowRight;
+      across(a + run.rs, b + run.rs, belowLeft, belowRight);
+      left = lerp8(left, belowLeft, fy[m], g);
+      right = lerp8(right, belowRight, fy[m], g);
+    }
+    o[m] = lerp8(left, right, fx[m], _mm_sub_epi16(full, fx[m]));
+  }
+  const __m128i first = _mm_packus_epi16(o[0], o[1]), second = _mm_packus_epi16(o[2], o[3]);
+  if (Spp == 4 && run.dps == 4) {
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d), first);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 16), second);
+  } else {
+    alignas(16) uint8_t bytes[32];
+    _mm_store_si128(reinterpret_cast<__m128i*>(bytes), first);
+    _mm_store_si128(reinterpret_cast<__m128i*>(bytes + 16), second);
+    for (std::size_t k = 0; k < 8; ++k, d += run.dps) std::memcpy(d, bytes + 4 * k, Spp);
+  }
+  return true;
+}
+
+// An interpolating row of four-sample pixels: groups of eight interior ones
+// through lerpInteriorPairs (when the run allows it), every other pixel through
+// pixel(its coordinates, its destination).
+template <bool TwoAxes, class Pixel>
+inline void lerpRow4(const uint32_t* coordinates, const RemapRun& run, uint8_t* d, int32_t pixels, Pixel pixel) {
+  constexpr std::ptrdiff_t step = TwoAxes ? 2 : 1;
+  int32_t p = 0;
+  if (run.interior)
+    for (; p + 8 <= pixels; p += 8, coordinates += 8 * step, d += 8 * run.dps) {
+      __m128i cx[2], cy[2];
+      offsets8<TwoAxes>(coordinates, run, cx, cy);
+      if (!lerpInteriorPairs<4, TwoAxes>(cx, cy, run, d))
+        for (std::ptrdiff_t k = 0; k < 8; ++k) pixel(coordinates + k * step, d + k * run.dps);
+    }
+  for (; p < pixels; ++p, coordinates += step, d += run.dps) pixel(coordinates, d);
+}
+
 // Interpolating: across by fx (between rows j and j + 1 first when TwoAxes).
 template <std::size_t Spp, bool TwoAxes>
 inline void lerp8Pixels(const uint32_t* coordinates, const RemapRun& run, uint8_t* d) {
   __m128i cx[2], cy[2];
   offsets8<TwoAxes>(coordinates, run, cx, cy);
-  if constexpr (Spp == 1)
+  if constexpr (Spp == 1) {
     if (run.interior && run.ps == 1 && lerpInterior8<TwoAxes>(cx, cy, run, d)) return;
+  } else {
+    if (run.interior && run.ps >= 4 - static_cast<intptr_t>(Spp) && lerpInteriorPairs<Spp, TwoAxes>(cx, cy, run, d))
+      return;
+  }
   const unsigned rejected = reject8<TwoAxes>(run, cx, cy);
   if (rejected == 0xFFu) return;
   alignas(16) uint32_t x[8], y[8];
@@ -314,90 +406,6 @@ inline void lerp8Pixels(const uint32_t* coordinates, const RemapRun& run, uint8_
     out[s] = static_cast<uint64_t>(_mm_cvtsi128_si64(_mm_packus_epi16(o, o)));
   }
   storePixels8<Spp>(out, rejected, d, run.dps);
-}
-
-inline __m128i load32(const uint8_t* p) {
-  int32_t v;
-  std::memcpy(&v, p, 4);
-  return _mm_cvtsi32_si128(v);
-}
-
-// Interpolating four-sample pixels, eight interior ones: two pixels share each
-// vector (lanes 0-3 and 4-7), so that every lerp8 serves both. Returns false,
-// having done nothing, for other groups.
-template <bool TwoAxes>
-inline bool lerpInterior4(const uint32_t* coordinates, const RemapRun& run, uint8_t* d) {
-  __m128i cx[2], cy[2];
-  offsets8<TwoAxes>(coordinates, run, cx, cy);
-  alignas(16) int32_t offset[8];
-  if (!interiorOffsets8<TwoAxes>(cx, cy, run, offset)) return false;
-  // Each fraction in the four lanes of its pixel, pixels 2m and 2m + 1 in pair m.
-  const auto pairs = [](__m128i f, __m128i (&out)[4]) {
-    const __m128i low = _mm_unpacklo_epi16(f, f), high = _mm_unpackhi_epi16(f, f);
-    out[0] = _mm_unpacklo_epi32(low, low);
-    out[1] = _mm_unpackhi_epi32(low, low);
-    out[2] = _mm_unpacklo_epi32(high, high);
-    out[3] = _mm_unpackhi_epi32(high, high);
-  };
-  __m128i fx[4], fy[4];
-  pairs(fractions8(cx), fx);
-  if constexpr (TwoAxes) pairs(fractions8(cy), fy);
-  const __m128i full = _mm_set1_epi16(255), zero = _mm_setzero_si128();
-  const auto two = [&](const uint8_t* a, const uint8_t* b) {
-    return _mm_unpacklo_epi8(_mm_unpacklo_epi32(load32(a), load32(b)), zero);
-  };
-  // Pixels side by side: a pixel and the one across in one 64-bit load.
-  const auto across = [&](const uint8_t* a, const uint8_t* b, __m128i& left, __m128i& right) {
-    if (run.ps == 4) {
-      const __m128i both = _mm_unpacklo_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(a)),
-                                              _mm_loadl_epi64(reinterpret_cast<const __m128i*>(b)));
-      left = _mm_unpacklo_epi8(both, zero);
-      right = _mm_unpackhi_epi8(both, zero);
-    } else {
-      left = two(a, b);
-      right = two(a + run.ps, b + run.ps);
-    }
-  };
-  __m128i o[4];
-  for (std::size_t m = 0; m < 4; ++m) {
-    const uint8_t* a = run.source + offset[2 * m];
-    const uint8_t* b = run.source + offset[2 * m + 1];
-    __m128i left, right;
-    across(a, b, left, right);
-    if constexpr (TwoAxes) {
-      const __m128i g = _mm_sub_epi16(full, fy[m]);
-      __m128i belowLeft, belowRight;
-      across(a + run.rs, b + run.rs, belowLeft, belowRight);
-      left = lerp8(left, belowLeft, fy[m], g);
-      right = lerp8(right, belowRight, fy[m], g);
-    }
-    o[m] = lerp8(left, right, fx[m], _mm_sub_epi16(full, fx[m]));
-  }
-  const __m128i first = _mm_packus_epi16(o[0], o[1]), second = _mm_packus_epi16(o[2], o[3]);
-  if (run.dps == 4) {
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d), first);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 16), second);
-  } else {
-    alignas(16) uint8_t bytes[32];
-    _mm_store_si128(reinterpret_cast<__m128i*>(bytes), first);
-    _mm_store_si128(reinterpret_cast<__m128i*>(bytes + 16), second);
-    for (std::size_t k = 0; k < 8; ++k, d += run.dps) std::memcpy(d, bytes + 4 * k, 4);
-  }
-  return true;
-}
-
-// An interpolating row of four-sample pixels: groups of eight interior ones
-// through lerpInterior4 (when the run allows it), every other pixel through
-// pixel(its coordinates, its destination).
-template <bool TwoAxes, class Pixel>
-inline void lerpRow4(const uint32_t* coordinates, const RemapRun& run, uint8_t* d, int32_t pixels, Pixel pixel) {
-  constexpr std::ptrdiff_t step = TwoAxes ? 2 : 1;
-  int32_t p = 0;
-  if (run.interior)
-    for (; p + 8 <= pixels; p += 8, coordinates += 8 * step, d += 8 * run.dps)
-      if (!lerpInterior4<TwoAxes>(coordinates, run, d))
-        for (std::ptrdiff_t k = 0; k < 8; ++k) pixel(coordinates + k * step, d + k * run.dps);
-  for (; p < pixels; ++p, coordinates += step, d += run.dps) pixel(coordinates, d);
 }
 
 // Groups of eight pixels of one output row; returns how many pixels were done.
