@@ -195,22 +195,46 @@ inline void lanes8(const __m128i c[2], uint32_t out[8]) {
   _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 4), c[1]);
 }
 
-// Nearest: the pixel at the integer parts.
+// Source offsets ix ps + iy rs of eight accepted (or zeroed) lanes from one
+// pmaddwd, for a run whose indices and strides fit 16 bits (run.interior).
+template <bool TwoAxes>
+inline void maddOffsets8(const __m128i cx[2], const __m128i cy[2], const RemapRun& run, int32_t offset[8]) {
+  const __m128i steps = _mm_set1_epi32(
+      static_cast<int32_t>((static_cast<uint32_t>(run.ps) & 0xFFFFu) | static_cast<uint32_t>(run.rs) << 16));
+  for (std::size_t h = 0; h < 2; ++h) {
+    __m128i ij = _mm_srli_epi32(cx[h], 16);
+    if constexpr (TwoAxes) ij = _mm_or_si128(ij, _mm_andnot_si128(_mm_set1_epi32(0xFFFF), cy[h]));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(offset + 4 * h), _mm_madd_epi16(ij, steps));
+  }
+}
+
+// Nearest: the pixel at the integer parts, copied; eight one-sample pixels side by
+// side and all accepted in one store.
 template <std::size_t Spp, bool TwoAxes>
 inline void nearest8(const uint32_t* coordinates, const RemapRun& run, uint8_t* d) {
   __m128i cx[2], cy[2];
   offsets8<TwoAxes>(coordinates, run, cx, cy);
   const unsigned rejected = reject8<TwoAxes>(run, cx, cy);
   if (rejected == 0xFFu) return;
-  alignas(16) uint32_t x[8], y[8];
-  lanes8(cx, x);
-  lanes8(cy, y);
-  uint64_t out[Spp] = {};
-  for (std::size_t k = 0; k < 8; ++k) {
-    const uint8_t* a = run.source + intptr_t{x[k] >> 16} * run.ps + intptr_t{y[k] >> 16} * run.rs;
-    for (std::size_t s = 0; s < Spp; ++s) out[s] |= uint64_t{a[s]} << (8 * k);
+  intptr_t offset[8];
+  if (run.interior) {
+    alignas(16) int32_t short16[8];
+    maddOffsets8<TwoAxes>(cx, cy, run, short16);
+    for (std::size_t k = 0; k < 8; ++k) offset[k] = short16[k];
+  } else {
+    alignas(16) uint32_t x[8], y[8];
+    lanes8(cx, x);
+    lanes8(cy, y);
+    for (std::size_t k = 0; k < 8; ++k) offset[k] = intptr_t{x[k] >> 16} * run.ps + intptr_t{y[k] >> 16} * run.rs;
   }
-  storePixels8<Spp>(out, rejected, d, run.dps);
+  if (Spp == 1 && rejected == 0 && run.dps == 1) {
+    uint64_t out = 0;
+    for (std::size_t k = 0; k < 8; ++k) out |= uint64_t{run.source[offset[k]]} << (8 * k);
+    std::memcpy(d, &out, 8);
+    return;
+  }
+  for (std::size_t k = 0; k < 8; ++k, d += run.dps)
+    if ((rejected >> k & 1u) == 0) std::memcpy(d, run.source + offset[k], Spp);
 }
 
 inline int32_t word16(const uint8_t* p) {
@@ -238,13 +262,7 @@ inline bool interiorOffsets8(const __m128i cx[2], const __m128i cy[2], const Rem
   const __m128i outside = _mm_or_si128(beyond<TwoAxes>(cx[0], cy[0], innerX, innerY),
                                        beyond<TwoAxes>(cx[1], cy[1], innerX, innerY));
   if (_mm_movemask_epi8(outside) != 0) return false;
-  const __m128i steps = _mm_set1_epi32(
-      static_cast<int32_t>((static_cast<uint32_t>(run.ps) & 0xFFFFu) | static_cast<uint32_t>(run.rs) << 16));
-  for (std::size_t h = 0; h < 2; ++h) {
-    __m128i ij = _mm_srli_epi32(cx[h], 16);
-    if constexpr (TwoAxes) ij = _mm_or_si128(ij, _mm_andnot_si128(_mm_set1_epi32(0xFFFF), cy[h]));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(offset + 4 * h), _mm_madd_epi16(ij, steps));
-  }
+  maddOffsets8<TwoAxes>(cx, cy, run, offset);
   return true;
 }
 
