@@ -35,8 +35,8 @@ void RemapAxis8(const uint32_t* coordinates, const uint8_t* source, uint8_t* des
       coordinates += pixels;
       continue;
     }
-    // One to three samples: groups of eight pixels, the rest of the row below.
-    const bool groups = samplesPerPixel >= 1 && samplesPerPixel <= 3;
+    // One to four samples: groups of eight pixels, the rest of the row below.
+    const bool groups = samplesPerPixel >= 1 && samplesPerPixel <= 4;
     const int32_t done = groups ? remapRow8<false>(coordinates, run, axis.interpolate, d, pixels, samplesPerPixel) : 0;
     coordinates += done;
     d += intptr_t{done} * destinationPixelStride;

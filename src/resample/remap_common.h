@@ -441,7 +441,8 @@ inline int32_t remapRow8(const uint32_t* coordinates, const RemapRun& run, bool 
   return p;
 }
 
-// remapRow8 for a pixel size of 1 to 3 chosen at run time.
+// remapRow8 for a pixel size of 1 to 3 chosen at run time, and 4 when nearest
+// (interpolated four-sample pixels take lerpRow4).
 template <bool TwoAxes>
 inline int32_t remapRow8(const uint32_t* coordinates, const RemapRun& run, bool interpolate, uint8_t* d,
                          int32_t pixels, int32_t samplesPerPixel) {
@@ -449,6 +450,7 @@ inline int32_t remapRow8(const uint32_t* coordinates, const RemapRun& run, bool 
     case 1: return remapRow8<1, TwoAxes>(coordinates, run, interpolate, d, pixels);
     case 2: return remapRow8<2, TwoAxes>(coordinates, run, interpolate, d, pixels);
     case 3: return remapRow8<3, TwoAxes>(coordinates, run, interpolate, d, pixels);
+    case 4: return interpolate ? 0 : remapRow8<4, TwoAxes>(coordinates, run, false, d, pixels);
     default: return 0;
   }
 }

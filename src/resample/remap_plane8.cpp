@@ -58,8 +58,8 @@ void RemapPlane8(const uint32_t* coordinates, const uint8_t* source, uint8_t* de
                      ax.origin, limitX, ay.origin, limitY,
                      interiorFits(ps, limitX, rs, limitY, true)};
   if (lerpOn && samplesPerPixel == 4) return bilinearPlane4(coordinates, destination, rows, pixels, destinationAdvance, run);
-  // One to three samples: groups of eight pixels, the rest of each row below.
-  const bool groups = samplesPerPixel >= 1 && samplesPerPixel <= 3;
+  // One to four samples: groups of eight pixels, the rest of each row below.
+  const bool groups = samplesPerPixel >= 1 && samplesPerPixel <= 4;
   for (int32_t r = 0; r < rows; ++r) {
     uint8_t* d = destination + intptr_t{r} * destinationAdvance;
     const int32_t done = groups ? remapRow8<true>(coordinates, run, lerpOn, d, pixels, samplesPerPixel) : 0;
