@@ -3,6 +3,18 @@
 // divide instruction: a shift for a power-of-two area, else a multiply by the
 // invariant-divisor reciprocal. Rows of more than 1500 output samples go, whole
 // and unchanged, to the host's own routine.
+//
+// Speed path (1..4 samples per pixel, a and b 1..8): the b rows are summed in
+// 16-bit lanes (255 x 64 + 32 fits), the a pixels of each output pixel are folded
+// from those sums, and the rounded sums are divided eight at a time by a 16-bit
+// multiply-high reciprocal, exact over every sum the area can produce (checked
+// when the table is built). Loads of the source stay inside the bytes the scalar
+// walk reads: the last sixteen of a row overlap the previous ones.
+#include <emmintrin.h>
+
+#include <array>
+#include <cstring>
+
 #include "host/install.h"
 #include "host/module_state.h"
 #include "resample/kernel_scalar.h"
@@ -42,16 +54,123 @@ struct Divider {
   bool power = false;
 };
 
-}  // namespace
+constexpr int32_t kMaxFactor = 8;
+constexpr int32_t kMaxArea = kMaxFactor * kMaxFactor;
 
-void BoxReduce8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t width, int32_t sourceStride,
-                int32_t destinationStride, int32_t samplesPerPixel, int32_t a, int32_t b) {
-  if (width > kBoxReduceMaxWidth) {
-    reinterpret_cast<SlotFn<code::rsmp, 24>>(&HostBoxReduce8)(source, destination, rows, width, sourceStride,
-                                                              destinationStride, samplesPerPixel, a, b);
+// n / d = (n x multiplier) >> (16 + shift) for every n in 0 .. 255 d + d / 2 (a
+// rounded sum of the area): the smallest shift whose rounded-up reciprocal fits 16
+// bits and is exact over that whole range, found and checked here at compile time (and
+// over every sum, through the routine, by the tests).
+struct LaneDivisor {
+  uint16_t multiplier;
+  uint16_t shift;
+};
+constexpr LaneDivisor laneDivisor(uint32_t d) {
+  if (d == 1) return {0, 0};  // never used: area 1 copies the sums
+  for (uint32_t s = 0; s < 16; ++s) {
+    const uint64_t m = ((uint64_t{1} << (16 + s)) + d - 1) / d;
+    if (m > 0xFFFF) break;
+    // m >= 2^(16 + s) / d, so the product never falls below the quotient, and it
+    // grows with n: checking the largest n of each quotient covers every n.
+    const uint64_t last = 255 * d + d / 2;
+    bool exact = true;
+    for (uint64_t q = 0; q * d <= last && exact; ++q) {
+      const uint64_t n = q * d + d - 1 < last ? q * d + d - 1 : last;
+      exact = (n * m) >> (16 + s) == q;
+    }
+    if (exact) return {static_cast<uint16_t>(m), static_cast<uint16_t>(s)};
+  }
+  return {0, 0xFFFF};  // none: the speed path refuses the area
+}
+constexpr std::array<LaneDivisor, kMaxArea + 1> kLaneDivisors = [] {
+  std::array<LaneDivisor, kMaxArea + 1> t{};
+  for (uint32_t d = 1; d <= kMaxArea; ++d) t[d] = laneDivisor(d);
+  return t;
+}();
+static_assert([] {
+  for (uint32_t d = 2; d <= kMaxArea; ++d)
+    if (kLaneDivisors[d].shift == 0xFFFF) return false;
+  return true;
+}());
+
+// Sums of the b rows, one 16-bit lane per source byte of the span the outputs read.
+void sumRows(const uint8_t* top, intptr_t stride, int32_t b, int32_t span, uint16_t* sums) {
+  if (span < 16) {
+    for (int32_t i = 0; i < span; ++i) {
+      uint32_t s = 0;
+      for (int32_t dy = 0; dy < b; ++dy) s += rowAt(top, dy, stride)[i];
+      sums[i] = static_cast<uint16_t>(s);
+    }
     return;
   }
-  if (rows < 1 || width < 1 || samplesPerPixel < 1 || a < 1 || b < 1) return;
+  const __m128i zero = _mm_setzero_si128();
+  for (int32_t i = 0;; i += 16) {
+    if (i > span - 16) i = span - 16;  // the last sixteen bytes, overlapping
+    __m128i lo = zero, hi = zero;
+    for (int32_t dy = 0; dy < b; ++dy) {
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rowAt(top, dy, stride) + i));
+      lo = _mm_add_epi16(lo, _mm_unpacklo_epi8(v, zero));
+      hi = _mm_add_epi16(hi, _mm_unpackhi_epi8(v, zero));
+    }
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(sums + i), lo);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(sums + i + 8), hi);
+    if (i == span - 16) break;
+  }
+}
+
+// Folds the a pixels of each output pixel: block[x] = sum over dx of
+// sums[(x / spp) a spp + dx spp + x % spp], for x in 0 .. width (rounded up to whole
+// pixels; lanes past the width are never stored).
+void foldPixels(const uint16_t* sums, int32_t width, int32_t spp, int32_t a, uint16_t* block) {
+  const int32_t pixels = (width + spp - 1) / spp;
+  if (a == 1) {
+    std::memcpy(block, sums, sizeof(uint16_t) * static_cast<std::size_t>(width));
+    return;
+  }
+  if (spp == 4 && a == 2) {  // two output pixels from four source pixels
+    for (int32_t j = 0; j < pixels; j += 2) {
+      const __m128i p = _mm_loadu_si128(reinterpret_cast<const __m128i*>(sums + j * 8));
+      const __m128i q = _mm_loadu_si128(reinterpret_cast<const __m128i*>(sums + j * 8 + 8));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(block + j * 4),
+                       _mm_add_epi16(_mm_unpacklo_epi64(p, q), _mm_unpackhi_epi64(p, q)));
+    }
+    return;
+  }
+  const intptr_t pixelStep = intptr_t{a} * spp;
+  for (int32_t j = 0; j < pixels; ++j) {
+    const uint16_t* p = sums + j * pixelStep;
+    __m128i s = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
+    for (int32_t dx = 1; dx < a; ++dx)
+      s = _mm_add_epi16(s, _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p + dx * spp)));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(block + j * spp), s);
+  }
+}
+
+// d[x] = (block[x] + area / 2) / area for x in 0 .. width.
+void divideRow(const uint16_t* block, int32_t width, uint32_t area, uint8_t* d) {
+  const __m128i round = _mm_set1_epi16(static_cast<int16_t>(area / 2));
+  const LaneDivisor divisor = kLaneDivisors[area];
+  const __m128i multiplier = _mm_set1_epi16(static_cast<int16_t>(divisor.multiplier));
+  const __m128i shift = _mm_cvtsi32_si128(divisor.shift);
+  const auto quotient = [&](int32_t x) {
+    const __m128i n = _mm_add_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(block + x)), round);
+    return area == 1 ? n : _mm_srl_epi16(_mm_mulhi_epu16(n, multiplier), shift);
+  };
+  if (width < 16) {
+    alignas(16) uint8_t out[16];
+    _mm_store_si128(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(quotient(0), quotient(8)));
+    std::memcpy(d, out, static_cast<std::size_t>(width));
+    return;
+  }
+  for (int32_t x = 0;; x += 16) {
+    if (x > width - 16) x = width - 16;  // the last sixteen outputs, overlapping
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + x), _mm_packus_epi16(quotient(x), quotient(x + 8)));
+    if (x == width - 16) break;
+  }
+}
+
+void boxReduceScalar(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t width,
+                     int32_t sourceStride, int32_t destinationStride, int32_t samplesPerPixel, int32_t a, int32_t b) {
   const auto area = static_cast<uint32_t>(a) * static_cast<uint32_t>(b);
   const Divider divide(area);
   const intptr_t pixelStep = intptr_t{a} * samplesPerPixel;  // source samples between output pixels
@@ -71,6 +190,36 @@ void BoxReduce8(const uint8_t* source, uint8_t* destination, int32_t rows, int32
     }
     uint8_t* d = rowAt(destination, r, destinationStride);
     for (int32_t x = 0; x < width; ++x) d[x] = static_cast<uint8_t>(divide(sums[x]));
+  }
+}
+
+}  // namespace
+
+void BoxReduce8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t width, int32_t sourceStride,
+                int32_t destinationStride, int32_t samplesPerPixel, int32_t a, int32_t b) {
+  if (width > kBoxReduceMaxWidth) {
+    reinterpret_cast<SlotFn<code::rsmp, 24>>(&HostBoxReduce8)(source, destination, rows, width, sourceStride,
+                                                              destinationStride, samplesPerPixel, a, b);
+    return;
+  }
+  if (rows < 1 || width < 1 || samplesPerPixel < 1 || a < 1 || b < 1) return;
+  if (samplesPerPixel > 4 || a > kMaxFactor || b > kMaxFactor) {
+    boxReduceScalar(source, destination, rows, width, sourceStride, destinationStride, samplesPerPixel, a, b);
+    return;
+  }
+  const int32_t spp = samplesPerPixel;
+  const int32_t lastPixel = (width - 1) / spp;
+  // Source bytes from the row start to the last one read (last pixel's last block
+  // column, its last output channel).
+  const int32_t span = (lastPixel * a + a - 1) * spp + (width - 1) % spp + 1;
+  // Slack: folding reads whole pixels of four lanes, dividing reads sixteen lanes.
+  alignas(16) uint16_t sums[kBoxReduceMaxWidth * kMaxFactor + 32];
+  alignas(16) uint16_t block[kBoxReduceMaxWidth + 32];
+  const auto area = static_cast<uint32_t>(a * b);
+  for (int32_t r = 0; r < rows; ++r) {
+    sumRows(rowAt(source, intptr_t{r} * b, sourceStride), sourceStride, b, span, sums);
+    foldPixels(sums, width, spp, a, block);
+    divideRow(block, width, area, rowAt(destination, r, destinationStride));
   }
 }
 
