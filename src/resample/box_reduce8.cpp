@@ -118,23 +118,44 @@ void sumRows(const uint8_t* top, intptr_t stride, int32_t b, int32_t span, uint1
   }
 }
 
-// Folds the a pixels of each output pixel: block[x] = sum over dx of
-// sums[(x / spp) a spp + dx spp + x % spp], for x in 0 .. width (rounded up to whole
-// pixels; lanes past the width are never stored).
-void foldPixels(const uint16_t* sums, int32_t width, int32_t spp, int32_t a, uint16_t* block) {
-  const int32_t pixels = (width + spp - 1) / spp;
-  if (a == 1) {
-    std::memcpy(block, sums, sizeof(uint16_t) * static_cast<std::size_t>(width));
-    return;
-  }
-  if (spp == 4 && a == 2) {  // two output pixels from four source pixels
-    for (int32_t j = 0; j < pixels; j += 2) {
-      const __m128i p = _mm_loadu_si128(reinterpret_cast<const __m128i*>(sums + j * 8));
-      const __m128i q = _mm_loadu_si128(reinterpret_cast<const __m128i*>(sums + j * 8 + 8));
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(block + j * 4),
-                       _mm_add_epi16(_mm_unpacklo_epi64(p, q), _mm_unpackhi_epi64(p, q)));
+// Sums of adjacent pixel pairs of spp 16-bit lanes each (spp 1, 2 or 4): the eight
+// pixel lanes of p then q become four pair sums.
+template <int Spp>
+__m128i pairSums(__m128i p, __m128i q) {
+  if constexpr (Spp == 1) {  // lane sums < 2^15: the signed pack keeps them
+    const __m128i ones = _mm_set1_epi16(1);
+    return _mm_packs_epi32(_mm_madd_epi16(p, ones), _mm_madd_epi16(q, ones));
+  } else {
+    if constexpr (Spp == 2) {  // dword pixels 0 2 1 3: even pixels low, odd high
+      p = _mm_shuffle_epi32(p, _MM_SHUFFLE(3, 1, 2, 0));
+      q = _mm_shuffle_epi32(q, _MM_SHUFFLE(3, 1, 2, 0));
     }
-    return;
+    return _mm_add_epi16(_mm_unpacklo_epi64(p, q), _mm_unpackhi_epi64(p, q));
+  }
+}
+
+// Halves the pixels of `lanes` lanes in place, log2(a) times: a power-of-two a.
+template <int Spp>
+void foldPairs(uint16_t* sums, int32_t lanes, int32_t a) {
+  for (; a > 1; a /= 2, lanes /= 2)
+    for (int32_t i = 0; i < lanes; i += 16)
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(sums + i / 2),
+                       pairSums<Spp>(_mm_loadu_si128(reinterpret_cast<const __m128i*>(sums + i)),
+                                     _mm_loadu_si128(reinterpret_cast<const __m128i*>(sums + i + 8))));
+}
+
+// Folds the a pixels of each output pixel: the result's lane x is the sum over dx
+// of sums[(x / spp) a spp + dx spp + x % spp], for x in 0 .. width (rounded up to
+// whole pixels; lanes past the width are never stored). Returns where it is.
+const uint16_t* foldPixels(uint16_t* sums, int32_t width, int32_t spp, int32_t a, uint16_t* block) {
+  const int32_t pixels = (width + spp - 1) / spp;
+  if (a == 1) return sums;
+  if ((a & (a - 1)) == 0 && spp != 3) {
+    const int32_t lanes = pixels * a * spp;
+    if (spp == 1) foldPairs<1>(sums, lanes, a);
+    if (spp == 2) foldPairs<2>(sums, lanes, a);
+    if (spp == 4) foldPairs<4>(sums, lanes, a);
+    return sums;
   }
   const intptr_t pixelStep = intptr_t{a} * spp;
   for (int32_t j = 0; j < pixels; ++j) {
@@ -144,6 +165,7 @@ void foldPixels(const uint16_t* sums, int32_t width, int32_t spp, int32_t a, uin
       s = _mm_add_epi16(s, _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p + dx * spp)));
     _mm_storel_epi64(reinterpret_cast<__m128i*>(block + j * spp), s);
   }
+  return block;
 }
 
 // d[x] = (block[x] + area / 2) / area for x in 0 .. width.
@@ -218,8 +240,7 @@ void BoxReduce8(const uint8_t* source, uint8_t* destination, int32_t rows, int32
   const auto area = static_cast<uint32_t>(a * b);
   for (int32_t r = 0; r < rows; ++r) {
     sumRows(rowAt(source, intptr_t{r} * b, sourceStride), sourceStride, b, span, sums);
-    foldPixels(sums, width, spp, a, block);
-    divideRow(block, width, area, rowAt(destination, r, destinationStride));
+    divideRow(foldPixels(sums, width, spp, a, block), width, area, rowAt(destination, r, destinationStride));
   }
 }
 
