@@ -144,6 +144,40 @@ void foldPairs(uint16_t* sums, int32_t lanes, int32_t a) {
                                      _mm_loadu_si128(reinterpret_cast<const __m128i*>(sums + i + 8))));
 }
 
+// Any a, 2..4 samples per pixel: eight output pixels at a time, each the sum of a
+// four-lane loads (the fourth lane is the next pixel's, masked off for 3), packed
+// into whole vectors so that the divide's loads match whole stores.
+template <int Spp>
+void foldEights(const uint16_t* sums, int32_t pixels, int32_t a, uint16_t* block) {
+  const auto pixel = [&](const uint16_t* p) {
+    __m128i s = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
+    for (int32_t dx = 1; dx < a; ++dx)
+      s = _mm_add_epi16(s, _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p + dx * Spp)));
+    return s;
+  };
+  const auto store = [](uint16_t* at, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(at), v); };
+  const intptr_t step = intptr_t{a} * Spp;
+  for (int32_t j = 0; j < pixels; j += 8, sums += 8 * step, block += 8 * Spp) {
+    __m128i s[8];
+    for (int k = 0; k < 8; ++k) s[k] = pixel(sums + k * step);
+    if constexpr (Spp == 4) {
+      for (int k = 0; k < 4; ++k) store(block + 8 * k, _mm_unpacklo_epi64(s[2 * k], s[2 * k + 1]));
+    } else if constexpr (Spp == 2) {
+      for (int k = 0; k < 2; ++k)
+        store(block + 8 * k, _mm_unpacklo_epi64(_mm_unpacklo_epi32(s[4 * k], s[4 * k + 1]),
+                                                _mm_unpacklo_epi32(s[4 * k + 2], s[4 * k + 3])));
+    } else {  // lanes 0..2 of each pixel, laid end to end over three vectors
+      const __m128i keep = _mm_set_epi32(0, 0, 0x0000FFFF, -1);
+      for (__m128i& v : s) v = _mm_and_si128(v, keep);
+      store(block, _mm_or_si128(_mm_or_si128(s[0], _mm_slli_si128(s[1], 6)), _mm_slli_si128(s[2], 12)));
+      store(block + 8, _mm_or_si128(_mm_or_si128(_mm_srli_si128(s[2], 4), _mm_slli_si128(s[3], 2)),
+                                    _mm_or_si128(_mm_slli_si128(s[4], 8), _mm_slli_si128(s[5], 14))));
+      store(block + 16, _mm_or_si128(_mm_or_si128(_mm_srli_si128(s[5], 2), _mm_slli_si128(s[6], 4)),
+                                     _mm_slli_si128(s[7], 10)));
+    }
+  }
+}
+
 // Folds the a pixels of each output pixel: the result's lane x is the sum over dx
 // of sums[(x / spp) a spp + dx spp + x % spp], for x in 0 .. width (rounded up to
 // whole pixels; lanes past the width are never stored). Returns where it is.
@@ -157,14 +191,31 @@ const uint16_t* foldPixels(uint16_t* sums, int32_t width, int32_t spp, int32_t a
     if (spp == 4) foldPairs<4>(sums, lanes, a);
     return sums;
   }
-  const intptr_t pixelStep = intptr_t{a} * spp;
-  for (int32_t j = 0; j < pixels; ++j) {
-    const uint16_t* p = sums + j * pixelStep;
-    __m128i s = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
-    for (int32_t dx = 1; dx < a; ++dx)
-      s = _mm_add_epi16(s, _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p + dx * spp)));
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(block + j * spp), s);
+  if (spp == 1) {  // window sums of a lanes in place, eight at a time, then every a-th
+    for (int32_t i = 0; i < pixels * a; i += 8) {
+      __m128i s = _mm_loadu_si128(reinterpret_cast<const __m128i*>(sums + i));
+      for (int32_t dx = 1; dx < a; ++dx)
+        s = _mm_add_epi16(s, _mm_loadu_si128(reinterpret_cast<const __m128i*>(sums + i + dx)));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(sums + i), s);
+    }
+    // Eight picks per vector store: the divide's loads then match whole stores.
+    for (int32_t j = 0; j < pixels; j += 8) {
+      const uint16_t* p = sums + j * a;
+      __m128i v = _mm_cvtsi32_si128(p[0]);
+      v = _mm_insert_epi16(v, p[a], 1);
+      v = _mm_insert_epi16(v, p[2 * a], 2);
+      v = _mm_insert_epi16(v, p[3 * a], 3);
+      v = _mm_insert_epi16(v, p[4 * a], 4);
+      v = _mm_insert_epi16(v, p[5 * a], 5);
+      v = _mm_insert_epi16(v, p[6 * a], 6);
+      v = _mm_insert_epi16(v, p[7 * a], 7);
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(block + j), v);
+    }
+    return block;
   }
+  if (spp == 2) foldEights<2>(sums, pixels, a, block);
+  if (spp == 3) foldEights<3>(sums, pixels, a, block);
+  if (spp == 4) foldEights<4>(sums, pixels, a, block);
   return block;
 }
 
@@ -234,8 +285,9 @@ void BoxReduce8(const uint8_t* source, uint8_t* destination, int32_t rows, int32
   // Source bytes from the row start to the last one read (last pixel's last block
   // column, its last output channel).
   const int32_t span = (lastPixel * a + a - 1) * spp + (width - 1) % spp + 1;
-  // Slack: folding reads whole pixels of four lanes, dividing reads sixteen lanes.
-  alignas(16) uint16_t sums[kBoxReduceMaxWidth * kMaxFactor + 32];
+  // Slack: folding reads up to eight whole pixels past the last and four lanes of
+  // each, dividing reads sixteen lanes.
+  alignas(16) uint16_t sums[kBoxReduceMaxWidth * kMaxFactor + 8 * 4 * kMaxFactor + 32];
   alignas(16) uint16_t block[kBoxReduceMaxWidth + 32];
   const auto area = static_cast<uint32_t>(a * b);
   for (int32_t r = 0; r < rows; ++r) {
