@@ -9,7 +9,8 @@
 // from those sums, and the rounded sums are divided eight at a time by a 16-bit
 // multiply-high reciprocal, exact over every sum the area can produce (checked
 // when the table is built). Loads of the source stay inside the bytes the scalar
-// walk reads: the last sixteen of a row overlap the previous ones.
+// walk reads: the last sixteen of a row overlap the previous ones. Four-sample
+// pixels halved across (the common case) do all three steps in registers.
 #include <emmintrin.h>
 
 #include <array>
@@ -92,6 +93,21 @@ static_assert([] {
     if (kLaneDivisors[d].shift == 0xFFFF) return false;
   return true;
 }());
+
+// (n + area / 2) / area in each 16-bit lane.
+struct LaneDivide {
+  explicit LaneDivide(uint32_t area)
+      : round(_mm_set1_epi16(static_cast<int16_t>(area / 2))),
+        multiplier(_mm_set1_epi16(static_cast<int16_t>(kLaneDivisors[area].multiplier))),
+        shift(_mm_cvtsi32_si128(kLaneDivisors[area].shift)),
+        copy(area == 1) {}
+  __m128i operator()(__m128i sums) const {
+    const __m128i n = _mm_add_epi16(sums, round);
+    return copy ? n : _mm_srl_epi16(_mm_mulhi_epu16(n, multiplier), shift);
+  }
+  __m128i round, multiplier, shift;
+  bool copy;
+};
 
 // Sums of the b rows, one 16-bit lane per source byte of the span the outputs read.
 void sumRows(const uint8_t* top, intptr_t stride, int32_t b, int32_t span, uint16_t* sums) {
@@ -178,6 +194,31 @@ void foldEights(const uint16_t* sums, int32_t pixels, int32_t a, uint16_t* block
   }
 }
 
+// Four samples per pixel, a = 2, whole pixels, at least sixteen outputs: each 32
+// source bytes of the b rows give sixteen outputs, summed, folded and divided in
+// registers (the row span is exactly twice the width, so the last, overlapping
+// step stays inside it).
+void reduceQuadPairs(const uint8_t* top, intptr_t stride, int32_t b, int32_t width, const LaneDivide& divide,
+                     uint8_t* d) {
+  const __m128i zero = _mm_setzero_si128();
+  for (int32_t x = 0;; x += 16) {
+    if (x > width - 16) x = width - 16;
+    __m128i s[4] = {zero, zero, zero, zero};
+    for (int32_t dy = 0; dy < b; ++dy) {
+      const uint8_t* p = rowAt(top, dy, stride) + 2 * intptr_t{x};
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+      const __m128i w = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16));
+      s[0] = _mm_add_epi16(s[0], _mm_unpacklo_epi8(v, zero));
+      s[1] = _mm_add_epi16(s[1], _mm_unpackhi_epi8(v, zero));
+      s[2] = _mm_add_epi16(s[2], _mm_unpacklo_epi8(w, zero));
+      s[3] = _mm_add_epi16(s[3], _mm_unpackhi_epi8(w, zero));
+    }
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + x),
+                     _mm_packus_epi16(divide(pairSums<4>(s[0], s[1])), divide(pairSums<4>(s[2], s[3]))));
+    if (x == width - 16) break;
+  }
+}
+
 // Folds the a pixels of each output pixel: the result's lane x is the sum over dx
 // of sums[(x / spp) a spp + dx spp + x % spp], for x in 0 .. width (rounded up to
 // whole pixels; lanes past the width are never stored). Returns where it is.
@@ -221,13 +262,9 @@ const uint16_t* foldPixels(uint16_t* sums, int32_t width, int32_t spp, int32_t a
 
 // d[x] = (block[x] + area / 2) / area for x in 0 .. width.
 void divideRow(const uint16_t* block, int32_t width, uint32_t area, uint8_t* d) {
-  const __m128i round = _mm_set1_epi16(static_cast<int16_t>(area / 2));
-  const LaneDivisor divisor = kLaneDivisors[area];
-  const __m128i multiplier = _mm_set1_epi16(static_cast<int16_t>(divisor.multiplier));
-  const __m128i shift = _mm_cvtsi32_si128(divisor.shift);
+  const LaneDivide divide(area);
   const auto quotient = [&](int32_t x) {
-    const __m128i n = _mm_add_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(block + x)), round);
-    return area == 1 ? n : _mm_srl_epi16(_mm_mulhi_epu16(n, multiplier), shift);
+    return divide(_mm_loadu_si128(reinterpret_cast<const __m128i*>(block + x)));
   };
   if (width < 16) {
     alignas(16) uint8_t out[16];
@@ -290,6 +327,13 @@ void BoxReduce8(const uint8_t* source, uint8_t* destination, int32_t rows, int32
   alignas(16) uint16_t sums[kBoxReduceMaxWidth * kMaxFactor + 8 * 4 * kMaxFactor + 32];
   alignas(16) uint16_t block[kBoxReduceMaxWidth + 32];
   const auto area = static_cast<uint32_t>(a * b);
+  if (spp == 4 && a == 2 && width % 4 == 0 && width >= 16) {
+    const LaneDivide divide(area);
+    for (int32_t r = 0; r < rows; ++r)
+      reduceQuadPairs(rowAt(source, intptr_t{r} * b, sourceStride), sourceStride, b, width, divide,
+                      rowAt(destination, r, destinationStride));
+    return;
+  }
   for (int32_t r = 0; r < rows; ++r) {
     sumRows(rowAt(source, intptr_t{r} * b, sourceStride), sourceStride, b, span, sums);
     divideRow(foldPixels(sums, width, spp, a, block), width, area, rowAt(destination, r, destinationStride));
