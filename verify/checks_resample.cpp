@@ -447,7 +447,10 @@ void verifyBoxReduce(Context& ctx, HostRoutine host, HostRoutine module) {
     c.width = i % 20 == 19  ? static_cast<int32_t>(1499 + rng.below(4))
               : i % 2 == 0 ? static_cast<int32_t>(1 + rng.below(40))
                            : static_cast<int32_t>(1 + rng.below(200));
-    if (i % 7 == 3) c.spp = 4, c.a = 2, c.width = c.width / 4 * 4 + 4;  // whole pixels of 2 x b blocks
+    if (i % 7 == 3) {  // whole pixels of 1, 2 or 4 samples, halved or quartered across
+      c.spp = 1 << rng.below(3), c.a = 2 << rng.below(2);
+      c.width = c.width / c.spp * c.spp + c.spp;
+    }
     if (i % 31 == 30) c.rows = 0;
     if (i % 37 == 36) c.width = -1;
     const int32_t lastPixel = (std::max(c.width, 1) - 1) / c.spp;

@@ -9,8 +9,9 @@
 // from those sums, and the rounded sums are divided eight at a time by a 16-bit
 // multiply-high reciprocal, exact over every sum the area can produce (checked
 // when the table is built). Loads of the source stay inside the bytes the scalar
-// walk reads: the last sixteen of a row overlap the previous ones. Four-sample
-// pixels halved across (the common case) do all three steps in registers.
+// walk reads: the last sixteen of a row overlap the previous ones. Whole pixels
+// of 1, 2 or 4 samples halved or quartered across (the common cases) do all three
+// steps in registers.
 #include <emmintrin.h>
 
 #include <array>
@@ -194,29 +195,42 @@ void foldEights(const uint16_t* sums, int32_t pixels, int32_t a, uint16_t* block
   }
 }
 
-// Four samples per pixel, a = 2, whole pixels, at least sixteen outputs: each 32
-// source bytes of the b rows give sixteen outputs, summed, folded and divided in
-// registers (the row span is exactly twice the width, so the last, overlapping
-// step stays inside it).
-void reduceQuadPairs(const uint8_t* top, intptr_t stride, int32_t b, int32_t width, const LaneDivide& divide,
-                     uint8_t* d) {
+// a = 2 or 4 with 1, 2 or 4 samples per pixel, whole pixels, at least sixteen
+// outputs: each 16 a source bytes of the b rows give sixteen outputs, summed,
+// folded and divided in registers (the row span is exactly a times the width, so
+// the last, overlapping step stays inside it).
+template <int Spp, int A>
+void reducePairsRow(const uint8_t* top, intptr_t stride, int32_t b, int32_t width, const LaneDivide& divider,
+                    uint8_t* d) {
+  const LaneDivide divide = divider;  // a local copy: the byte stores cannot alias it
   const __m128i zero = _mm_setzero_si128();
   for (int32_t x = 0;; x += 16) {
     if (x > width - 16) x = width - 16;
-    __m128i s[4] = {zero, zero, zero, zero};
+    __m128i s[std::size_t{2} * A];
+    for (__m128i& v : s) v = zero;
     for (int32_t dy = 0; dy < b; ++dy) {
-      const uint8_t* p = rowAt(top, dy, stride) + 2 * intptr_t{x};
-      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-      const __m128i w = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16));
-      s[0] = _mm_add_epi16(s[0], _mm_unpacklo_epi8(v, zero));
-      s[1] = _mm_add_epi16(s[1], _mm_unpackhi_epi8(v, zero));
-      s[2] = _mm_add_epi16(s[2], _mm_unpacklo_epi8(w, zero));
-      s[3] = _mm_add_epi16(s[3], _mm_unpackhi_epi8(w, zero));
+      const uint8_t* p = rowAt(top, dy, stride) + intptr_t{A} * x;
+      for (int k = 0; k < A; ++k) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16 * k));
+        s[2 * k] = _mm_add_epi16(s[2 * k], _mm_unpacklo_epi8(v, zero));
+        s[2 * k + 1] = _mm_add_epi16(s[2 * k + 1], _mm_unpackhi_epi8(v, zero));
+      }
     }
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + x),
-                     _mm_packus_epi16(divide(pairSums<4>(s[0], s[1])), divide(pairSums<4>(s[2], s[3]))));
+    for (int n = 2 * A; n > 2; n /= 2)
+      for (int k = 0; k < n / 2; ++k) s[k] = pairSums<Spp>(s[2 * k], s[2 * k + 1]);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + x), _mm_packus_epi16(divide(s[0]), divide(s[1])));
     if (x == width - 16) break;
   }
+}
+
+using PairsRow = void (*)(const uint8_t*, intptr_t, int32_t, int32_t, const LaneDivide&, uint8_t*);
+// The register path for (spp, a), or none.
+PairsRow pairsRowFor(int32_t spp, int32_t a) {
+  constexpr PairsRow kRows[2][5] = {{nullptr, &reducePairsRow<1, 2>, &reducePairsRow<2, 2>, nullptr,
+                                     &reducePairsRow<4, 2>},
+                                    {nullptr, &reducePairsRow<1, 4>, &reducePairsRow<2, 4>, nullptr,
+                                     &reducePairsRow<4, 4>}};
+  return a == 2 || a == 4 ? kRows[a / 4][spp] : nullptr;
 }
 
 // Folds the a pixels of each output pixel: the result's lane x is the sum over dx
@@ -327,11 +341,11 @@ void BoxReduce8(const uint8_t* source, uint8_t* destination, int32_t rows, int32
   alignas(16) uint16_t sums[kBoxReduceMaxWidth * kMaxFactor + 8 * 4 * kMaxFactor + 32];
   alignas(16) uint16_t block[kBoxReduceMaxWidth + 32];
   const auto area = static_cast<uint32_t>(a * b);
-  if (spp == 4 && a == 2 && width % 4 == 0 && width >= 16) {
+  if (const PairsRow row = pairsRowFor(spp, a); row != nullptr && width % spp == 0 && width >= 16) {
     const LaneDivide divide(area);
     for (int32_t r = 0; r < rows; ++r)
-      reduceQuadPairs(rowAt(source, intptr_t{r} * b, sourceStride), sourceStride, b, width, divide,
-                      rowAt(destination, r, destinationStride));
+      row(rowAt(source, intptr_t{r} * b, sourceStride), sourceStride, b, width, divide,
+          rowAt(destination, r, destinationStride));
     return;
   }
   for (int32_t r = 0; r < rows; ++r) {
