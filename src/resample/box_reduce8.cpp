@@ -226,7 +226,7 @@ void reducePairsRow(const uint8_t* top, intptr_t stride, int32_t b, int32_t widt
 using PairsRow = void (*)(const uint8_t*, intptr_t, int32_t, int32_t, const LaneDivide&, uint8_t*);
 // The register path for (spp, a), or none.
 PairsRow pairsRowFor(int32_t spp, int32_t a) {
-  constexpr PairsRow kRows[2][5] = {{nullptr, &reducePairsRow<1, 2>, &reducePairsRow<2, 2>, nullptr,
+  static constexpr PairsRow kRows[2][5] = {{nullptr, &reducePairsRow<1, 2>, &reducePairsRow<2, 2>, nullptr,
                                      &reducePairsRow<4, 2>},
                                     {nullptr, &reducePairsRow<1, 4>, &reducePairsRow<2, 4>, nullptr,
                                      &reducePairsRow<4, 4>}};
