@@ -435,14 +435,22 @@ void buildBoxReduce(Arena& arena, Rng& rng, const BoxReduceCase& c) {
 void verifyBoxReduce(Context& ctx, HostRoutine host, HostRoutine module) {
   Rng& rng = ctx.rng();
   refhost::ReferenceHost& h = ctx.host();
-  const int64_t cases = ctx.thorough() ? 300 : 120;
+  const int64_t cases = ctx.thorough() ? 800 : 200;
   for (int64_t i = 0; i < cases; ++i) {
     BoxReduceCase c{};
+    // The module's vector path takes 1..4 samples per pixel and factors up to 8, in
+    // steps of sixteen source bytes and sixteen outputs: draw around all of those.
     c.rows = static_cast<int32_t>(1 + rng.below(4));
-    c.spp = static_cast<int32_t>(1 + rng.below(4));
-    c.a = static_cast<int32_t>(1 + rng.below(i % 3 == 0 ? 8 : 4));
-    c.b = static_cast<int32_t>(1 + rng.below(4));
-    c.width = i % 20 == 19 ? static_cast<int32_t>(1499 + rng.below(4)) : static_cast<int32_t>(1 + rng.below(80));
+    c.spp = static_cast<int32_t>(1 + rng.below(i % 4 == 0 ? 6 : 4));
+    c.a = static_cast<int32_t>(1 + rng.below(i % 3 == 0 ? 10 : 5));
+    c.b = static_cast<int32_t>(1 + rng.below(i % 5 == 0 ? 10 : 5));
+    c.width = i % 20 == 19  ? static_cast<int32_t>(1499 + rng.below(4))
+              : i % 2 == 0 ? static_cast<int32_t>(1 + rng.below(40))
+                           : static_cast<int32_t>(1 + rng.below(200));
+    if (i % 7 == 3) {  // whole pixels of 1, 2 or 4 samples, halved or quartered across
+      c.spp = 1 << rng.below(3), c.a = 2 << rng.below(2);
+      c.width = c.width / c.spp * c.spp + c.spp;
+    }
     if (i % 31 == 30) c.rows = 0;
     if (i % 37 == 36) c.width = -1;
     const int32_t lastPixel = (std::max(c.width, 1) - 1) / c.spp;
@@ -470,14 +478,30 @@ void verifyBoxReduce(Context& ctx, HostRoutine host, HostRoutine module) {
   h.clearLogs();
 }
 
+// Bench shape from TARNELL_BENCH_BOX = "spp,a,b" (default 4,2,2): outputs of whole
+// pixels, at most 1500 per row, over a source of the bench size's bytes per row.
+BoxReduceCase benchBoxShape(int width, int height) {
+  int spp = 4, a = 2, b = 2;
+  if (const char* text = std::getenv("TARNELL_BENCH_BOX")) {
+    int values[3] = {spp, a, b};
+    for (int k = 0; k < 3 && *text != '\0'; ++k) {
+      values[k] = std::clamp(std::atoi(text), 1, 16);
+      while (*text != '\0' && *text++ != ',') {
+      }
+    }
+    spp = values[0], a = values[1], b = values[2];
+  }
+  const int32_t outputs = std::max(std::min(width / a, 1500) / spp * spp, spp);
+  return {std::max(1, height / b), outputs, spp, a, b, width, outputs};
+}
+
 struct BoxReduceBench final : BenchCase {
-  BoxReduceBench(int width, int height) : arena(Placement::Heap) {
+  BoxReduceBench(int width, int height) : arena(Placement::Heap), c(benchBoxShape(width, height)) {
     Rng rng(0xB0C6);
-    c = {std::max(1, height / 2), std::min(width / 2, 1500), 4, 2, 2, width, std::min(width / 2, 1500)};
-    c.width = std::max(c.width / 4 * 4, 4);
+    c.ss = std::max(c.ss, (c.width / c.spp) * c.a * c.spp);
     buildBoxReduce(arena, rng, c);
     arena.reset();
-    bytesMoved = static_cast<uint64_t>(c.width) * static_cast<uint64_t>(c.rows) * 5;
+    bytesMoved = static_cast<uint64_t>(c.width) * static_cast<uint64_t>(c.rows) * static_cast<uint64_t>(1 + c.a * c.b);
   }
   void run(HostRoutine routine) override {
     as<code::rsmp, 24>(routine)(arena.side<uint8_t>(0, 1), arena.side<uint8_t>(1, 1), c.rows, c.width, c.ss, c.ds,
