@@ -97,7 +97,7 @@ inline void lerpPixel4(const uint8_t* a, const uint8_t* b, uint32_t f, uint8_t* 
 }
 
 
-// --- one- to three-sample pixels, eight at a time (SSE2) -----------------------
+// --- groups of eight pixels (SSE2) ---------------------------------------------
 
 // Eight pixels of a remap per step: the coordinates are offset and range-checked
 // in vector lanes; a rejected lane is set to offset 0 (the source's first pixel,
