@@ -18,19 +18,6 @@ namespace {
 inline __m128i load(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
 inline void store(void* p, __m128i v) { _mm_storeu_si128(static_cast<__m128i*>(p), v); }
 
-// floor(n / d) for every 32-bit n, by the method for division by an invariant
-// integer: q = (t + ((n - t) >> s1)) >> s2 with t the high half of n * m.
-BoxMeanDivisor divisorOf(uint32_t d) {
-  BoxMeanDivisor r{0, d >> 1, 0, 0};  // half: the rounding offset, the quotient is the nearest mean, halves up
-  int l = 0;
-  while (l < 32 && (uint64_t{1} << l) < d) ++l;  // bit length of d - 1
-  if (l == 0) return r;                          // d = 1: q = n
-  r.m = static_cast<uint32_t>((uint64_t{1} << 32) * ((uint64_t{1} << l) - d) / d + 1);
-  r.s1 = 1;
-  r.s2 = l - 1;
-  return r;
-}
-
 struct VectorReciprocal {
   __m128i m, highLanes;
   __m128i s1, s2;
@@ -106,7 +93,9 @@ int32_t filterSlot75(const uint16_t* source, uint16_t* destination, int32_t rows
     return savedRoutine<code::filt, 75>()(source, destination, rows, columns, sourceStride, destinationStride, radius);
   if (rows < 1 || columns < 1 || radius < 0) return 0;
   const auto span = static_cast<uint32_t>(2 * radius + 1);
-  const BoxMeanDivisor divisor = divisorOf(span * span);
+  const auto area = static_cast<uint32_t>(span * span);
+  // half: the rounding offset, so the quotient is the nearest mean, halves up.
+  const BoxMeanDivisor divisor{invariantDivisor(area), area >> 1};
   // The processor's flags, not the installer's: the wider kernel runs only where it
   // can. Radius 0 (a copy, the one divisor with s1 = 0) stays with the SSE2 kernel.
   BoxMeanStrip* const strip =

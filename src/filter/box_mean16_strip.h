@@ -8,15 +8,10 @@
 #include <cstdint>
 
 #include "filter/filter.h"
+#include "host/invariant_divisor.h"
 
 namespace tarnell::filter {
 namespace {
-
-// floor(n / d): q = (t + ((n - t) >> s1)) >> s2 with t the high half of n * m.
-inline uint32_t divide(const BoxMeanDivisor& d, uint32_t n) {
-  const auto t = static_cast<uint32_t>((uint64_t{n} * d.m) >> 32);
-  return (t + ((n - t) >> d.s1)) >> d.s2;
-}
 
 // sums[i] += entering[i] - leaving[i] for i from `from` to n - 1, leaving may be null.
 inline void addRowTail(uint32_t* sums, const uint16_t* entering, const uint16_t* leaving, int32_t from, int32_t n) {
@@ -29,7 +24,7 @@ inline void finishRow(const uint32_t* sums, int32_t span, uint16_t* out, int32_t
                       const BoxMeanDivisor& divisor) {
   for (; x < columns; ++x) {
     box += sums[x + span] - sums[x];
-    out[x] = static_cast<uint16_t>(divide(divisor, box));
+    out[x] = static_cast<uint16_t>(exactQuotient(divisor, box));
   }
 }
 

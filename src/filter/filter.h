@@ -7,6 +7,8 @@
 
 #include <cstdint>
 
+#include "host/invariant_divisor.h"
+
 namespace tarnell::filter {
 
 SlotSignature<code::filt, 12>::Fn localDeviation3x3;     // deviation.cpp (plain code)
@@ -36,11 +38,11 @@ extern constinit const WeightedSumAvx2Kernels g_weightedSumAvx2;
 // The baseline routine in slot 75 computes the divisor's reciprocal once per call
 // and runs one kernel per strip of at most 8192 source columns (steps in samples):
 // the AVX2 one when the processor has it, else the SSE2 one. q = (t + ((n - t) >> s1))
-// >> s2 with t the high half of n * m is floor(n / d); half = d >> 1 is added first.
+// >> s2 with t the high half of n * m is floor(n / d) (host/invariant_divisor.h);
+// half = d >> 1 is added first.
 constexpr int32_t kBoxMeanStripColumns = 8192;
-struct BoxMeanDivisor {
-  uint32_t m, half;
-  int32_t s1, s2;
+struct BoxMeanDivisor : InvariantDivisor {
+  uint32_t half;
 };
 using BoxMeanStrip = void(const uint16_t* source, uint16_t* destination, int32_t rows, int32_t columns,
                           intptr_t sourceStep, intptr_t destinationStep, int32_t radius, const BoxMeanDivisor& divisor);

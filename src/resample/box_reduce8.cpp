@@ -1,7 +1,7 @@
 // BoxReduce8: each output sample is the rounded mean of an a x b block of source
 // samples of its channel, (sum + area / 2) / area. The division is exact without a
-// divide instruction: a shift for a power-of-two area, else a multiply by the
-// invariant-divisor reciprocal. Rows of more than 1500 output samples go, whole
+// divide instruction: the scalar walk multiplies by the invariant-divisor
+// reciprocal (host/invariant_divisor.h), the speed path below by a 16-bit one. Rows of more than 1500 output samples go, whole
 // and unchanged, to the host's own routine.
 //
 // Speed path (1..4 samples per pixel, a and b 1..8): the b rows are summed in
@@ -18,6 +18,7 @@
 #include <cstring>
 
 #include "host/install.h"
+#include "host/invariant_divisor.h"
 #include "host/module_state.h"
 #include "resample/kernel_scalar.h"
 #include "resample/resample_routines.h"
@@ -31,30 +32,6 @@ TARNELL_FORWARDER(HostBoxAverageRows8, kRsmp, 3);
 namespace tarnell::resample {
 
 namespace {
-
-// Exact q = n / d for every 32-bit n and a fixed d >= 1: with l = ceil(log2 d) and
-// m = 2^32 (2^l - d) / d + 1, q = (t + ((n - t) >> 1)) >> (l - 1), t = (m n) >> 32.
-struct Divider {
-  explicit Divider(uint32_t d) {
-    uint32_t l = 0;
-    while ((uint64_t{1} << l) < d) ++l;
-    if ((uint64_t{1} << l) == d) {
-      shift = l;
-      power = true;
-    } else {
-      multiplier = static_cast<uint32_t>(((uint64_t{1} << 32) * ((uint64_t{1} << l) - d)) / d + 1);
-      shift = l - 1;
-    }
-  }
-  uint32_t operator()(uint32_t n) const {
-    if (power) return n >> shift;
-    const auto t = static_cast<uint32_t>((uint64_t{multiplier} * n) >> 32);
-    return (t + ((n - t) >> 1)) >> shift;
-  }
-  uint32_t multiplier = 0;
-  uint32_t shift = 0;
-  bool power = false;
-};
 
 constexpr int32_t kMaxFactor = 8;
 constexpr int32_t kMaxArea = kMaxFactor * kMaxFactor;
@@ -296,7 +273,7 @@ void divideRow(const uint16_t* block, int32_t width, uint32_t area, uint8_t* d) 
 void boxReduceScalar(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t width,
                      int32_t sourceStride, int32_t destinationStride, int32_t samplesPerPixel, int32_t a, int32_t b) {
   const auto area = static_cast<uint32_t>(a) * static_cast<uint32_t>(b);
-  const Divider divide(area);
+  const InvariantDivisor divisor = invariantDivisor(area);
   const intptr_t pixelStep = intptr_t{a} * samplesPerPixel;  // source samples between output pixels
   uint32_t sums[kBoxReduceMaxWidth];
   for (int32_t r = 0; r < rows; ++r) {
@@ -313,7 +290,7 @@ void boxReduceScalar(const uint8_t* source, uint8_t* destination, int32_t rows, 
         }
     }
     uint8_t* d = rowAt(destination, r, destinationStride);
-    for (int32_t x = 0; x < width; ++x) d[x] = static_cast<uint8_t>(divide(sums[x]));
+    for (int32_t x = 0; x < width; ++x) d[x] = static_cast<uint8_t>(exactQuotient(divisor, sums[x]));
   }
 }
 
