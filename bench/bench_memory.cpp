@@ -22,7 +22,8 @@ std::vector<HostRoutine> memoTable(bool best) {
     f.sse2 = 1;
   }
   std::vector<HostRoutine> table(static_cast<std::size_t>(kSuites[kMemo].slotCount), nullptr);
-  installMemory(SuiteWriter<code::memo>(table.data()), f);
+  const Kernels kernels = resolveKernels(f);
+  installMemory(SuiteWriter<code::memo>(table.data(), kernels), f);
   return table;
 }
 

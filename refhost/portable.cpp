@@ -7,10 +7,11 @@ namespace tarnell::refhost {
 std::span<const PortableRoutine> allPortableRoutines() {
   static const std::vector<PortableRoutine> all = [] {
     std::vector<PortableRoutine> routines;
-    for (std::span<const PortableRoutine> family : {portableBlend8(), portableMemory(), portableConvert(), portableBlend16(),
-                                                       portableBlendFloat(), portableFilter(), portableResample(), portablePaint(),
-                                                       portablePathFill(), portableSelection()})
-      routines.insert(routines.end(), family.begin(), family.end());
+#define TARNELL_PORTABLE_FAMILY(F)                 \
+  for (const PortableRoutine& r : portable##F()) \
+    routines.push_back(r);
+    TARNELL_FAMILIES(TARNELL_PORTABLE_FAMILY)
+#undef TARNELL_PORTABLE_FAMILY
     return routines;
   }();
   return all;

@@ -134,16 +134,16 @@ void orderedCombineInto(const uint16_t* a, const uint16_t* b, uint16_t* d, int32
 
 std::span<const PortableRoutine> portableBlend16() {
   static const PortableRoutine routines[] = {
-      portable<code::blnd, 192>(&subtractCoverage),
-      portable<code::blnd, 193>(&scaleByConstant),
-      portable<code::blnd, 194>(&multiplySource),
-      portable<code::blnd, 195>(&complementMultiplyInto),
-      portable<code::blnd, 219>(&multiplyInto),
-      portable<code::blnd, 221>(&inverseMultiplyInto),
-      portable<code::blnd, 222>(&fillWhereMaskClear),
-      portable<code::blnd, 223>(&orderedCombineInto),
-      portable<code::blnd, 235>(&mixSourceThroughMask),
-      portable<code::blnd, 259>(&multiplySourceThroughMask),
+      portable(slot::SubtractCoverage16, &subtractCoverage),
+      portable(slot::ScaleByConstant16, &scaleByConstant),
+      portable(slot::MultiplySource16, &multiplySource),
+      portable(slot::ComplementMultiplyInto16, &complementMultiplyInto),
+      portable(slot::MultiplyInto16, &multiplyInto),
+      portable(slot::InverseMultiplyInto16, &inverseMultiplyInto),
+      portable(slot::FillWhereMaskClear16, &fillWhereMaskClear),
+      portable(slot::OrderedCombineInto16, &orderedCombineInto),
+      portable(slot::MixSourceThroughMask16, &mixSourceThroughMask),
+      portable(slot::MultiplySourceThroughMask16, &multiplySourceThroughMask),
   };
   return routines;
 }

@@ -194,10 +194,10 @@ void recordedPair(const float* source, float* destination, int32_t columns, int3
 }
 
 const PortableRoutine kRoutines[] = {
-    portable<code::blnd, 275>(&floatComposite275),        portable<code::blnd, 276>(&lightenTowardSourceFloat),
-    portable<code::blnd, 277>(&darkenTowardSourceFloat),  portable<code::blnd, 278>(&addSourceFloat),
-    portable<code::blnd, 289>(&recordedPair<289, &minimum>), portable<code::blnd, 290>(&recordedPair<290, maximum>),
-    portable<code::blnd, 320>(&overlaySourceFloat),
+    portable(slot::FloatCompositeRecord275, &floatComposite275),        portable(slot::LightenTowardSourceFloat, &lightenTowardSourceFloat),
+    portable(slot::DarkenTowardSourceFloat, &darkenTowardSourceFloat),  portable(slot::AddSourceFloat, &addSourceFloat),
+    portable(slot::MinSourceFloat, &recordedPair<289, &minimum>), portable(slot::MaxSourceFloat, &recordedPair<290, maximum>),
+    portable(slot::OverlaySourceFloat, &overlaySourceFloat),
 };
 
 }  // namespace

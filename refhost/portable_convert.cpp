@@ -213,9 +213,9 @@ void convertFloatTo8(const float* source, uint8_t* destination, int32_t rows, in
 }
 
 const PortableRoutine kRoutines[] = {
-    portable<code::conv, 16>(&convert16To8Planar3), portable<code::conv, 17>(&convert16To8),
-    portable<code::conv, 18>(&convert8To16),        portable<code::conv, 19>(&rescale16),
-    portable<code::conv, 58>(&convertFloatTo8),
+    portable(slot::convert16To8Planar3, &convert16To8Planar3), portable(slot::convert16To8, &convert16To8),
+    portable(slot::convert8To16, &convert8To16),        portable(slot::rescale16, &rescale16),
+    portable(slot::convertFloatTo8, &convertFloatTo8),
 };
 
 }  // namespace

@@ -168,11 +168,11 @@ int32_t blockMatrix(const float* input, int32_t count, const float* coefficients
 }
 
 const PortableRoutine kOwn[] = {
-    portable<code::filt, 12>(&localDeviation3x3),    portable<code::filt, 28>(&filterSlot28),
-    portable<code::filt, 74>(&filterSlot74),         portable<code::filt, 75>(&filterSlot75),
-    portable<code::filt, 188>(&blockDifferenceSum),  portable<code::filt, 189>(&maskedDifferenceSum),
-    portable<code::filt, 191>(&blockMatrix<2, 191>), portable<code::filt, 192>(&blockMatrix<3, 192>),
-    portable<code::filt, 193>(&blockMatrix<4, 193>), portable<code::filt, 194>(&blockMatrix<5, 194>),
+    portable(slot::localDeviation3x3, &localDeviation3x3),    portable(slot::filterSlot28, &filterSlot28),
+    portable(slot::filterSlot74, &filterSlot74),         portable(slot::filterSlot75, &filterSlot75),
+    portable(slot::blockDifferenceSum, &blockDifferenceSum),  portable(slot::maskedDifferenceSum, &maskedDifferenceSum),
+    portable(slot::blockMatrixFilter2, &blockMatrix<2, 191>), portable(slot::blockMatrixFilter3, &blockMatrix<3, 192>),
+    portable(slot::blockMatrixFilter4, &blockMatrix<4, 193>), portable(slot::blockMatrixFilter5, &blockMatrix<5, 194>),
 };
 
 }  // namespace

@@ -90,9 +90,9 @@ void angularRemap(const Sample* source, Sample* destination, int32_t rows, int32
 }
 
 const PortableRoutine kRemap[] = {
-    portable<code::filt, 200>(&angularRemap<uint8_t, uint8_t>),
-    portable<code::filt, 201>(&angularRemap<uint16_t, uint16_t>),
-    portable<code::filt, 202>(&angularRemap<float, int32_t>),
+    portable(slot::angularRemap8, &angularRemap<uint8_t, uint8_t>),
+    portable(slot::angularRemap16, &angularRemap<uint16_t, uint16_t>),
+    portable(slot::angularRemapSlot202, &angularRemap<float, int32_t>),
 };
 
 }  // namespace

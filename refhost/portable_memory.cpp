@@ -37,9 +37,9 @@ bool oneRun(int32_t rows, int32_t width, int32_t step, int64_t elementBytes) {
 }
 
 // The host's own routine of a slot (what its table held before any module wrote).
-template <uint32_t Suite, int Slot>
-SlotFn<Suite, Slot> hostSlot() {
-  return reinterpret_cast<SlotFn<Suite, Slot>>(ReferenceHost::active()->original(Suite, Slot));
+template <auto Id>
+SlotFnOf<Id> hostSlot() {
+  return reinterpret_cast<SlotFnOf<Id>>(ReferenceHost::active()->original(decltype(Id)::suite, decltype(Id)::number));
 }
 
 template <typename T>
@@ -81,7 +81,7 @@ bool blockEquals(const void* address, int32_t rows, int32_t width, int32_t step,
 void copyBlock(const void* source, void* destination, int32_t rows, int32_t widthBytes, int32_t sourceStep,
                int32_t destinationStep) {
   if (source == destination || rows < 1 || widthBytes < 1) return;
-  const auto copy = hostSlot<code::memo, 0>();
+  const auto copy = hostSlot<slot::copyBytes>();
   if (sourceStep == widthBytes && destinationStep == widthBytes && oneRun(rows, widthBytes, widthBytes, 1)) {
     copy(source, destination, rows * widthBytes);
     return;
@@ -138,7 +138,7 @@ void fillWordBlock(void* destination, int32_t rows, int32_t width, int32_t step,
 }
 
 void notifyCore(const void* address, int32_t rows, int32_t width, int32_t step) {
-  hostSlot<code::core, 0>()(reinterpret_cast<uintptr_t>(address), static_cast<uintptr_t>(intptr_t{rows}),
+  hostSlot<slot::notifyBuffer>()(reinterpret_cast<uintptr_t>(address), static_cast<uintptr_t>(intptr_t{rows}),
                             static_cast<uintptr_t>(intptr_t{width}), static_cast<uintptr_t>(intptr_t{step}));
 }
 
@@ -177,18 +177,18 @@ void fillDwordBlock(void* destination, int32_t rows, int32_t width, int32_t step
 }
 
 const PortableRoutine kMemory[] = {
-    portable<code::memo, 1>(&copyBlock),
-    portable<code::memo, 4>(&fillBlock),
-    portable<code::memo, 17>(&bytesAllEqual),
-    portable<code::memo, 18>(&blockBytesAllEqual),
-    portable<code::memo, 36>(&byteBounds),
-    portable<code::memo, 65>(&fillWords),
-    portable<code::memo, 66>(&fillWordBlock),
-    portable<code::memo, 83>(&blockWordsUniformValue),
-    portable<code::memo, 102>(&blockWordsAllEqual),
-    portable<code::memo, 135>(&blockDwordsUniform),
-    portable<code::memo, 136>(&fillDwords),
-    portable<code::memo, 137>(&fillDwordBlock),
+    portable(slot::copyBlock, &copyBlock),
+    portable(slot::fillBlock, &fillBlock),
+    portable(slot::bytesAllEqual, &bytesAllEqual),
+    portable(slot::blockBytesAllEqual, &blockBytesAllEqual),
+    portable(slot::byteBounds, &byteBounds),
+    portable(slot::fillWords, &fillWords),
+    portable(slot::fillWordBlock, &fillWordBlock),
+    portable(slot::blockWordsUniformValue, &blockWordsUniformValue),
+    portable(slot::blockWordsAllEqual, &blockWordsAllEqual),
+    portable(slot::blockDwordsUniform, &blockDwordsUniform),
+    portable(slot::fillDwords, &fillDwords),
+    portable(slot::fillDwordBlock, &fillDwordBlock),
 };
 
 }  // namespace

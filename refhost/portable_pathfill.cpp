@@ -267,8 +267,8 @@ int32_t estimateRowCrossings(int32_t firstRow, int32_t lastRow, const double* co
 }
 
 const PortableRoutine kRoutines[] = {
-    portable<code::path, 24>(&hostApplyFillArrayOperation),
-    portable<code::path, 46>(&estimateRowCrossings),
+    portable(slot::ApplyFillArrayOperation, &hostApplyFillArrayOperation),
+    portable(slot::EstimateRowCrossings, &estimateRowCrossings),
 };
 
 }  // namespace

@@ -90,7 +90,7 @@ void filterColumns8(const uint8_t* s, uint8_t* d, int32_t rows, int32_t width, c
   if (rows < 1 || width < 1) return;
   if (taps == 0 || taps == 1) {
     ReferenceHost* host = ReferenceHost::active();
-    const auto copy = reinterpret_cast<SlotFn<code::memo, 0>>(host->live(code::memo, 0));
+    const auto copy = reinterpret_cast<SlotFnOf<slot::copyBytes>>(host->live(code::memo, 0));
     for (int32_t r = 0; r < rows; ++r) copy(rowOf(s, int64_t{indices[r]} + 1, ss), rowOf(d, r, ds), width);
     return;
   }
@@ -217,11 +217,11 @@ void remapPlane8(const uint32_t* coords, const uint8_t* s, uint8_t* d, int32_t r
 }
 
 const PortableRoutine kRoutines[] = {
-    portable<code::rsmp, 3>(&boxAverageRows8),   portable<code::rsmp, 5>(&filterRows8),
-    portable<code::rsmp, 6>(&filterColumns8),    portable<code::rsmp, 13>(&filterRows16),
-    portable<code::rsmp, 18>(&remapAxis8),       portable<code::rsmp, 19>(&remapPlane8),
-    portable<code::rsmp, 24>(&boxReduce8),       portable<code::rsmp, 26>(&filterRowsFloat),
-    portable<code::rsmp, 27>(&filterColumnsFloat),
+    portable(slot::BoxAverageRows8, &boxAverageRows8),   portable(slot::FilterRowsSse2_8, &filterRows8),
+    portable(slot::FilterColumnsSse2_8, &filterColumns8),    portable(slot::FilterRows16, &filterRows16),
+    portable(slot::RemapAxis8, &remapAxis8),       portable(slot::RemapPlane8, &remapPlane8),
+    portable(slot::BoxReduce8, &boxReduce8),       portable(slot::FilterRowsFloat, &filterRowsFloat),
+    portable(slot::FilterColumnsFloat, &filterColumnsFloat),
 };
 
 }  // namespace

@@ -89,9 +89,9 @@ int32_t selectionSlot33(const uint8_t* plane, int32_t rows, int32_t count, int32
 }
 
 const PortableRoutine kRoutines[] = {
-    portable<code::sele, 26>(&spreadMarkVertical),
-    portable<code::sele, 35>(&propagateDecaying),
-    portable<code::sele, 33>(&selectionSlot33),
+    portable(slot::spreadMarkVertical, &spreadMarkVertical),
+    portable(slot::propagateDecaying, &propagateDecaying),
+    portable(slot::selectionSlot33, &selectionSlot33),
 };
 
 }  // namespace

@@ -124,10 +124,10 @@ void fillFloatRect(float* destination, int32_t columns, int32_t rows, int32_t st
 }
 
 const PortableRoutine kServices[] = {
-    portable<code::core, 0>(&notifyBuffer), portable<code::core, 3>(&registerNoiseTable),
-    portable<code::core, 5>(&query),        portable<code::core, 16>(&report),
-    portable<code::memo, 0>(&copyBytes),    portable<code::memo, 3>(&fillBytes),
-    portable<code::memo, 110>(&fillFloatRect),
+    portable(slot::notifyBuffer, &notifyBuffer), portable(slot::registerNoiseTable, &registerNoiseTable),
+    portable(slot::query, &query),        portable(slot::report, &report),
+    portable(slot::copyBytes, &copyBytes),    portable(slot::fillBytes, &fillBytes),
+    portable(slot::fillFloatRect, &fillFloatRect),
 };
 
 // The host's dither noise: 16-bit entries, one period then a repeat of its start,
@@ -225,7 +225,7 @@ std::vector<int> ReferenceHost::replacedSlots(uint32_t key) const {
 }
 
 int32_t ReferenceHost::registerNoise() {
-  auto registerFn = reinterpret_cast<SlotFn<code::core, 3>>(live(code::core, 3));
+  auto registerFn = reinterpret_cast<SlotFnOf<slot::registerNoiseTable>>(live(code::core, 3));
   return registerFn(noise_.data(), noiseSizeBytes(), noisePeriodBytes());
 }
 

@@ -25,7 +25,7 @@ struct PortableRoutine {
   HostRoutine routine;
 };
 template <uint32_t Suite, int Slot>
-PortableRoutine portable(SlotFn<Suite, Slot> routine) {
+PortableRoutine portable(SlotId<Suite, Slot>, SlotFn<Suite, Slot> routine) {
   return {Suite, Slot, reinterpret_cast<HostRoutine>(routine)};
 }
 

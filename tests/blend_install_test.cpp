@@ -28,14 +28,16 @@ CpuFeatureFlags flagsWith(bool sse, bool sseSecond, bool sse2) {
   return f;
 }
 
-const std::vector<int> kSseGroup = {50, 51, 52, 59, 47, 48, 49, 58, 57, 26, 27};
-// The SSE2 group in the group's order.
-const std::vector<int> kSse2Group = {1,   3,   2,   30,  31,  24,  28,  29,  53,  54,  96,  7,   8,   10,
-                                     11,  22,  259, 66,  72,  74,  75,  97,  106, 115, 193, 235, 194, 191,
-                                     192, 198, 216, 218, 219, 221, 195, 222, 223, 56,  277, 276, 320, 275,
-                                     278, 289};
+// The two groups as the installer lists state them.
+const std::vector<int> kSseGroup = installs::listedOrder(code::blnd, flagsWith(true, true, false));
+const std::vector<int> kSse2Group = installs::listedOrder(code::blnd, flagsWith(false, false, true));
 // Slots filled with forwarders to the host's own routine.
-const std::vector<int> kForwardedInGroup = {53, 66, 72, 96, 97, 191, 198, 216, 218};
+std::vector<int> forwardedInGroup() {
+  std::vector<int> out;
+  for (const verify::SlotRef& s : verify::forwardedSlots())
+    if (s.suite == code::blnd) out.push_back(s.slot);
+  return out;
+}
 
 TEST(BlendInstall, NothingWithoutTheGatingFlags) {
   EXPECT_TRUE(install(flagsWith(false, false, false)).order.empty());
@@ -67,6 +69,7 @@ TEST(BlendInstall, EachSlotOnceAndNothingElse) {
   EXPECT_EQ(std::adjacent_find(slots.begin(), slots.end()), slots.end());
   EXPECT_EQ(slots.size(), kSseGroup.size() + kSse2Group.size());
   EXPECT_EQ(kSse2Group.size(), 44u);
+  EXPECT_EQ(forwardedInGroup(), (std::vector<int>{53, 66, 72, 96, 97, 191, 198, 216, 218}));
   EXPECT_EQ(r.at(290), nullptr);
   for (std::size_t i = 0; i < r.order.size(); ++i) {
     EXPECT_NE(r.routines[i], nullptr) << r.order[i];
@@ -82,7 +85,7 @@ TEST(BlendInstall, ForwardedSlotsReachTheSavedHostRoutine) {
   static int32_t seenColumns = 0;
   const Installed r = install(flagsWith(false, false, true));
   std::vector<blend8::Forwarder> forwarders;
-  for (int slot : kForwardedInGroup) forwarders.push_back({slot, r.at(slot)});
+  for (int slot : forwardedInGroup()) forwarders.push_back({slot, r.at(slot)});
   const blend8::ForwarderList fallbacks = blend8::blendForwarders();
   std::vector<int> fallbackSlots;
   for (int i = 0; i < fallbacks.count; ++i) {

@@ -90,7 +90,7 @@ class FillArray : public ::testing::Test {
   }
 
   // The module's build for the settings, set up as the installer would.
-  static SlotFn<code::path, 24> build(const FillArraySettings& s) {
+  static SlotFnOf<slot::ApplyFillArrayOperation> build(const FillArraySettings& s) {
     g_settings = s;
     pathfill::pathDebugEnabled = s.debug ? 1 : 0;
     pathfill::pathDebugGuard = s.guard;
@@ -415,8 +415,8 @@ namespace {
 // segment only for a closed path, segments outside the rows skipped.
 TEST(RowCrossings, CountsMonotonicPiecesOfTheSegmentsThatReachTheRows) {
   refhost::ReferenceHost host;
-  const SlotFn<code::path, 46> routines[] = {&pathfill::EstimateRowCrossings,
-                                             reinterpret_cast<SlotFn<code::path, 46>>(host.original(code::path, 46))};
+  const SlotFnOf<slot::EstimateRowCrossings> routines[] = {&pathfill::EstimateRowCrossings,
+                                             reinterpret_cast<SlotFnOf<slot::EstimateRowCrossings>>(host.original(code::path, 46))};
   // A knot whose control points sit on its anchor, with bounds [y - 1, y + 1].
   auto knotAt = [](double y) {
     std::vector<double> k(knot::kValues, 0);

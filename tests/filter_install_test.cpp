@@ -20,20 +20,18 @@ Installed install(bool sse, bool sse2, bool sse41) {
   return installs::recordInstall<code::filt>(&installFilter, installs::sseFlags(sse, sse2, sse41));
 }
 
-const std::vector<int> kSse2Group = {28, 31, 75, 74, 106, 189, 188, 191, 192, 193, 194, 195, 197};
-const std::vector<int> kSse41Group = {200, 201, 202, 155};
-
 TEST(FilterInstall, WritesInTheGroupsOrderUnderEachFlag) {
-  const std::vector<int> twelve = {12}, twelve34 = {12, 34};
-  // No SSE: only the plain-code slot.
-  EXPECT_EQ(install(false, false, false).order, twelve);
-  // SSE without SSE2.
-  EXPECT_EQ(install(true, false, false).order, twelve34);
+  for (int bits = 0; bits < 8; ++bits) {
+    const CpuFeatureFlags f = installs::sseFlags(bits & 1, bits & 2, bits & 4);
+    EXPECT_EQ(installs::recordInstall<code::filt>(&installFilter, f).order, installs::listedOrder(code::filt, f)) << bits;
+  }
+  // No SSE: only the plain-code slot, first in every case.
+  EXPECT_EQ(install(false, false, false).order, (std::vector<int>{12}));
+  EXPECT_EQ(install(true, true, true).order.front(), 12);
   // SSE4.1 reported without SSE2 (with and without SSE): the SSE4.1 group still runs.
-  EXPECT_EQ(install(true, false, true).order, installs::joined({twelve34, kSse41Group}));
-  EXPECT_EQ(install(false, false, true).order, installs::joined({twelve, kSse41Group}));
-  EXPECT_EQ(install(true, true, false).order, installs::joined({twelve34, kSse2Group}));
-  EXPECT_EQ(install(true, true, true).order, installs::joined({twelve34, kSse2Group, kSse41Group}));
+  EXPECT_NE(install(false, false, true).at(200), nullptr);
+  EXPECT_NE(install(true, false, true).at(155), nullptr);
+  EXPECT_EQ(install(true, false, true).at(28), nullptr);
 }
 
 TEST(FilterInstall, EachSlotGetsItsRoutine) {
@@ -43,15 +41,28 @@ TEST(FilterInstall, EachSlotGetsItsRoutine) {
   auto erase = [](auto* fn) { return reinterpret_cast<HostRoutine>(fn); };
   EXPECT_EQ(at(12), erase(&localDeviation3x3));
   EXPECT_EQ(at(28), erase(&filterSlot28));
-  EXPECT_EQ(at(74), erase(&filterSlot74));
-  EXPECT_EQ(at(75), erase(&filterSlot75));
+  // The box mean and weighted sum run the widest strip kernel the flags reach.
+  const Kernels kernels = resolveKernels(installs::sseFlags(true, true, true));
+  EXPECT_EQ(at(74), erase(kernels.filterSlot74.fn));
+  EXPECT_EQ(at(75), erase(kernels.filterSlot75.fn));
+  EXPECT_EQ(at(74), erase(g_weightedSumSse2.filterSlot74));
+  EXPECT_EQ(at(75), erase(g_boxMeanSse2.filterSlot75));
   EXPECT_EQ(at(188), erase(&blockDifferenceSum));
   EXPECT_EQ(at(189), erase(&maskedDifferenceSum));
   EXPECT_EQ(at(191), erase(blockMatrixFilter2));
   EXPECT_EQ(at(194), erase(blockMatrixFilter5));
-  EXPECT_EQ(at(200), erase(angularRemap8));
-  EXPECT_EQ(at(201), erase(angularRemap16));
-  EXPECT_EQ(at(202), erase(angularRemapSlot202));
+  EXPECT_EQ(at(200), erase(g_angularRemapSse41.angularRemap8));
+  EXPECT_EQ(at(201), erase(g_angularRemapSse41.angularRemap16));
+  EXPECT_EQ(at(202), erase(g_angularRemapSse41.angularRemapSlot202));
+  // With AVX2 the same slots run the AVX2 kernels' bodies.
+  CpuFeatureFlags wide = installs::sseFlags(true, true, true);
+  wide.avx = wide.avx2 = 1;
+  const Installed avx2 = installs::recordInstall<code::filt>(&installFilter, wide);
+  EXPECT_EQ(avx2.at(74), erase(g_weightedSumAvx2.filterSlot74));
+  EXPECT_EQ(avx2.at(75), erase(g_boxMeanAvx2.filterSlot75));
+  EXPECT_EQ(avx2.at(200), erase(g_angularRemapAvx2.angularRemap8));
+  EXPECT_EQ(avx2.at(202), erase(g_angularRemapAvx2.angularRemapSlot202));
+  EXPECT_EQ(avx2.at(28), at(28));
   // The forwarded slots hold distinct routines of the module's own.
   std::vector<HostRoutine> forwarders;
   for (int slot : {34, 31, 106, 195, 197, 155}) {

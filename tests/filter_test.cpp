@@ -14,6 +14,7 @@
 #include "host/module_state.h"
 #include "refhost/refhost.h"
 #include "tests/module_start.h"
+#include "tests/tiers.h"
 #include "verify/runner.h"
 
 
@@ -112,45 +113,54 @@ TEST_F(Filters, WeightedSumStripsGiveOnePassesResults) {
   std::vector<uint16_t> src(2 * kColumns), one(kColumns), split(kColumns);
   for (std::size_t i = 0; i < src.size(); ++i) src[i] = static_cast<uint16_t>(i * 2654435761u >> 17);
   const auto block = taps({0x1234, 0xFFF0});
-  filter::filterSlot74(src.data(), one.data(), 1, kColumns, 2 * kColumns, 2 * kColumns, block.data());
-  filter::filterSlot74(src.data(), split.data(), 1, 4096, 2 * kColumns, 2 * kColumns, block.data());
-  filter::filterSlot74(src.data() + 4096, split.data() + 4096, 1, 904, 2 * kColumns, 2 * kColumns, block.data());
-  EXPECT_EQ(one, split);
-  for (int32_t c = 0; c < kColumns; ++c) {  // bits 8..23 of 128 + the full products
-    const uint32_t sum =
-        128 + src[static_cast<std::size_t>(c)] * 0x1234u + src[static_cast<std::size_t>(kColumns + c)] * 0xFFF0u;
-    ASSERT_EQ(one[static_cast<std::size_t>(c)], static_cast<uint16_t>(sum >> 8)) << c;
+  for (const auto& body : tests::bodiesOf(slot::filterSlot74)) {
+    body.fn(src.data(), one.data(), 1, kColumns, 2 * kColumns, 2 * kColumns, block.data());
+    body.fn(src.data(), split.data(), 1, 4096, 2 * kColumns, 2 * kColumns, block.data());
+    body.fn(src.data() + 4096, split.data() + 4096, 1, 904, 2 * kColumns, 2 * kColumns, block.data());
+    EXPECT_EQ(one, split) << levelName(body.level);
+    for (int32_t c = 0; c < kColumns; ++c) {  // bits 8..23 of 128 + the full products
+      const uint32_t sum =
+          128 + src[static_cast<std::size_t>(c)] * 0x1234u + src[static_cast<std::size_t>(kColumns + c)] * 0xFFF0u;
+      ASSERT_EQ(one[static_cast<std::size_t>(c)], static_cast<uint16_t>(sum >> 8)) << c << ' ' << levelName(body.level);
+    }
   }
 }
 
 TEST_F(Filters, BoxMeanCopiesKeepsConstantsAndRounds) {
-  // r = 0 copies, 32768 included; a constant stays constant through the vector pack.
-  std::vector<uint16_t> src(9 * 20, 32768), dst(9 * 20);
-  src[25] = 1, src[26] = 65535;
-  filter::filterSlot75(src.data(), dst.data(), 9, 20, 40, 40, 0);
-  EXPECT_EQ(src, dst);
-  std::fill(src.begin(), src.end(), 32768);
-  std::vector<uint16_t> out(4 * 16, 0);
-  filter::filterSlot75(src.data() + 2 * 20 + 2, out.data(), 4, 16, 40, 32, 2);
-  EXPECT_TRUE(std::all_of(out.begin(), out.end(), [](uint16_t v) { return v == 32768; }));
-  // Nearest mean, halves up: eight 1s and one 0 in a 3 x 3 box is 8/9 -> 1.
-  std::fill(src.begin(), src.end(), 1);
-  src[20 + 1] = 0;
-  filter::filterSlot75(src.data() + 20 + 1, out.data(), 1, 1, 40, 32, 1);
-  EXPECT_EQ(out[0], 1);
-  EXPECT_TRUE(callsTo(code::filt, 75).empty());
+  for (const auto& body : tests::bodiesOf(slot::filterSlot75)) {
+    SCOPED_TRACE(levelName(body.level));
+    // r = 0 copies, 32768 included; a constant stays constant through the vector pack.
+    std::vector<uint16_t> src(9 * 20, 32768), dst(9 * 20);
+    src[25] = 1, src[26] = 65535;
+    body.fn(src.data(), dst.data(), 9, 20, 40, 40, 0);
+    EXPECT_EQ(src, dst);
+    std::fill(src.begin(), src.end(), 32768);
+    std::vector<uint16_t> out(4 * 16, 0);
+    body.fn(src.data() + 2 * 20 + 2, out.data(), 4, 16, 40, 32, 2);
+    EXPECT_TRUE(std::all_of(out.begin(), out.end(), [](uint16_t v) { return v == 32768; }));
+    // Nearest mean, halves up: eight 1s and one 0 in a 3 x 3 box is 8/9 -> 1.
+    std::fill(src.begin(), src.end(), 1);
+    src[20 + 1] = 0;
+    body.fn(src.data() + 20 + 1, out.data(), 1, 1, 40, 32, 1);
+    EXPECT_EQ(out[0], 1);
+    EXPECT_TRUE(callsTo(code::filt, 75).empty());
+  }
 }
 
 TEST_F(Filters, BoxMeanHandsRadius180AndAboveToTheHost) {
-  std::vector<uint16_t> src(1, 5), dst(1, 7);
-  EXPECT_EQ(filter::filterSlot75(src.data(), dst.data(), 0, 0, 2, 2, 179), 0);
-  EXPECT_TRUE(callsTo(code::filt, 75).empty());
-  filter::filterSlot75(src.data(), dst.data(), -1, 3, 2, 2, 180);  // even for an empty region
-  const auto calls = callsTo(code::filt, 75);
-  ASSERT_EQ(calls.size(), 1u);
-  EXPECT_EQ(calls[0].args[0], reinterpret_cast<uintptr_t>(src.data()));
-  EXPECT_EQ(calls[0].args[2], static_cast<uintptr_t>(intptr_t{-1}));
-  EXPECT_EQ(calls[0].args[3], 3u);
+  for (const auto& body : tests::bodiesOf(slot::filterSlot75)) {
+    SCOPED_TRACE(levelName(body.level));
+    host.clearLogs();
+    std::vector<uint16_t> src(1, 5), dst(1, 7);
+    EXPECT_EQ(body.fn(src.data(), dst.data(), 0, 0, 2, 2, 179), 0);
+    EXPECT_TRUE(callsTo(code::filt, 75).empty());
+    body.fn(src.data(), dst.data(), -1, 3, 2, 2, 180);  // even for an empty region
+    const auto calls = callsTo(code::filt, 75);
+    ASSERT_EQ(calls.size(), 1u);
+    EXPECT_EQ(calls[0].args[0], reinterpret_cast<uintptr_t>(src.data()));
+    EXPECT_EQ(calls[0].args[2], static_cast<uintptr_t>(intptr_t{-1}));
+    EXPECT_EQ(calls[0].args[3], 3u);
+  }
 }
 
 TEST_F(Filters, BlockMatrixSharesTheStepsWithTheHost) {
@@ -186,30 +196,32 @@ TEST_F(Filters, DifferenceSums) {
 
 // No turn, no elevation, one source column per destination column: the row is copied.
 TEST_F(Filters, AngularRemapWithoutTurnCopiesAndFillsTheBackground) {
-  if (host.live(code::filt, 200) == host.original(code::filt, 200)) GTEST_SKIP() << "no SSE4.1 here";
-  constexpr int32_t kWidth = 37;
-  std::vector<uint8_t> src(2 * (kWidth + 1)), dst(2 * kWidth, 0);
-  for (std::size_t i = 0; i < src.size(); ++i) src[i] = static_cast<uint8_t>(3 * i + 1);
-  filter::angularRemap8(src.data(), dst.data(), 2, kWidth, kWidth, kWidth + 1, kWidth, 0, 200, 0, 0.0f, 0, 10.0f, 0,
-                        50.0f, 0.0f, 10.0f, 1e30f, 50.0f);
-  for (int32_t y = 0; y < 2; ++y)
-    for (int32_t x = 0; x < kWidth; ++x)
-      EXPECT_EQ(dst[static_cast<std::size_t>(y * kWidth + x)], src[static_cast<std::size_t>(y * (kWidth + 1) + x)]);
-  // A view turned away from the whole source: every row is background.
-  filter::angularRemap8(src.data(), dst.data(), 2, kWidth, kWidth, kWidth + 1, kWidth, 0, 200, 0, 1.4f, 0, 10.0f, 0,
-                        50.0f, 0.0f, 10.0f, 1e30f, 5.0f);
-  EXPECT_TRUE(std::all_of(dst.begin(), dst.end(), [](uint8_t v) { return v == 200; }));
+  const auto bodies = tests::bodiesOf(slot::angularRemap8);
+  if (bodies.empty()) GTEST_SKIP() << "no SSE4.1 here";
+  for (const auto& body : bodies) {
+    SCOPED_TRACE(levelName(body.level));
+    constexpr int32_t kWidth = 37;
+    std::vector<uint8_t> src(2 * (kWidth + 1)), dst(2 * kWidth, 0);
+    for (std::size_t i = 0; i < src.size(); ++i) src[i] = static_cast<uint8_t>(3 * i + 1);
+    body.fn(src.data(), dst.data(), 2, kWidth, kWidth, kWidth + 1, kWidth, 0, 200, 0, 0.0f, 0, 10.0f, 0, 50.0f, 0.0f,
+            10.0f, 1e30f, 50.0f);
+    for (int32_t y = 0; y < 2; ++y)
+      for (int32_t x = 0; x < kWidth; ++x)
+        EXPECT_EQ(dst[static_cast<std::size_t>(y * kWidth + x)], src[static_cast<std::size_t>(y * (kWidth + 1) + x)]);
+    // A view turned away from the whole source: every row is background.
+    body.fn(src.data(), dst.data(), 2, kWidth, kWidth, kWidth + 1, kWidth, 0, 200, 0, 1.4f, 0, 10.0f, 0, 50.0f, 0.0f,
+            10.0f, 1e30f, 5.0f);
+    EXPECT_TRUE(std::all_of(dst.begin(), dst.end(), [](uint8_t v) { return v == 200; }));
+  }
 }
 
 }  // namespace
 
 namespace {
 
-// Slot 74 runs the AVX2 kernel where the processor has it, so the checks see
-// only that one here: both kernels are compared with the host's routine directly.
-TEST_F(Filters, WeightedSum16KernelsOfEveryLevelMatchTheHost) {
-  std::vector<filter::WeightedSumStrip16*> kernels = {filter::g_weightedSumStrip16Sse2};
-  if (g_cpuFeatureFlags.avx2 != 0 && g_cpuFeatureFlags.avx != 0) kernels.push_back(filter::g_weightedSumAvx2.strip16);
+// Every body of slot 74 against the host's routine, tap counts beyond the
+// chunks the vector bodies take at once included.
+TEST_F(Filters, WeightedSum16BodiesOfEveryLevelMatchTheHost) {
   uint32_t x = 99;
   auto next = [&x] { return x = x * 1664525u + 1013904223u; };
   for (uint32_t taps : {0u, 1u, 2u, 5u, 16u, 17u, 33u}) {
@@ -223,25 +235,23 @@ TEST_F(Filters, WeightedSum16KernelsOfEveryLevelMatchTheHost) {
       for (uint16_t& v : src) v = static_cast<uint16_t>(next() >> 16);
       std::vector<uint16_t> expected(static_cast<std::size_t>(rows * columns));
       hosts<74>()(src.data(), expected.data(), rows, columns, 2 * columns, 2 * columns, block.data());
-      for (auto* kernel : kernels) {
+      for (const auto& body : tests::bodiesOf(slot::filterSlot74)) {
         std::vector<uint16_t> got(expected.size());
-        kernel(src.data(), got.data(), rows, columns, columns, columns, block.data());
-        EXPECT_EQ(got, expected) << "taps " << taps << " columns " << columns;
+        body.fn(src.data(), got.data(), rows, columns, 2 * columns, 2 * columns, block.data());
+        EXPECT_EQ(got, expected) << "taps " << taps << " columns " << columns << ' ' << levelName(body.level);
       }
     }
   }
 }
 
-// Slot 75 too picks its kernel at each call. Full-range samples (the checks draw
-// 0..32768) make the box sums of radius 128 and up wrap modulo 2^32 and the
-// quotients reach 65535, which the vector packs must keep; the widths cover the
-// sixteen-output steps, an eight-output step and the tails, on both kernels.
-TEST_F(Filters, BoxMeanFullRangeSamplesOnEveryKernel) {
-  const CpuFeatureFlags saved = g_cpuFeatureFlags;
+// Full-range samples (the checks draw 0..32768) make the box sums of radius 128
+// and up wrap modulo 2^32 and the quotients reach 65535, which the vector packs
+// must keep; the widths cover the sixteen-output steps, an eight-output step and
+// the tails, on every body.
+TEST_F(Filters, BoxMeanFullRangeSamplesOnEveryBody) {
   uint32_t x = 7;
   auto next = [&x] { return x = x * 1664525u + 1013904223u; };
-  for (uint32_t avx2 : {saved.avx2, 0u}) {
-    g_cpuFeatureFlags.avx2 = avx2;
+  for (const auto& body : tests::bodiesOf(slot::filterSlot75)) {
     for (int32_t radius : {1, 2, 9, 128, 179}) {
       for (int32_t columns : {1, 8, 12, 16, 17, 24, 27, 39}) {
         const int32_t rows = 3, width = columns + 2 * radius;
@@ -250,35 +260,11 @@ TEST_F(Filters, BoxMeanFullRangeSamplesOnEveryKernel) {
         const uint16_t* region = src.data() + radius * width + radius;
         std::vector<uint16_t> expected(static_cast<std::size_t>(rows * columns)), got(expected.size());
         hosts<75>()(region, expected.data(), rows, columns, 2 * width, 2 * columns, radius);
-        EXPECT_EQ(filter::filterSlot75(region, got.data(), rows, columns, 2 * width, 2 * columns, radius), 0);
-        EXPECT_EQ(got, expected) << "avx2 " << avx2 << " radius " << radius << " columns " << columns;
+        EXPECT_EQ(body.fn(region, got.data(), rows, columns, 2 * width, 2 * columns, radius), 0);
+        EXPECT_EQ(got, expected) << levelName(body.level) << " radius " << radius << " columns " << columns;
       }
     }
   }
-  g_cpuFeatureFlags = saved;
-}
-
-}  // namespace
-
-namespace {
-
-// The remap, the 16-bit weighted sum and the box mean pick their kernels from the
-// processor's flags at each call, so the checks see only the widest level here. With the
-// flags lowered, the same checks run the SSE4.1 / SSE2 kernels.
-TEST_F(Filters, NarrowerKernelsPassTheChecksToo) {
-  const CpuFeatureFlags saved = g_cpuFeatureFlags;
-  if (g_cpuFeatureFlags.avx2 == 0) GTEST_SKIP() << "the checks already run the narrower kernels";
-  if (host.live(code::filt, 200) == host.original(code::filt, 200)) GTEST_SKIP() << "no SSE4.1 here";
-  g_cpuFeatureFlags.avx2 = 0;
-  verify::VerifyOptions options;
-  options.thorough = false;
-  for (const verify::Check& check : verify::allChecks()) {
-    if (check.suite != code::filt || (check.slot != 74 && check.slot != 75 && check.slot < 200)) continue;
-    const verify::CheckResult r = verify::runCheckOn(check, host, host.original(code::filt, check.slot),
-                                                     host.live(code::filt, check.slot), options);
-    EXPECT_EQ(r.outcome, verify::Outcome::Passed) << verify::checkLabel(check) << ": " << r.firstFailure;
-  }
-  g_cpuFeatureFlags = saved;
 }
 
 }  // namespace

@@ -6,27 +6,33 @@
 #include <vector>
 
 #include "host/install.h"
+#include "host/kernels.h"
+#include "verify/installs.h"
 
 namespace tarnell::installs {
 
 struct Installed {
   std::vector<int> order;             // slots, in the order written
   std::vector<HostRoutine> routines;  // what each write put there
+  std::vector<SlotWrite> writes;      // each write whole (level, forwarded)
   std::vector<HostRoutine> table;     // the scratch table afterwards
   HostRoutine at(int slot) const { return table[static_cast<std::size_t>(slot)]; }
 };
 
-// Runs install(writer) on a fresh table of the suite's copied length.
+// Runs install(writer) on a fresh table of the suite's copied length, with the
+// kernel table of the given flags.
 template <uint32_t Suite, typename Install>
-Installed recordInstall(Install&& install) {
+Installed recordInstall(Install&& install, const CpuFeatureFlags& flags) {
   Installed out;
   out.table.assign(static_cast<std::size_t>(kSuites[suiteIndexOf(Suite)].slotCount), nullptr);
+  const Kernels kernels = resolveKernels(flags);
   const SuiteWriter<Suite> writer(
-      out.table.data(),
-      [](void* context, int slot, HostRoutine routine) {
+      out.table.data(), kernels,
+      [](void* context, const SlotWrite& w) {
         auto* self = static_cast<Installed*>(context);
-        self->order.push_back(slot);
-        self->routines.push_back(routine);
+        self->order.push_back(w.slot);
+        self->routines.push_back(w.routine);
+        self->writes.push_back(w);
       },
       &out);
   install(writer);
@@ -36,7 +42,7 @@ Installed recordInstall(Install&& install) {
 // The usual form: installX(writer, flags).
 template <uint32_t Suite>
 Installed recordInstall(void (*install)(const SuiteWriter<Suite>&, const CpuFeatureFlags&), const CpuFeatureFlags& flags) {
-  return recordInstall<Suite>([&](const SuiteWriter<Suite>& writer) { install(writer, flags); });
+  return recordInstall<Suite>([&](const SuiteWriter<Suite>& writer) { install(writer, flags); }, flags);
 }
 
 // Injected flags for the installers gated by SSE, SSE2 and SSE4.1: MMX always, SSE
@@ -48,6 +54,21 @@ inline CpuFeatureFlags sseFlags(bool sse, bool sse2, bool sse41) {
   f.sse2 = sse2;
   f.sse3 = f.ssse3 = f.sse41 = sse41;
   return f;
+}
+
+// The features an installer sees in these flags (the suites gated by SSE read the
+// second report).
+inline verify::FeatureSet featuresOf(const CpuFeatureFlags& f) {
+  return {f.sseSecond != 0, f.sse2 != 0, f.ssse3 != 0, f.sse41 != 0, f.avx != 0, f.avx2 != 0 && f.avx != 0};
+}
+
+// The order the verification layer's installer lists give for these flags.
+inline std::vector<int> listedOrder(uint32_t suite, const CpuFeatureFlags& flags) {
+  std::vector<int> out;
+  for (const verify::InstallerWrites& installer : verify::installerWrites())
+    if (installer.suite == suite)
+      for (const verify::SlotRef& s : verify::writesOf(installer, featuresOf(flags))) out.push_back(s.slot);
+  return out;
 }
 
 // Write orders one after the other.

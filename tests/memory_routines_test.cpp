@@ -19,7 +19,8 @@ namespace {
 
 std::vector<HostRoutine> installed(const CpuFeatureFlags& f) {
   std::vector<HostRoutine> table(static_cast<std::size_t>(kSuites[kMemo].slotCount), nullptr);
-  installMemory(SuiteWriter<code::memo>(table.data()), f);
+  const Kernels kernels = resolveKernels(f);
+  installMemory(SuiteWriter<code::memo>(table.data(), kernels), f);
   return table;
 }
 
@@ -37,7 +38,7 @@ class WithHost : public ::testing::Test {
 };
 
 const verify::Check& checkOf(int slot) {
-  for (const verify::Check& c : verify::memoryChecks())
+  for (const verify::Check& c : verify::checksMemory())
     if (c.slot == slot) return c;
   throw std::logic_error("no check for the slot");
 }
@@ -64,7 +65,7 @@ TEST_F(MemoryTiers, EveryTierMatchesTheHost) {
   for (const Tier& tier : tiers) {
     if (!tier.runs) continue;
     const std::vector<HostRoutine> table = installed(tier.flags);
-    for (const verify::Check& check : verify::memoryChecks()) {
+    for (const verify::Check& check : verify::checksMemory()) {
       const auto slot = static_cast<std::size_t>(check.slot);
       // Each routine once, in the first tier that installs it.
       if (table[slot] == nullptr || table[slot] == previous[slot]) continue;
@@ -89,8 +90,8 @@ using MemoryEdges = WithHost;
 
 TEST_F(MemoryEdges, SixteenBitBlockTestsNotifyTheHostFirstWithSignExtendedArguments) {
   const auto table = everyTierThisProcessorRuns();
-  const auto uniform = reinterpret_cast<SlotFn<code::memo, 83>>(table[83]);
-  const auto allEqual = reinterpret_cast<SlotFn<code::memo, 102>>(table[102]);
+  const auto uniform = reinterpret_cast<SlotFnOf<slot::blockWordsUniformValue>>(table[83]);
+  const auto allEqual = reinterpret_cast<SlotFnOf<slot::blockWordsAllEqual>>(table[102]);
   uint16_t storage[40] = {};
   uint16_t* block = storage + 20;  // rows go down in memory
   for (int32_t rows : {-3, 0, 2}) {
@@ -112,7 +113,7 @@ TEST_F(MemoryEdges, SixteenBitBlockTestsNotifyTheHostFirstWithSignExtendedArgume
 }
 
 TEST_F(MemoryEdges, UniformValueIsTheValueEvenWhenAllBitsAreSet) {
-  const auto uniform = reinterpret_cast<SlotFn<code::memo, 83>>(everyTierThisProcessorRuns()[83]);
+  const auto uniform = reinterpret_cast<SlotFnOf<slot::blockWordsUniformValue>>(everyTierThisProcessorRuns()[83]);
   std::vector<uint16_t> block(3 * 40, 0xFFFF);
   EXPECT_EQ(uniform(block.data(), 3, 37, 80), 0xFFFFu);  // padding is 0xFFFF too
   block[2 * 40 + 36] = 0xFFFE;                             // last value of the last row
@@ -128,7 +129,7 @@ TEST_F(MemoryEdges, UniformValueIsTheValueEvenWhenAllBitsAreSet) {
 TEST_F(MemoryEdges, ByteBoundsIsExclusiveAndEmptyForAnEqualBlock) {
   const auto table = everyTierThisProcessorRuns();
   if (table[36] == nullptr) GTEST_SKIP() << "no SSE4.1";
-  const auto bounds = reinterpret_cast<SlotFn<code::memo, 36>>(table[36]);
+  const auto bounds = reinterpret_cast<SlotFnOf<slot::byteBounds>>(table[36]);
   std::vector<uint8_t> block(6 * 50, 9);
   int16_t r[4] = {-7, -7, -7, -7};
   bounds(block.data(), 6, 45, 50, 9, r);
@@ -150,7 +151,7 @@ TEST_F(MemoryEdges, ByteBoundsIsExclusiveAndEmptyForAnEqualBlock) {
 TEST_F(MemoryEdges, DwordUniformityAnswersTrueForAnEmptyBlockAndWritesTheResultByte) {
   const auto table = everyTierThisProcessorRuns();
   if (table[135] == nullptr) GTEST_SKIP() << "no AVX";
-  const auto uniform = reinterpret_cast<SlotFn<code::memo, 135>>(table[135]);
+  const auto uniform = reinterpret_cast<SlotFnOf<slot::blockDwordsUniform>>(table[135]);
   uint32_t block[40];
   for (uint32_t& v : block) v = 0x80000000u;  // a float -0: equal to +0 as a float, not as bits
   uint8_t result = 7;

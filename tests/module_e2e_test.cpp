@@ -7,7 +7,7 @@
 #include "host/cpu_features.h"
 #include "refhost/refhost.h"
 #include "tests/ftz_probe.h"
-#include "verify/expected_slots.h"
+#include "verify/installs.h"
 #include "verify/runner.h"
 #include "verify/session.h"
 

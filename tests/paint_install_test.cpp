@@ -28,8 +28,8 @@ std::vector<int> installed(const CpuFeatureFlags& flags, std::vector<HostRoutine
   return r.order;
 }
 
-const std::vector<int> kOrder = {10, 28, 29, 61, 62, 63, 4,  26, 27, 55, 56, 57, 5,  81, 7,  24, 25, 58, 59,
-                                 60, 17, 34, 35, 84, 85, 86, 13, 36, 37, 87, 88, 89, 18, 38, 9,  92, 79};
+// The order as the installer lists state it.
+const std::vector<int> kOrder = installs::listedOrder(code::pntg, withSse2(true, false));
 
 TEST(PaintInstall, NothingWithoutSse2) {
   EXPECT_TRUE(installed(withSse2(false, false)).empty());

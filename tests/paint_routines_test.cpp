@@ -136,7 +136,7 @@ TEST(PaintRules, SixteenBitArithmeticOverEverySample) {
   constexpr int32_t kAll = 65536;
   std::vector<uint16_t> ramp(kAll), fromHost, fromModule;
   for (int32_t i = 0; i < kAll; ++i) ramp[static_cast<std::size_t>(i)] = static_cast<uint16_t>(i);
-  const auto hostQ16 = reinterpret_cast<SlotFn<code::pntg, 55>>(host.original(code::pntg, 55));
+  const auto hostQ16 = reinterpret_cast<SlotFnOf<slot::PaintQ16>>(host.original(code::pntg, 55));
   for (uint16_t m : std::initializer_list<uint16_t>{1, 2, 16383, 16384, 32767, 32768}) {
     const std::vector<uint16_t> mask(kAll, m);
     PaintRecord record{};
@@ -149,7 +149,7 @@ TEST(PaintRules, SixteenBitArithmeticOverEverySample) {
       ASSERT_EQ(fromModule, fromHost) << "m " << m << " c " << c;
     }
   }
-  const auto host92 = reinterpret_cast<SlotFn<code::pntg, 92>>(host.original(code::pntg, 92));
+  const auto host92 = reinterpret_cast<SlotFnOf<slot::PaintSingle92>>(host.original(code::pntg, 92));
   for (int32_t w : {1, 2, 127, 128, 253, 254}) {
     for (int32_t toward : {0, 1}) {
       std::vector<uint16_t> rows[2] = {ramp, ramp};

@@ -45,7 +45,8 @@ Installed install(GestaltAnswer debug, GestaltAnswer guard, HostRoutine queryOve
   pathfill::pathDebugGuard = 0xEEEEEEEE;
   Installed out;
   const installs::Installed w =
-      installs::recordInstall<code::path>([](const SuiteWriter<code::path>& writer) { installPath(writer, "Tarnell"); });
+      installs::recordInstall<code::path>([](const SuiteWriter<code::path>& writer) { installPath(writer, "Tarnell"); },
+                                          CpuFeatureFlags{});
   g_liveTables[kCore] = keep;
   out.order = w.order;
   out.table = w.table;
@@ -75,7 +76,7 @@ TEST(PathInstall, AsksDebugThenGuardWithTheGestaltClassAndWritesItsThreeSlotsInO
   const std::vector<std::pair<uint32_t, uint32_t>> asked = {{code::gestaltClass, code::pathDebug},
                                                             {code::gestaltClass, code::pathDebugGuard}};
   EXPECT_EQ(i.queries, asked);
-  EXPECT_EQ(i.order, (std::vector<int>{24, 46, 47}));
+  EXPECT_EQ(i.order, installs::listedOrder(code::path, CpuFeatureFlags{}));
   EXPECT_EQ(i.table[46], reinterpret_cast<HostRoutine>(&pathfill::EstimateRowCrossings));
   EXPECT_NE(i.table[47], nullptr);
 }

@@ -70,7 +70,7 @@ TEST(ReferenceHost, OptionsShapeTheDirectory) {
       EXPECT_EQ(entries[i].revision, -3);
     }
   }
-  auto query = reinterpret_cast<SlotFn<code::core, 5>>(host.live(code::core, 5));
+  auto query = reinterpret_cast<SlotFnOf<slot::query>>(host.live(code::core, 5));
   HostSuite* found = nullptr;
   EXPECT_EQ(query(code::requesterModule, code::path, &found, nullptr), 1);
   ASSERT_NE(found, nullptr);
@@ -84,7 +84,7 @@ TEST(ReferenceHost, GestaltsAnswerOnlyWhenRecognised) {
   HostOptions options;
   options.pathDebug = {true, 1};
   ReferenceHost host(options);
-  auto query = reinterpret_cast<SlotFn<code::core, 5>>(host.live(code::core, 5));
+  auto query = reinterpret_cast<SlotFnOf<slot::query>>(host.live(code::core, 5));
   uint64_t answer = 0;
   EXPECT_EQ(query(code::gestaltClass, code::pathDebug, &answer, nullptr), 1);
   EXPECT_EQ(answer, 1u);
@@ -95,7 +95,7 @@ TEST(ReferenceHost, GestaltsAnswerOnlyWhenRecognised) {
 
 TEST(ReferenceHost, DiagnosticsAreCaptured) {
   ReferenceHost host;
-  reinterpret_cast<SlotFn<code::core, 16>>(host.live(code::core, 16))("message", "Source", 286, 1);
+  reinterpret_cast<SlotFnOf<slot::report>>(host.live(code::core, 16))("message", "Source", 286, 1);
   const auto d = host.diagnostics();
   ASSERT_EQ(d.size(), 1u);
   EXPECT_EQ(d[0].message, "message");
@@ -120,7 +120,7 @@ TEST(ReferenceHost, NoiseBufferRepeatsItsStartAfterOnePeriod) {
 
 TEST(ReferenceHost, CopyBytesIsOverlapSafeBothWays) {
   ReferenceHost host;
-  auto copy = reinterpret_cast<SlotFn<code::memo, 0>>(host.live(code::memo, 0));
+  auto copy = reinterpret_cast<SlotFnOf<slot::copyBytes>>(host.live(code::memo, 0));
   std::vector<unsigned char> b(64);
   for (std::size_t i = 0; i < b.size(); ++i) b[i] = static_cast<unsigned char>(i);
   copy(b.data(), b.data() + 5, 40);
@@ -132,7 +132,7 @@ TEST(ReferenceHost, CopyBytesIsOverlapSafeBothWays) {
 
 TEST(ReferenceHost, FloatRectangleFillHonoursStrideAndStep) {
   ReferenceHost host;
-  auto fill = reinterpret_cast<SlotFn<code::memo, 110>>(host.live(code::memo, 110));
+  auto fill = reinterpret_cast<SlotFnOf<slot::fillFloatRect>>(host.live(code::memo, 110));
   std::vector<float> plane(4 * 8, -1.0f);
   fill(plane.data(), 3, 4, 8 * 4, 2, 0.25f);
   for (std::size_t r = 0; r < 4; ++r)

@@ -22,8 +22,9 @@ Installed install(bool sse, bool sse2, bool sse41) {
   return installs::recordInstall<code::rsmp>(&installResample, installs::sseFlags(sse, sse2, sse41));
 }
 
-const std::vector<int> kSseStep = {7, 5, 6, 18, 19, 24, 13};
-const std::vector<int> kSse2Step = {5, 6, 3, 27};
+// The steps as the installer lists state them.
+const std::vector<int> kSseStep = installs::listedOrder(code::rsmp, installs::sseFlags(true, false, false));
+const std::vector<int> kSse2Step = installs::listedOrder(code::rsmp, installs::sseFlags(false, true, false));
 
 TEST(ResampleInstall, NothingWithoutSse) {
   EXPECT_TRUE(install(false, false, false).order.empty());
@@ -57,7 +58,7 @@ TEST(ResampleInstall, Sse2ReplacesSlots5And6ButNotSlot26) {
 TEST(ResampleInstall, EverythingAddsTheFloatRowFilterLast) {
   const Installed r = install(true, true, true);
   EXPECT_EQ(r.order, installs::joined({kSseStep, kSse2Step, {26}}));
-  EXPECT_EQ(r.at(26), erase(g_resampleSse41.filterRowsFloat));
+  EXPECT_EQ(r.at(26), erase(g_resampleSse41.FilterRowsFloat));
   EXPECT_EQ(r.at(5), erase(&FilterRowsSse2_8));
 }
 

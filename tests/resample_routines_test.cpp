@@ -52,7 +52,7 @@ TEST(ResampleRoutines, TheFiltersForProcessorsWithoutSse2MatchTheHost) {
 }
 
 // One row of `width` outputs of a horizontal 8-bit filter with a single phase.
-std::vector<uint8_t> filterRow8(SlotFn<code::rsmp, 5> fn, const std::vector<uint8_t>& source, int32_t width,
+std::vector<uint8_t> filterRow8(SlotFnOf<slot::FilterRowsSse2_8> fn, const std::vector<uint8_t>& source, int32_t width,
                                 int16_t taps, const std::vector<int16_t>& weights, int32_t index) {
   std::vector<int32_t> indices(static_cast<std::size_t>(width), index);
   std::vector<uint8_t> phases(static_cast<std::size_t>(width), 0), out(static_cast<std::size_t>(width), 0x5A);
@@ -146,7 +146,7 @@ TEST(ResampleRoutines, FloatFiltersKeepValuesOutsideZeroToOne) {
   std::vector<uint8_t> phases = {0, 0, 0};
   const std::vector<int16_t> w = {16384, 0};
   std::vector<float> rows(3, 9.0f);
-  g_resampleSse41.filterRowsFloat(source.data(), rows.data(), 1, 3, indices.data(), phases.data(), 0, 0, 2, w.data());
+  g_resampleSse41.FilterRowsFloat(source.data(), rows.data(), 1, 3, indices.data(), phases.data(), 0, 0, 2, w.data());
   EXPECT_EQ(rows, (std::vector<float>{-0.75f, 2.5f, 0.5f}));
   // Down a column: output row r from source rows indices[r] and indices[r] + 1.
   std::vector<float> columns(3, 9.0f);

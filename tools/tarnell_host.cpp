@@ -17,7 +17,7 @@
 #include "refhost/refhost.h"
 #include "tools/bench_report.h"
 #include "tools/output.h"
-#include "verify/expected_slots.h"
+#include "verify/installs.h"
 #include "verify/runner.h"
 #include "verify/session.h"
 

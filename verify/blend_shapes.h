@@ -30,47 +30,43 @@ struct ParamArg {
   }
 };
 
-template <int Slot>
-SlotFn<code::blnd, Slot> fn(HostRoutine r) {
-  return reinterpret_cast<SlotFn<code::blnd, Slot>>(r);
-}
 inline PlaneArg plane(const PlaneCall& c, int p) { return {c.plane[p]}; }
 inline ParamArg param(const PlaneCall& c, int i) { return {c.param[i]}; }
 
 // (destination, rows, columns, stride, k)
-template <int Slot>
+template <auto Id>
 uint64_t invokeK(HostRoutine r, const PlaneCall& c) {
-  fn<Slot>(r)(plane(c, 0), c.rows, c.columns, c.stride[0], param(c, 0));
+  as<Id>(r)(plane(c, 0), c.rows, c.columns, c.stride[0], param(c, 0));
   return 0;
 }
 // (c, destination, mask, rows, columns, destination stride, mask stride)
-template <int Slot>
+template <auto Id>
 uint64_t invokeCDM(HostRoutine r, const PlaneCall& c) {
-  fn<Slot>(r)(param(c, 0), plane(c, 0), plane(c, 1), c.rows, c.columns, c.stride[0], c.stride[1]);
+  as<Id>(r)(param(c, 0), plane(c, 0), plane(c, 1), c.rows, c.columns, c.stride[0], c.stride[1]);
   return 0;
 }
 // (plane 0, plane 1, rows, columns, two strides)
-template <int Slot>
+template <auto Id>
 uint64_t invokeTwo(HostRoutine r, const PlaneCall& c) {
-  fn<Slot>(r)(plane(c, 0), plane(c, 1), c.rows, c.columns, c.stride[0], c.stride[1]);
+  as<Id>(r)(plane(c, 0), plane(c, 1), c.rows, c.columns, c.stride[0], c.stride[1]);
   return 0;
 }
 // The same with a constant last.
-template <int Slot>
+template <auto Id>
 uint64_t invokeTwoK(HostRoutine r, const PlaneCall& c) {
-  fn<Slot>(r)(plane(c, 0), plane(c, 1), c.rows, c.columns, c.stride[0], c.stride[1], param(c, 0));
+  as<Id>(r)(plane(c, 0), plane(c, 1), c.rows, c.columns, c.stride[0], c.stride[1], param(c, 0));
   return 0;
 }
 // (plane 0, plane 1, plane 2, rows, columns, three strides)
-template <int Slot>
+template <auto Id>
 uint64_t invokeThree(HostRoutine r, const PlaneCall& c) {
-  fn<Slot>(r)(plane(c, 0), plane(c, 1), plane(c, 2), c.rows, c.columns, c.stride[0], c.stride[1], c.stride[2]);
+  as<Id>(r)(plane(c, 0), plane(c, 1), plane(c, 2), c.rows, c.columns, c.stride[0], c.stride[1], c.stride[2]);
   return 0;
 }
 // The same with three flag bytes last.
-template <int Slot>
+template <auto Id>
 uint64_t invokeThreeFlags(HostRoutine r, const PlaneCall& c) {
-  fn<Slot>(r)(plane(c, 0), plane(c, 1), plane(c, 2), c.rows, c.columns, c.stride[0], c.stride[1], c.stride[2],
+  as<Id>(r)(plane(c, 0), plane(c, 1), plane(c, 2), c.rows, c.columns, c.stride[0], c.stride[1], c.stride[2],
               param(c, 0), param(c, 1), param(c, 2));
   return 0;
 }
@@ -105,53 +101,53 @@ struct Shapes {
   }
 
   // One plane and a constant: (destination, rows, columns, stride, k).
-  template <int Slot>
+  template <auto Id>
   static constexpr PlaneShape k(ParamSpec k) {
-    return make(&invokeK<Slot>, 0, {data("destination", Role::InOut)}, 1, k);
+    return make(&invokeK<Id>, 0, {data("destination", Role::InOut)}, 1, k);
   }
   // Constant, destination, mask.
-  template <int Slot>
+  template <auto Id>
   static constexpr PlaneShape cdm(ParamSpec c) {
-    return make(&invokeCDM<Slot>, 0, {data("destination", Role::InOut), mask("mask")}, 1, c);
+    return make(&invokeCDM<Id>, 0, {data("destination", Role::InOut), mask("mask")}, 1, c);
   }
   // Source and destination, the destination aligned.
-  template <int Slot>
+  template <auto Id>
   static constexpr PlaneShape sd() {
-    return make(&invokeTwo<Slot>, 1, {data("source", Role::Input), data("destination", Role::InOut)});
+    return make(&invokeTwo<Id>, 1, {data("source", Role::Input), data("destination", Role::InOut)});
   }
   // The same with an opacity last.
-  template <int Slot>
+  template <auto Id>
   static constexpr PlaneShape sdk(ParamSpec k) {
-    return make(&invokeTwoK<Slot>, 1, {data("source", Role::Input), data("destination", Role::InOut)}, 1, k);
+    return make(&invokeTwoK<Id>, 1, {data("source", Role::Input), data("destination", Role::InOut)}, 1, k);
   }
   // Source, destination, mask.
-  template <int Slot>
+  template <auto Id>
   static constexpr PlaneShape sdm() {
-    return make(&invokeThree<Slot>, 1,
+    return make(&invokeThree<Id>, 1,
                 {data("source", Role::Input), data("destination", Role::InOut), mask("mask")});
   }
   // First operand, destination (not read), second operand.
-  template <int Slot>
+  template <auto Id>
   static constexpr PlaneShape adb() {
-    return make(&invokeThree<Slot>, 1,
+    return make(&invokeThree<Id>, 1,
                 {data("a", Role::Input), data("destination", Role::Output), data("b", Role::Input)});
   }
   // a, b, then the destination (not read), which aligns.
-  template <int Slot>
+  template <auto Id>
   static constexpr PlaneShape ordered() {
-    return make(&invokeThree<Slot>, 2,
+    return make(&invokeThree<Id>, 2,
                 {data("a", Role::Input), data("b", Role::Input), data("destination", Role::Output)});
   }
   // Mask first, then the destination, a constant last.
-  template <int Slot>
+  template <auto Id>
   static constexpr PlaneShape fillClear(ParamSpec c) {
-    return make(&invokeTwoK<Slot>, 1, {mask("mask"), data("destination", Role::InOut)}, 1, c);
+    return make(&invokeTwoK<Id>, 1, {mask("mask"), data("destination", Role::InOut)}, 1, c);
   }
   // Two planes, both rewritten; B aligns. Mask-like samples give the empty and full
   // cases of both planes their share.
-  template <int Slot>
+  template <auto Id>
   static constexpr PlaneShape coverage() {
-    return make(&invokeTwo<Slot>, 1, {mask("a", Role::InOut), mask("b", Role::InOut)});
+    return make(&invokeTwo<Id>, 1, {mask("a", Role::InOut), mask("b", Role::InOut)});
   }
 };
 

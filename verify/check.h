@@ -117,8 +117,19 @@ struct Check {
 };
 
 template <uint32_t Suite, int Slot>
-constexpr Check planeCheck(const PlaneShape& shape) {
+constexpr Check planeCheck(SlotId<Suite, Slot>, const PlaneShape& shape) {
   return {Suite, Slot, SlotSignature<Suite, Slot>::name, SlotSignature<Suite, Slot>::text, &shape, nullptr, nullptr};
+}
+
+// A routine of the slot's type: as<slot::MultiplyInto8>(routine), or by number
+// where a check serves several slots.
+template <auto Id>
+SlotFnOf<Id> as(HostRoutine routine) {
+  return reinterpret_cast<SlotFnOf<Id>>(routine);
+}
+template <uint32_t Suite, int Slot>
+SlotFn<Suite, Slot> as(HostRoutine routine) {
+  return reinterpret_cast<SlotFn<Suite, Slot>>(routine);
 }
 
 // A prepared benchmark case of a custom check: run() calls the routine once on
@@ -130,7 +141,7 @@ struct BenchCase {
 };
 
 template <uint32_t Suite, int Slot>
-constexpr Check customCheck(void (*verifyFn)(Context&, HostRoutine, HostRoutine),
+constexpr Check customCheck(SlotId<Suite, Slot>, void (*verifyFn)(Context&, HostRoutine, HostRoutine),
                             BenchCase* (*benchFn)(int, int)) {
   return {Suite, Slot, SlotSignature<Suite, Slot>::name, SlotSignature<Suite, Slot>::text, nullptr, verifyFn, benchFn};
 }

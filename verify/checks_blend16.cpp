@@ -28,20 +28,20 @@ constexpr int64_t kBenchWord[] = {20000};
 constexpr int64_t kBenchScreen[] = {1, 1, 1};
 
 constexpr PlaneShape kShapeK = [] {
-  PlaneShape s = S::k<193>(wordParam("k"));
+  PlaneShape s = S::k<slot::ScaleByConstant16>(wordParam("k"));
   s.benchParams = kBenchWord;
   return s;
 }();
-constexpr PlaneShape kShapeSD = S::sd<194>();
-template <int Slot>
-constexpr PlaneShape kShapeSDM = S::sdm<Slot>();
-template <int Slot>
-constexpr PlaneShape kShapeADB = S::adb<Slot>();
-constexpr PlaneShape kShapeOrdered = S::ordered<223>();
+constexpr PlaneShape kShapeSD = S::sd<slot::MultiplySource16>();
+template <auto Id>
+constexpr PlaneShape kShapeSDM = S::sdm<Id>();
+template <auto Id>
+constexpr PlaneShape kShapeADB = S::adb<Id>();
+constexpr PlaneShape kShapeOrdered = S::ordered<slot::OrderedCombineInto16>();
 // The ordered form with three flag bytes last, each zero half of the time and
 // non-zero values other than 1 the rest.
 constexpr PlaneShape kShapeComplement = [] {
-  PlaneShape s = S::make(&blend::invokeThreeFlags<195>, 2,
+  PlaneShape s = S::make(&blend::invokeThreeFlags<slot::ComplementMultiplyInto16>, 2,
                          {S::data("a", Role::Input), S::data("b", Role::Input), S::data("destination", Role::Output)}, 3,
                          {"complementA", 0, 1, {0, 2, 255, 0, 128, 0}, 6});
   s.params[1].name = "complementB";
@@ -49,23 +49,27 @@ constexpr PlaneShape kShapeComplement = [] {
   s.benchParams = kBenchScreen;
   return s;
 }();
-constexpr PlaneShape kShapeFillClear = S::fillClear<222>(wordParam("c"));
-constexpr PlaneShape kShapeCoverage = S::coverage<192>();
+constexpr PlaneShape kShapeFillClear = S::fillClear<slot::FillWhereMaskClear16>(wordParam("c"));
+constexpr PlaneShape kShapeCoverage = S::coverage<slot::SubtractCoverage16>();
 
-template <int Slot>
+template <auto Id>
 constexpr Check check(const PlaneShape& shape) {
-  return planeCheck<code::blnd, Slot>(shape);
+  return planeCheck(Id, shape);
 }
+template <auto Id>
+constexpr Check checkADB = check<Id>(kShapeADB<Id>);
+template <auto Id>
+constexpr Check checkSDM = check<Id>(kShapeSDM<Id>);
 
 const Check kChecks[] = {
-    check<259>(kShapeSDM<259>),  check<193>(kShapeK),       check<235>(kShapeSDM<235>),
-    check<194>(kShapeSD),        check<192>(kShapeCoverage), check<219>(kShapeADB<219>),
-    check<221>(kShapeADB<221>),  check<195>(kShapeComplement), check<222>(kShapeFillClear),
-    check<223>(kShapeOrdered),
+    checkSDM<slot::MultiplySourceThroughMask16>,  check<slot::ScaleByConstant16>(kShapeK),       checkSDM<slot::MixSourceThroughMask16>,
+    check<slot::MultiplySource16>(kShapeSD),        check<slot::SubtractCoverage16>(kShapeCoverage), checkADB<slot::MultiplyInto16>,
+    checkADB<slot::InverseMultiplyInto16>,  check<slot::ComplementMultiplyInto16>(kShapeComplement), check<slot::FillWhereMaskClear16>(kShapeFillClear),
+    check<slot::OrderedCombineInto16>(kShapeOrdered),
 };
 
 }  // namespace
 
-std::span<const Check> blend16Checks() { return kChecks; }
+std::span<const Check> checksBlend16() { return kChecks; }
 
 }  // namespace tarnell::verify

@@ -14,64 +14,76 @@ using S = blend::Shapes<kBytes>;
 constexpr ParamSpec byteParam(const char* name) { return {name, 0, 255, {0, 127, 128, 255, 1, 254}, 6}; }
 
 // Only the low byte of k is a sample value; the high byte must not matter.
-template <int Slot>
-constexpr PlaneShape kShapeK = S::k<Slot>({"k", 0, 255, {0, 255, 127, 128, 1, 254, 256, 0xFF80}, 8});
-template <int Slot>
-constexpr PlaneShape kShapeCDM = S::cdm<Slot>(byteParam("c"));
-template <int Slot>
-constexpr PlaneShape kShapeSD = S::sd<Slot>();
-template <int Slot>
-constexpr PlaneShape kShapeSDK = S::sdk<Slot>(byteParam("k"));
-template <int Slot>
-constexpr PlaneShape kShapeSDM = S::sdm<Slot>();
-template <int Slot>
-constexpr PlaneShape kShapeADB = S::adb<Slot>();
-constexpr PlaneShape kShapeFillClear = S::fillClear<106>(byteParam("c"));
-constexpr PlaneShape kShapeCoverage = S::coverage<54>();
-constexpr PlaneShape kShapeOrdered = S::ordered<115>();
+template <auto Id>
+constexpr PlaneShape kShapeK = S::k<Id>({"k", 0, 255, {0, 255, 127, 128, 1, 254, 256, 0xFF80}, 8});
+template <auto Id>
+constexpr PlaneShape kShapeCDM = S::cdm<Id>(byteParam("c"));
+template <auto Id>
+constexpr PlaneShape kShapeSD = S::sd<Id>();
+template <auto Id>
+constexpr PlaneShape kShapeSDK = S::sdk<Id>(byteParam("k"));
+template <auto Id>
+constexpr PlaneShape kShapeSDM = S::sdm<Id>();
+template <auto Id>
+constexpr PlaneShape kShapeADB = S::adb<Id>();
+constexpr PlaneShape kShapeFillClear = S::fillClear<slot::FillWhereMaskClear8>(byteParam("c"));
+constexpr PlaneShape kShapeCoverage = S::coverage<slot::SubtractCoverage8>();
+constexpr PlaneShape kShapeOrdered = S::ordered<slot::OrderedCombineInto8>();
 
-template <int Slot>
+template <auto Id>
 constexpr Check check(const PlaneShape& shape) {
-  return planeCheck<code::blnd, Slot>(shape);
+  return planeCheck(Id, shape);
 }
+template <auto Id>
+constexpr Check checkADB = check<Id>(kShapeADB<Id>);
+template <auto Id>
+constexpr Check checkCDM = check<Id>(kShapeCDM<Id>);
+template <auto Id>
+constexpr Check checkK = check<Id>(kShapeK<Id>);
+template <auto Id>
+constexpr Check checkSD = check<Id>(kShapeSD<Id>);
+template <auto Id>
+constexpr Check checkSDK = check<Id>(kShapeSDK<Id>);
+template <auto Id>
+constexpr Check checkSDM = check<Id>(kShapeSDM<Id>);
 
 const Check kChecks[] = {
     // Vectorised plane operations.
-    check<1>(kShapeK<1>),
-    check<3>(kShapeCDM<3>),
-    check<2>(kShapeSDM<2>),
-    check<30>(kShapeSDM<30>),
-    check<31>(kShapeCDM<31>),
-    check<24>(kShapeSD<24>),
-    check<28>(kShapeSD<28>),
-    check<29>(kShapeSD<29>),
-    check<54>(kShapeCoverage),
-    check<7>(kShapeSDM<7>),
-    check<8>(kShapeCDM<8>),
-    check<10>(kShapeSDM<10>),
-    check<11>(kShapeCDM<11>),
-    check<22>(kShapeSDM<22>),
-    check<74>(kShapeADB<74>),
-    check<75>(kShapeADB<75>),
-    check<106>(kShapeFillClear),
-    check<115>(kShapeOrdered),
-    check<56>(kShapeSDK<56>),
+    checkK<slot::ScaleByConstant8>,
+    checkCDM<slot::MixConstantThroughMask8>,
+    checkSDM<slot::MixSourceThroughMask8>,
+    checkSDM<slot::CopyWhereMaskSet8>,
+    checkCDM<slot::FillWhereMaskSet8>,
+    checkSD<slot::MultiplySource8>,
+    checkSD<slot::MaxSource8>,
+    checkSD<slot::MinSource8>,
+    check<slot::SubtractCoverage8>(kShapeCoverage),
+    checkSDM<slot::DarkenTowardSourceThroughMask8>,
+    checkCDM<slot::DarkenTowardConstantThroughMask8>,
+    checkSDM<slot::LightenTowardSourceThroughMask8>,
+    checkCDM<slot::LightenTowardConstantThroughMask8>,
+    checkSDM<slot::MultiplySourceThroughMask8>,
+    checkADB<slot::MultiplyInto8>,
+    checkADB<slot::InverseMultiplyInto8>,
+    check<slot::FillWhereMaskClear8>(kShapeFillClear),
+    check<slot::OrderedCombineInto8>(kShapeOrdered),
+    checkSDK<slot::MultiplyWithOpacity8>,
     // Table-driven overlay and screen routines.
-    check<50>(kShapeSDM<50>),
-    check<51>(kShapeCDM<51>),
-    check<52>(kShapeSD<52>),
-    check<59>(kShapeSDK<59>),
-    check<47>(kShapeSDM<47>),
-    check<48>(kShapeCDM<48>),
-    check<49>(kShapeSD<49>),
-    check<58>(kShapeSDK<58>),
-    check<57>(kShapeSDK<57>),
-    check<26>(kShapeCDM<26>),
-    check<27>(kShapeSD<27>),
+    checkSDM<slot::SourceBasedOverlayThroughMask8>,
+    checkCDM<slot::ConstantBasedOverlayThroughMask8>,
+    checkSD<slot::SourceBasedOverlay8>,
+    checkSDK<slot::SourceBasedOverlayWithOpacity8>,
+    checkSDM<slot::OverlaySourceThroughMask8>,
+    checkCDM<slot::OverlayConstantThroughMask8>,
+    checkSD<slot::OverlaySource8>,
+    checkSDK<slot::OverlaySourceWithOpacity8>,
+    checkSDK<slot::ScreenSourceWithOpacity8>,
+    checkCDM<slot::ScreenConstantThroughMask8>,
+    checkSD<slot::ScreenSource8>,
 };
 
 }  // namespace
 
-std::span<const Check> blend8Checks() { return kChecks; }
+std::span<const Check> checksBlend8() { return kChecks; }
 
 }  // namespace tarnell::verify

@@ -271,7 +271,7 @@ void callRecord(HostRoutine routine, const Record& record) {
   reinterpret_cast<SlotFn<code::blnd, Slot>>(routine)(&record);
 }
 void callMinimum(HostRoutine routine, const Record& r) {
-  reinterpret_cast<SlotFn<code::blnd, 289>>(routine)(r.source, r.destination, r.columns, r.rows, r.sourceRowStride,
+  reinterpret_cast<SlotFnOf<slot::MinSourceFloat>>(routine)(r.source, r.destination, r.columns, r.rows, r.sourceRowStride,
                                                       r.destinationRowStride);
 }
 
@@ -389,7 +389,7 @@ bool runRecord(Context& ctx, int slot, CallFn call, HostRoutine host, HostRoutin
 
 template <int Slot>
 constexpr CallFn callOf() {
-  if constexpr (Slot == 289) return &callMinimum;
+  if constexpr (Slot == slot::MinSourceFloat.number) return &callMinimum;
   else return &callRecord<Slot>;
 }
 
@@ -399,7 +399,7 @@ void verifyFloatComposite(Context& ctx, HostRoutine host, HostRoutine module) {
   const int randomCount = ctx.thorough() ? 3000 : 600;
   for (int n = 0; n < kPurposeful + randomCount; ++n) {
     RecordPlan plan = n < kPurposeful ? purposefulPlan(ctx.rng(), n) : randomPlan(ctx.rng());
-    if (Slot == 289) shapeForMinimum(plan);
+    if (Slot == slot::MinSourceFloat.number) shapeForMinimum(plan);
     if (!runRecord(ctx, Slot, call, host, module, plan)) return;
   }
 }
@@ -449,22 +449,24 @@ struct FloatCompositeBench final : BenchCase {
 
 template <int Slot>
 BenchCase* benchFloatComposite(int width, int height) {
-  std::vector<int> cases = {Slot == 275 ? 5 : 4};
-  if (Slot == 278 || Slot == 320) cases = {4, 5, 6};
-  if (Slot == 276 || Slot == 277) cases = {5, 6};
+  std::vector<int> cases = {Slot == slot::FloatCompositeRecord275.number ? 5 : 4};
+  if (Slot == slot::AddSourceFloat.number || Slot == slot::OverlaySourceFloat.number) cases = {4, 5, 6};
+  if (Slot == slot::LightenTowardSourceFloat.number || Slot == slot::DarkenTowardSourceFloat.number) cases = {5, 6};
   return new FloatCompositeBench(Slot, callOf<Slot>(), cases, width, height);
 }
 
-template <int Slot>
+template <auto Id>
 constexpr Check floatCheck() {
-  return customCheck<code::blnd, Slot>(&verifyFloatComposite<Slot>, &benchFloatComposite<Slot>);
+  constexpr int Slot = decltype(Id)::number;
+  return customCheck(Id, &verifyFloatComposite<Slot>, &benchFloatComposite<Slot>);
 }
 
-const Check kChecks[] = {floatCheck<277>(), floatCheck<276>(), floatCheck<320>(),
-                         floatCheck<275>(), floatCheck<278>(), floatCheck<289>()};
+const Check kChecks[] = {floatCheck<slot::DarkenTowardSourceFloat>(), floatCheck<slot::LightenTowardSourceFloat>(),
+                         floatCheck<slot::OverlaySourceFloat>(),      floatCheck<slot::FloatCompositeRecord275>(),
+                         floatCheck<slot::AddSourceFloat>(),          floatCheck<slot::MinSourceFloat>()};
 
 }  // namespace
 
-std::span<const Check> blendfChecks() { return kChecks; }
+std::span<const Check> checksBlendFloat() { return kChecks; }
 
 }  // namespace tarnell::verify

@@ -8,10 +8,6 @@ namespace tarnell::verify {
 
 namespace {
 
-template <uint32_t Suite, int Slot>
-SlotFn<Suite, Slot> as(HostRoutine routine) {
-  return reinterpret_cast<SlotFn<Suite, Slot>>(routine);
-}
 
 template <typename T>
 T* plane(const PlaneCall& call, int p) {
@@ -32,7 +28,7 @@ constexpr int64_t kBenchNoDither[] = {0};
 // --- slot 16: three 16-bit planes to three 8-bit planes
 
 uint64_t invokePlanar3(HostRoutine routine, const PlaneCall& c) {
-  as<code::conv, 16>(routine)(plane<const uint16_t>(c, 0), plane<const uint16_t>(c, 1), plane<const uint16_t>(c, 2),
+  as<slot::convert16To8Planar3>(routine)(plane<const uint16_t>(c, 0), plane<const uint16_t>(c, 1), plane<const uint16_t>(c, 2),
                               plane<uint8_t>(c, 3), plane<uint8_t>(c, 4), plane<uint8_t>(c, 5), c.rows, c.columns,
                               c.stride[0], c.stride[3], byteParam(c, 0));
   return 0;
@@ -59,7 +55,7 @@ const PlaneShape kPlanar3{.planes = {{"source0", 2, Role::Input, Samples::Words1
 // --- slot 17: one 16-bit plane to one 8-bit plane
 
 uint64_t invoke16To8(HostRoutine routine, const PlaneCall& c) {
-  as<code::conv, 17>(routine)(plane<const uint16_t>(c, 0), plane<uint8_t>(c, 1), c.rows, c.columns, c.stride[0],
+  as<slot::convert16To8>(routine)(plane<const uint16_t>(c, 0), plane<uint8_t>(c, 1), c.rows, c.columns, c.stride[0],
                               c.stride[1], byteParam(c, 0));
   return 0;
 }
@@ -80,7 +76,7 @@ const PlaneShape k16To8{
 // --- slot 18: one 8-bit plane to one 16-bit plane
 
 uint64_t invoke8To16(HostRoutine routine, const PlaneCall& c) {
-  as<code::conv, 18>(routine)(plane<const uint8_t>(c, 0), plane<uint16_t>(c, 1), c.rows, c.columns, c.stride[0],
+  as<slot::convert8To16>(routine)(plane<const uint8_t>(c, 0), plane<uint16_t>(c, 1), c.rows, c.columns, c.stride[0],
                               c.stride[1]);
   return 0;
 }
@@ -105,7 +101,7 @@ constexpr uint32_t kRangePairs[][2] = {{65535, 32768}, {32768, 65535}, {65535, 6
 
 uint64_t invokeRescale(HostRoutine routine, const PlaneCall& c) {
   const auto* pair = kRangePairs[c.param[0]];
-  as<code::conv, 19>(routine)(plane<uint16_t>(c, 0), pair[0], pair[1], c.rows, c.columns, c.stride[0]);
+  as<slot::rescale16>(routine)(plane<uint16_t>(c, 0), pair[0], pair[1], c.rows, c.columns, c.stride[0]);
   return 0;
 }
 int32_t dataWordStride(int, int32_t stride) { return wordStride(stride); }
@@ -125,7 +121,7 @@ const PlaneShape kRescale{.planes = {{"data", 2, Role::InOut, Samples::Words16}}
 // to the host's routine, which must then produce the host's bytes.
 
 uint64_t invokeFloatTo8(HostRoutine routine, const PlaneCall& c) {
-  as<code::conv, 58>(routine)(plane<const float>(c, 0), plane<uint8_t>(c, 1), c.rows, c.columns, c.stride[0],
+  as<slot::convertFloatTo8>(routine)(plane<const float>(c, 0), plane<uint8_t>(c, 1), c.rows, c.columns, c.stride[0],
                               c.stride[1], byteParam(c, 0));
   return 0;
 }
@@ -144,12 +140,12 @@ const PlaneShape kFloatTo8{
     .sameAddresses = true};
 
 const Check kChecks[] = {
-    planeCheck<code::conv, 16>(kPlanar3), planeCheck<code::conv, 17>(k16To8),    planeCheck<code::conv, 18>(k8To16),
-    planeCheck<code::conv, 19>(kRescale), planeCheck<code::conv, 58>(kFloatTo8),
+    planeCheck(slot::convert16To8Planar3, kPlanar3), planeCheck(slot::convert16To8, k16To8),    planeCheck(slot::convert8To16, k8To16),
+    planeCheck(slot::rescale16, kRescale), planeCheck(slot::convertFloatTo8, kFloatTo8),
 };
 
 }  // namespace
 
-std::span<const Check> convertChecks() { return kChecks; }
+std::span<const Check> checksConvert() { return kChecks; }
 
 }  // namespace tarnell::verify

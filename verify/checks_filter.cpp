@@ -25,10 +25,6 @@ namespace tarnell::verify {
 
 namespace {
 
-template <uint32_t Suite, int Slot>
-SlotFn<Suite, Slot> as(HostRoutine routine) {
-  return reinterpret_cast<SlotFn<Suite, Slot>>(routine);
-}
 
 // A plane of `rows` x `samples` with a border: `top`/`bottom` rows, `left` samples
 // before and `right` samples after each row, all readable.
@@ -155,7 +151,7 @@ void verifyDeviation(Context& ctx, HostRoutine host, HostRoutine module) {
                                {rows, columns, 0, 0, 0, 0, 1, Samples::Bytes}};
     const Run run = [&](HostRoutine r, const Call& c) {
       const int32_t result =
-          as<code::filt, 12>(r)(static_cast<const uint8_t*>(c.plane[0]), static_cast<uint8_t*>(c.plane[1]), rows,
+          as<slot::localDeviation3x3>(r)(static_cast<const uint8_t*>(c.plane[0]), static_cast<uint8_t*>(c.plane[1]), rows,
                                 columns, c.stride[0], c.stride[1]);
       return uint64_t(uint32_t(result));
     };
@@ -218,7 +214,7 @@ void verifyBoxMean(Context& ctx, HostRoutine host, HostRoutine module) {
                                {rows, columns, 0, 0, 0, 0, 2, Samples::Words15}};
     const Run run = [&](HostRoutine r, const Call& c) {
       return uint64_t(
-          uint32_t(as<code::filt, 75>(r)(static_cast<const uint16_t*>(c.plane[0]), static_cast<uint16_t*>(c.plane[1]),
+          uint32_t(as<slot::filterSlot75>(r)(static_cast<const uint16_t*>(c.plane[0]), static_cast<uint16_t*>(c.plane[1]),
                                          rows, columns, c.stride[0], c.stride[1], radius)));
     };
     return runCase(
@@ -251,9 +247,9 @@ void verifyDifferenceSum(Context& ctx, HostRoutine host, HostRoutine module) {
       const auto* a = static_cast<const uint8_t*>(c.plane[0]);
       const auto* b = static_cast<const uint8_t*>(c.plane[1]);
       if constexpr (Slot == 188)
-        return uint64_t{as<code::filt, 188>(r)(a, b)};
+        return uint64_t{as<slot::blockDifferenceSum>(r)(a, b)};
       else
-        return uint64_t{as<code::filt, 189>(r)(a, b, static_cast<const uint8_t*>(c.plane[2]))};
+        return uint64_t{as<slot::maskedDifferenceSum>(r)(a, b, static_cast<const uint8_t*>(c.plane[2]))};
     };
     if (!runCase(ctx, host, module, spans, Slot == 188 ? 2 : 3, run, words("case", i))) return;
   }
@@ -384,7 +380,7 @@ struct FilterBench final : BenchCase {
 BenchCase* benchDeviation(int w, int h) {
   return new FilterBench({h, w, 1, 1, 1, 1, 1, Samples::Bytes}, {h, w, 0, 0, 0, 0, 1, Samples::Bytes},
                          [w, h](HostRoutine r, const Call& c) {
-                           as<code::filt, 12>(r)(static_cast<const uint8_t*>(c.plane[0]),
+                           as<slot::localDeviation3x3>(r)(static_cast<const uint8_t*>(c.plane[0]),
                                                  static_cast<uint8_t*>(c.plane[1]), h, w, c.stride[0], c.stride[1]);
                          });
 }
@@ -407,7 +403,7 @@ template <int Radius>
 BenchCase* benchBoxMean(int w, int h) {
   return new FilterBench({h, w, Radius, Radius, Radius, Radius, 2, Samples::Words15},
                          {h, w, 0, 0, 0, 0, 2, Samples::Words15}, [w, h](HostRoutine r, const Call& c) {
-                           as<code::filt, 75>(r)(static_cast<const uint16_t*>(c.plane[0]),
+                           as<slot::filterSlot75>(r)(static_cast<const uint16_t*>(c.plane[0]),
                                                  static_cast<uint16_t*>(c.plane[1]), h, w, c.stride[0], c.stride[1],
                                                  Radius);
                          });
@@ -426,9 +422,9 @@ BenchCase* benchDifferenceSum(int w, int h) {
                            uint32_t sink = 0;
                            for (intptr_t i = 0; i < n; i += kDifferenceBlockBytes) {
                              if constexpr (Slot == 188)
-                               sink += as<code::filt, 188>(r)(a + i, b + i);
+                               sink += as<slot::blockDifferenceSum>(r)(a + i, b + i);
                              else
-                               sink += as<code::filt, 189>(r)(a + i, b + i + kDifferenceBlockBytes, b + i);
+                               sink += as<slot::maskedDifferenceSum>(r)(a + i, b + i + kDifferenceBlockBytes, b + i);
                            }
                            asm volatile("" : : "r"(sink));  // keeps the sums alive without a shared store
                          });
@@ -464,23 +460,23 @@ BenchCase* benchRemap(int w, int h) {
 }
 
 const Check kChecks[] = {
-    customCheck<code::filt, 12>(&verifyDeviation, &benchDeviation),
-    customCheck<code::filt, 28>(&verifyWeightedSum<28, uint8_t>, &benchWeightedSum<28, uint8_t>),
-    customCheck<code::filt, 74>(&verifyWeightedSum<74, uint16_t>, &benchWeightedSum<74, uint16_t>),
-    customCheck<code::filt, 75>(&verifyBoxMean, &benchBoxMeanCheck),
-    customCheck<code::filt, 188>(&verifyDifferenceSum<188>, &benchDifferenceSum<188>),
-    customCheck<code::filt, 189>(&verifyDifferenceSum<189>, &benchDifferenceSum<189>),
-    customCheck<code::filt, 191>(&verifyBlockMatrix<191, 2>, &benchBlockMatrix<191, 2>),
-    customCheck<code::filt, 192>(&verifyBlockMatrix<192, 3>, &benchBlockMatrix<192, 3>),
-    customCheck<code::filt, 193>(&verifyBlockMatrix<193, 4>, &benchBlockMatrix<193, 4>),
-    customCheck<code::filt, 194>(&verifyBlockMatrix<194, 5>, &benchBlockMatrix<194, 5>),
-    customCheck<code::filt, 200>(&verifyRemap<200, uint8_t, uint8_t>, &benchRemap<200, uint8_t>),
-    customCheck<code::filt, 201>(&verifyRemap<201, uint16_t, uint16_t>, &benchRemap<201, uint16_t>),
-    customCheck<code::filt, 202>(&verifyRemap<202, float, int32_t>, &benchRemap<202, float>),
+    customCheck(slot::localDeviation3x3, &verifyDeviation, &benchDeviation),
+    customCheck(slot::filterSlot28, &verifyWeightedSum<28, uint8_t>, &benchWeightedSum<28, uint8_t>),
+    customCheck(slot::filterSlot74, &verifyWeightedSum<74, uint16_t>, &benchWeightedSum<74, uint16_t>),
+    customCheck(slot::filterSlot75, &verifyBoxMean, &benchBoxMeanCheck),
+    customCheck(slot::blockDifferenceSum, &verifyDifferenceSum<188>, &benchDifferenceSum<188>),
+    customCheck(slot::maskedDifferenceSum, &verifyDifferenceSum<189>, &benchDifferenceSum<189>),
+    customCheck(slot::blockMatrixFilter2, &verifyBlockMatrix<191, 2>, &benchBlockMatrix<191, 2>),
+    customCheck(slot::blockMatrixFilter3, &verifyBlockMatrix<192, 3>, &benchBlockMatrix<192, 3>),
+    customCheck(slot::blockMatrixFilter4, &verifyBlockMatrix<193, 4>, &benchBlockMatrix<193, 4>),
+    customCheck(slot::blockMatrixFilter5, &verifyBlockMatrix<194, 5>, &benchBlockMatrix<194, 5>),
+    customCheck(slot::angularRemap8, &verifyRemap<200, uint8_t, uint8_t>, &benchRemap<200, uint8_t>),
+    customCheck(slot::angularRemap16, &verifyRemap<201, uint16_t, uint16_t>, &benchRemap<201, uint16_t>),
+    customCheck(slot::angularRemapSlot202, &verifyRemap<202, float, int32_t>, &benchRemap<202, float>),
 };
 
 }  // namespace
 
-std::span<const Check> filterChecks() { return kChecks; }
+std::span<const Check> checksFilter() { return kChecks; }
 
 }  // namespace tarnell::verify

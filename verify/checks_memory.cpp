@@ -71,8 +71,8 @@ std::vector<int32_t> blockWidths(Context& ctx) {
 
 // ============================================================ copies (0, 1)
 
-using CopyFn = SlotFn<code::memo, 0>;
-using CopyBlockFn = SlotFn<code::memo, 1>;
+using CopyFn = SlotFnOf<slot::copyBytes>;
+using CopyBlockFn = SlotFnOf<slot::copyBlock>;
 
 bool copyCase(Context& ctx, CopyFn host, CopyFn module, std::size_t arena, std::size_t from, std::size_t to,
               int32_t count, Placement placement = Placement::Heap) {
@@ -395,14 +395,14 @@ template <typename T, TestKind Kind>
 uint64_t callTest(HostRoutine routine, const Byte* address, int32_t rows, int32_t width, int32_t step, T value,
                   Byte* resultByte) {
   if constexpr (Kind == TestKind::BytesEqual)
-    return reinterpret_cast<SlotFn<code::memo, 18>>(routine)(address, rows, width, step, static_cast<uint8_t>(value));
+    return reinterpret_cast<SlotFnOf<slot::blockBytesAllEqual>>(routine)(address, rows, width, step, static_cast<uint8_t>(value));
   if constexpr (Kind == TestKind::WordsUniformValue)
-    return reinterpret_cast<SlotFn<code::memo, 83>>(routine)(address, rows, width, step);
+    return reinterpret_cast<SlotFnOf<slot::blockWordsUniformValue>>(routine)(address, rows, width, step);
   if constexpr (Kind == TestKind::WordsEqual)
-    return reinterpret_cast<SlotFn<code::memo, 102>>(routine)(address, rows, width, step, static_cast<uint16_t>(value));
+    return reinterpret_cast<SlotFnOf<slot::blockWordsAllEqual>>(routine)(address, rows, width, step, static_cast<uint16_t>(value));
   if constexpr (Kind == TestKind::DwordsUniform) {
     (void)value;
-    return reinterpret_cast<SlotFn<code::memo, 135>>(routine)(address, rows, width, step, resultByte);
+    return reinterpret_cast<SlotFnOf<slot::blockDwordsUniform>>(routine)(address, rows, width, step, resultByte);
   }
   return 0;
 }
@@ -496,8 +496,8 @@ void verifyBlockTest(Context& ctx, HostRoutine host, HostRoutine module) {
 
 // Slot 17: one-dimensional.
 void verifyBytesAllEqual(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRoutine) {
-  const auto host = reinterpret_cast<SlotFn<code::memo, 17>>(hostRoutine);
-  const auto module = reinterpret_cast<SlotFn<code::memo, 17>>(moduleRoutine);
+  const auto host = reinterpret_cast<SlotFnOf<slot::bytesAllEqual>>(hostRoutine);
+  const auto module = reinterpret_cast<SlotFnOf<slot::bytesAllEqual>>(moduleRoutine);
   Rng& rng = ctx.rng();
   auto run = [&](std::size_t offset, int32_t count, uint8_t value, int64_t differing,
                  Placement placement = Placement::Heap) {
@@ -544,8 +544,8 @@ void verifyBytesAllEqual(Context& ctx, HostRoutine hostRoutine, HostRoutine modu
 // ============================================================ bounds (36)
 
 void verifyByteBounds(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRoutine) {
-  const auto host = reinterpret_cast<SlotFn<code::memo, 36>>(hostRoutine);
-  const auto module = reinterpret_cast<SlotFn<code::memo, 36>>(moduleRoutine);
+  const auto host = reinterpret_cast<SlotFnOf<slot::byteBounds>>(hostRoutine);
+  const auto module = reinterpret_cast<SlotFnOf<slot::byteBounds>>(moduleRoutine);
   Rng& rng = ctx.rng();
   // plants: element positions (row-major) given a byte other than the value.
   auto run = [&](int32_t rows, int32_t width, int32_t step, uint8_t value, const std::vector<int64_t>& plants,
@@ -697,7 +697,7 @@ struct BlockTestBench final : BenchCase {
 struct BytesEqualBench final : BenchCase {
   BytesEqualBench(int width, int height) : n(benchBytes(width, height)), block(n, 0x42) { bytesMoved = n; }
   void run(HostRoutine routine) override {
-    reinterpret_cast<SlotFn<code::memo, 17>>(routine)(block.data, static_cast<int32_t>(n), 0x42);
+    reinterpret_cast<SlotFnOf<slot::bytesAllEqual>>(routine)(block.data, static_cast<int32_t>(n), 0x42);
   }
   std::size_t n;
   Buffer block;
@@ -708,7 +708,7 @@ struct BoundsBench final : BenchCase {
     bytesMoved = benchBytes(width, height);
   }
   void run(HostRoutine routine) override {
-    reinterpret_cast<SlotFn<code::memo, 36>>(routine)(block.data, h, w, w, 0x42, bounds);
+    reinterpret_cast<SlotFnOf<slot::byteBounds>>(routine)(block.data, h, w, w, 0x42, bounds);
   }
   int32_t w, h;
   Buffer block;
@@ -721,28 +721,28 @@ BenchCase* makeBench(int width, int height) {
 }
 
 const Check kMemoryChecks[] = {
-    customCheck<code::memo, 0>(&verifyCopyBytes, &makeBench<CopyBench>),
-    customCheck<code::memo, 1>(&verifyCopyBlock, &makeBench<CopyBlockBench>),
-    customCheck<code::memo, 3>(&verifyFill<uint8_t>, &makeBench<FillBench<uint8_t>>),
-    customCheck<code::memo, 4>(&verifyFillBlock<uint8_t>, &makeBench<FillBlockBench<uint8_t>>),
-    customCheck<code::memo, 17>(&verifyBytesAllEqual, &makeBench<BytesEqualBench>),
-    customCheck<code::memo, 18>(&verifyBlockTest<uint8_t, TestKind::BytesEqual>,
+    customCheck(slot::copyBytes, &verifyCopyBytes, &makeBench<CopyBench>),
+    customCheck(slot::copyBlock, &verifyCopyBlock, &makeBench<CopyBlockBench>),
+    customCheck(slot::fillBytes, &verifyFill<uint8_t>, &makeBench<FillBench<uint8_t>>),
+    customCheck(slot::fillBlock, &verifyFillBlock<uint8_t>, &makeBench<FillBlockBench<uint8_t>>),
+    customCheck(slot::bytesAllEqual, &verifyBytesAllEqual, &makeBench<BytesEqualBench>),
+    customCheck(slot::blockBytesAllEqual, &verifyBlockTest<uint8_t, TestKind::BytesEqual>,
                                 &makeBench<BlockTestBench<uint8_t, TestKind::BytesEqual>>),
-    customCheck<code::memo, 36>(&verifyByteBounds, &makeBench<BoundsBench>),
-    customCheck<code::memo, 65>(&verifyFill<uint16_t>, &makeBench<FillBench<uint16_t>>),
-    customCheck<code::memo, 66>(&verifyFillBlock<uint16_t>, &makeBench<FillBlockBench<uint16_t>>),
-    customCheck<code::memo, 83>(&verifyBlockTest<uint16_t, TestKind::WordsUniformValue>,
+    customCheck(slot::byteBounds, &verifyByteBounds, &makeBench<BoundsBench>),
+    customCheck(slot::fillWords, &verifyFill<uint16_t>, &makeBench<FillBench<uint16_t>>),
+    customCheck(slot::fillWordBlock, &verifyFillBlock<uint16_t>, &makeBench<FillBlockBench<uint16_t>>),
+    customCheck(slot::blockWordsUniformValue, &verifyBlockTest<uint16_t, TestKind::WordsUniformValue>,
                                 &makeBench<BlockTestBench<uint16_t, TestKind::WordsUniformValue>>),
-    customCheck<code::memo, 102>(&verifyBlockTest<uint16_t, TestKind::WordsEqual>,
+    customCheck(slot::blockWordsAllEqual, &verifyBlockTest<uint16_t, TestKind::WordsEqual>,
                                  &makeBench<BlockTestBench<uint16_t, TestKind::WordsEqual>>),
-    customCheck<code::memo, 135>(&verifyBlockTest<uint32_t, TestKind::DwordsUniform>,
+    customCheck(slot::blockDwordsUniform, &verifyBlockTest<uint32_t, TestKind::DwordsUniform>,
                                  &makeBench<BlockTestBench<uint32_t, TestKind::DwordsUniform>>),
-    customCheck<code::memo, 136>(&verifyFill<uint32_t>, &makeBench<FillBench<uint32_t>>),
-    customCheck<code::memo, 137>(&verifyFillBlock<uint32_t>, &makeBench<FillBlockBench<uint32_t>>),
+    customCheck(slot::fillDwords, &verifyFill<uint32_t>, &makeBench<FillBench<uint32_t>>),
+    customCheck(slot::fillDwordBlock, &verifyFillBlock<uint32_t>, &makeBench<FillBlockBench<uint32_t>>),
 };
 
 }  // namespace
 
-std::span<const Check> memoryChecks() { return kMemoryChecks; }
+std::span<const Check> checksMemory() { return kMemoryChecks; }
 
 }  // namespace tarnell::verify

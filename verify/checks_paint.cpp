@@ -230,7 +230,7 @@ constexpr int64_t kBenchMove[] = {0, 1, 0, 100};
 
 template <int Slot>
 constexpr Check check(const PlaneShape& shape) {
-  return planeCheck<code::pntg, Slot>(shape);
+  return planeCheck(SlotId<code::pntg, Slot>{}, shape);
 }
 template <const PlaneShape& Shape, const int64_t* Bench>
 constexpr PlaneShape withBench = [] {
@@ -282,6 +282,6 @@ const Check kChecks[] = {
 
 }  // namespace
 
-std::span<const Check> paintChecks() { return kChecks; }
+std::span<const Check> checksPaint() { return kChecks; }
 
 }  // namespace tarnell::verify

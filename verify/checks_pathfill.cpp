@@ -20,8 +20,8 @@ namespace tarnell::verify {
 
 namespace {
 
-using FillFn = SlotFn<code::path, 24>;
-using EstimateFn = SlotFn<code::path, 46>;
+using FillFn = SlotFnOf<slot::ApplyFillArrayOperation>;
+using EstimateFn = SlotFnOf<slot::EstimateRowCrossings>;
 
 constexpr Placement kPlacements[] = {Placement::Heap, Placement::GuardPageAfter, Placement::GuardPageBefore};
 
@@ -137,12 +137,12 @@ BenchCase* makeBench(int width, int height) {
 }
 
 const Check kPathFillChecks[] = {
-    customCheck<code::path, 24>(&verifyFillArray, &makeBench<FillArrayBench>),
-    customCheck<code::path, 46>(&verifyRowCrossings, &makeBench<RowCrossingsBench>),
+    customCheck(slot::ApplyFillArrayOperation, &verifyFillArray, &makeBench<FillArrayBench>),
+    customCheck(slot::EstimateRowCrossings, &verifyRowCrossings, &makeBench<RowCrossingsBench>),
 };
 
 }  // namespace
 
-std::span<const Check> pathfillChecks() { return kPathFillChecks; }
+std::span<const Check> checksPathFill() { return kPathFillChecks; }
 
 }  // namespace tarnell::verify

@@ -116,10 +116,6 @@ bool runCase(Context& ctx, Arena& arena, const std::string& what, const std::fun
   return ctx.judge(what, arena.difference());
 }
 
-template <uint32_t Suite, int Slot>
-SlotFn<Suite, Slot> as(HostRoutine routine) {
-  return reinterpret_cast<SlotFn<Suite, Slot>>(routine);
-}
 
 // A row stride of at least `bytes` for samples of `size` bytes: tight, padded (an
 // odd number of bytes too: 16-bit and float routines truncate it), or going down.
@@ -298,7 +294,7 @@ void verifyRowCopyCalls(Context& ctx, HostRoutine host, HostRoutine module) {
     std::vector<refhost::CallRecord> calls[2];
     for (int s = 0; s < 2; ++s) {
       h.clearLogs();
-      as<code::rsmp, 6>(s == 0 ? host : module)(a.side<uint8_t>(0, s), a.side<uint8_t>(1, s), k.rows, k.width,
+      as<slot::FilterColumnsSse2_8>(s == 0 ? host : module)(a.side<uint8_t>(0, s), a.side<uint8_t>(1, s), k.rows, k.width,
                                                  a.side<int32_t>(2, s), a.side<uint8_t>(3, s), k.sourceStride,
                                                  k.destinationStride, k.taps, a.side<int16_t>(4, s));
       for (refhost::CallRecord c : h.calls()) {
@@ -388,7 +384,7 @@ void verifyBoxAverageRows(Context& ctx, HostRoutine host, HostRoutine module) {
     if (i % 5 == 0)  // all 255: the truncated reciprocal must still give 255
       for (int32_t r = 0; r < total; ++r) std::memset(a.pristine<Byte>(0) + static_cast<std::ptrdiff_t>(r) * ss, 255, static_cast<std::size_t>(std::max(width, 1)));
     if (!runCase(ctx, a, words("rows", rows, "width", width, "source rows", total), [&](int s) {
-          as<code::rsmp, 3>(s == 0 ? host : module)(a.side<uint8_t>(0, s), a.side<uint8_t>(1, s), rows, width,
+          as<slot::BoxAverageRows8>(s == 0 ? host : module)(a.side<uint8_t>(0, s), a.side<uint8_t>(1, s), rows, width,
                                                      a.side<int32_t>(2, s), ss, ds);
         }))
       return;
@@ -410,7 +406,7 @@ struct BoxAverageBench final : BenchCase {
     bytesMoved = static_cast<uint64_t>(w) * static_cast<uint64_t>(total + height);
   }
   void run(HostRoutine routine) override {
-    as<code::rsmp, 3>(routine)(arena.side<uint8_t>(0, 1), arena.side<uint8_t>(1, 1), rows, width,
+    as<slot::BoxAverageRows8>(routine)(arena.side<uint8_t>(0, 1), arena.side<uint8_t>(1, 1), rows, width,
                                arena.side<int32_t>(2, 1), width, width);
   }
   Arena arena;
@@ -462,7 +458,7 @@ void verifyBoxReduce(Context& ctx, HostRoutine host, HostRoutine module) {
     const std::string what = words("rows", c.rows, "width", c.width, "spp", c.spp, "a", c.a, "b", c.b);
     if (!runCase(ctx, a, what, [&](int s) {
           h.clearLogs();
-          as<code::rsmp, 24>(s == 0 ? host : module)(a.side<uint8_t>(0, s), a.side<uint8_t>(1, s), c.rows, c.width,
+          as<slot::BoxReduce8>(s == 0 ? host : module)(a.side<uint8_t>(0, s), a.side<uint8_t>(1, s), c.rows, c.width,
                                                       c.ss, c.ds, c.spp, c.a, c.b);
           for (const refhost::CallRecord& r : h.calls())
             if (r.suite == code::rsmp && r.slot == 24 && r.args[3] == static_cast<uintptr_t>(static_cast<intptr_t>(c.width)))
@@ -504,7 +500,7 @@ struct BoxReduceBench final : BenchCase {
     bytesMoved = static_cast<uint64_t>(c.width) * static_cast<uint64_t>(c.rows) * static_cast<uint64_t>(1 + c.a * c.b);
   }
   void run(HostRoutine routine) override {
-    as<code::rsmp, 24>(routine)(arena.side<uint8_t>(0, 1), arena.side<uint8_t>(1, 1), c.rows, c.width, c.ss, c.ds,
+    as<slot::BoxReduce8>(routine)(arena.side<uint8_t>(0, 1), arena.side<uint8_t>(1, 1), c.rows, c.width, c.ss, c.ds,
                                 c.spp, c.a, c.b);
   }
   Arena arena;
@@ -598,7 +594,7 @@ void verifyRemapAxis(Context& ctx, HostRoutine host, HostRoutine module) {
     const std::string what = words("rows", c.rows, "pixels", c.pixels, "spp", c.spp, "first", c.first[0], "end",
                                       c.end[0], "interpolate", c.interpolate, down ? "down" : "across");
     if (!runCase(ctx, a, what, [&](int s) {
-          as<code::rsmp, 18>(s == 0 ? host : module)(a.side<uint32_t>(0, s), a.side<uint8_t>(1, s),
+          as<slot::RemapAxis8>(s == 0 ? host : module)(a.side<uint32_t>(0, s), a.side<uint8_t>(1, s),
                                                       a.side<uint8_t>(2, s), c.rows, c.pixels, c.spp, advance, step,
                                                       c.destinationAdvance, c.pixelStride, c.first[0], c.end[0],
                                                       c.interpolate);
@@ -628,7 +624,7 @@ void verifyRemapPlane(Context& ctx, HostRoutine host, HostRoutine module) {
     const std::string what = words("rows", c.rows, "pixels", c.pixels, "spp", c.spp, "x", c.first[0], c.end[0],
                                       "y", c.first[1], c.end[1], "interpolate", c.interpolate);
     if (!runCase(ctx, a, what, [&](int s) {
-          as<code::rsmp, 19>(s == 0 ? host : module)(a.side<uint32_t>(0, s), a.side<uint8_t>(1, s),
+          as<slot::RemapPlane8>(s == 0 ? host : module)(a.side<uint32_t>(0, s), a.side<uint8_t>(1, s),
                                                       a.side<uint8_t>(2, s), c.rows, c.pixels, c.spp, ps, rs,
                                                       c.destinationAdvance, c.pixelStride, c.first[0], c.end[0],
                                                       c.first[1], c.end[1], c.interpolate);
@@ -660,10 +656,10 @@ struct RemapBench final : BenchCase {
   void run(HostRoutine routine) override {
     const int32_t stride = (pixels + 1) * 4;
     if (twoAxes)
-      as<code::rsmp, 19>(routine)(arena.side<uint32_t>(0, 1), arena.side<uint8_t>(1, 1), arena.side<uint8_t>(2, 1),
+      as<slot::RemapPlane8>(routine)(arena.side<uint32_t>(0, 1), arena.side<uint8_t>(1, 1), arena.side<uint8_t>(2, 1),
                                   rows, pixels, 4, 4, stride, pixels * 4, 4, 0, pixels + 1, 0, rows + 1, 1);
     else
-      as<code::rsmp, 18>(routine)(arena.side<uint32_t>(0, 1), arena.side<uint8_t>(1, 1), arena.side<uint8_t>(2, 1),
+      as<slot::RemapAxis8>(routine)(arena.side<uint32_t>(0, 1), arena.side<uint8_t>(1, 1), arena.side<uint8_t>(2, 1),
                                   rows, pixels, 4, stride, 4, pixels * 4, 4, 0, pixels + 1, 1);
   }
   Arena arena;
@@ -674,24 +670,24 @@ BenchCase* benchRemapAxis(int width, int height) { return new RemapBench(width, 
 BenchCase* benchRemapPlane(int width, int height) { return new RemapBench(width, height, true); }
 
 const Check kChecks[] = {
-    customCheck<code::rsmp, 3>(&verifyBoxAverageRows, &benchBoxAverageRows),
-    customCheck<code::rsmp, 5>(&verifyKernelOf<5, uint8_t, Axis::Rows, Samples::Bytes>,
+    customCheck(slot::BoxAverageRows8, &verifyBoxAverageRows, &benchBoxAverageRows),
+    customCheck(slot::FilterRowsSse2_8, &verifyKernelOf<5, uint8_t, Axis::Rows, Samples::Bytes>,
                                &benchKernelOf<5, uint8_t, Axis::Rows, Samples::Bytes>),
-    customCheck<code::rsmp, 6>(&verifyKernelOf<6, uint8_t, Axis::Columns, Samples::Bytes>,
+    customCheck(slot::FilterColumnsSse2_8, &verifyKernelOf<6, uint8_t, Axis::Columns, Samples::Bytes>,
                                &benchKernelOf<6, uint8_t, Axis::Columns, Samples::Bytes>),
-    customCheck<code::rsmp, 13>(&verifyKernelOf<13, uint16_t, Axis::Rows, Samples::Words16>,
+    customCheck(slot::FilterRows16, &verifyKernelOf<13, uint16_t, Axis::Rows, Samples::Words16>,
                                 &benchKernelOf<13, uint16_t, Axis::Rows, Samples::Words15>),
-    customCheck<code::rsmp, 18>(&verifyRemapAxis, &benchRemapAxis),
-    customCheck<code::rsmp, 19>(&verifyRemapPlane, &benchRemapPlane),
-    customCheck<code::rsmp, 24>(&verifyBoxReduce, &benchBoxReduce),
-    customCheck<code::rsmp, 26>(&verifyKernelOf<26, float, Axis::Rows, Samples::FloatsWide>,
+    customCheck(slot::RemapAxis8, &verifyRemapAxis, &benchRemapAxis),
+    customCheck(slot::RemapPlane8, &verifyRemapPlane, &benchRemapPlane),
+    customCheck(slot::BoxReduce8, &verifyBoxReduce, &benchBoxReduce),
+    customCheck(slot::FilterRowsFloat, &verifyKernelOf<26, float, Axis::Rows, Samples::FloatsWide>,
                                 &benchKernelOf<26, float, Axis::Rows, Samples::FloatsWide>),
-    customCheck<code::rsmp, 27>(&verifyKernelOf<27, float, Axis::Columns, Samples::FloatsWide>,
+    customCheck(slot::FilterColumnsFloat, &verifyKernelOf<27, float, Axis::Columns, Samples::FloatsWide>,
                                 &benchKernelOf<27, float, Axis::Columns, Samples::FloatsWide>),
 };
 
 }  // namespace
 
-std::span<const Check> resampleChecks() { return kChecks; }
+std::span<const Check> checksResample() { return kChecks; }
 
 }  // namespace tarnell::verify

@@ -208,13 +208,13 @@ BenchCase* makeBench(int width, int height) {
 }
 
 const Check kChecks[] = {
-    planeCheck<code::sele, 26>(kShapeSpread),
-    customCheck<code::sele, 35>(&verifyPropagate, &makeBench<PropagateBench>),
-    customCheck<code::sele, 33>(&verifyClassify, &makeBench<ClassifyBench>),
+    planeCheck(slot::spreadMarkVertical, kShapeSpread),
+    customCheck(slot::propagateDecaying, &verifyPropagate, &makeBench<PropagateBench>),
+    customCheck(slot::selectionSlot33, &verifyClassify, &makeBench<ClassifyBench>),
 };
 
 }  // namespace
 
-std::span<const Check> selectionChecks() { return kChecks; }
+std::span<const Check> checksSelection() { return kChecks; }
 
 }  // namespace tarnell::verify

@@ -30,7 +30,7 @@ bool sameReports(const std::vector<refhost::Diagnostic>& a, const std::vector<re
 
 }  // namespace
 
-std::string compareFillArray(const FillArrayCase& c, SlotFn<code::path, 24> host, SlotFn<code::path, 24> module,
+std::string compareFillArray(const FillArrayCase& c, SlotFnOf<slot::ApplyFillArrayOperation> host, SlotFnOf<slot::ApplyFillArrayOperation> module,
                              refhost::ReferenceHost& reference, Placement placement) {
   Rng surroundings(c.words.size());
   Twin twin(surroundings, c.words.size() * 4, placement);

@@ -29,7 +29,7 @@ struct FillArrayCase {
 // against an inaccessible page (reports captured by the active host, in order),
 // and returns the first difference in the bytes, guards included, or in the
 // reports; empty when none.
-std::string compareFillArray(const FillArrayCase& c, SlotFn<code::path, 24> host, SlotFn<code::path, 24> module,
+std::string compareFillArray(const FillArrayCase& c, SlotFnOf<slot::ApplyFillArrayOperation> host, SlotFnOf<slot::ApplyFillArrayOperation> module,
                              refhost::ReferenceHost& reference, Placement placement);
 
 // Draws a case; Source has next() (64 random bits) and below(n).

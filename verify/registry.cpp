@@ -8,10 +8,10 @@ namespace tarnell::verify {
 std::span<const Check> allChecks() {
   static const std::vector<Check> all = [] {
     std::vector<Check> checks;
-    for (std::span<const Check> family : {blend8Checks(), memoryChecks(), convertChecks(), blend16Checks(), blendfChecks(),
-                                             filterChecks(), resampleChecks(), paintChecks(), pathfillChecks(),
-                                             selectionChecks()})
-      checks.insert(checks.end(), family.begin(), family.end());
+#define TARNELL_CHECK_FAMILY(F) \
+  for (const Check& c : checks##F()) checks.push_back(c);
+    TARNELL_FAMILIES(TARNELL_CHECK_FAMILY)
+#undef TARNELL_CHECK_FAMILY
     return checks;
   }();
   return all;

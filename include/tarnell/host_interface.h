@@ -99,16 +99,50 @@ constexpr int16_t kResultSuiteMissing = -1;
 template <uint32_t Suite, int Slot>
 struct SlotSignature;  // declared only for the slots the module touches
 
+// A slot by name: slot::MultiplyInto8 is SlotId<code::blnd, 74>. Every slot the
+// module writes or calls gets one, declared with its signature, so that code names
+// a slot instead of typing its number again.
+template <uint32_t Suite, int Slot>
+struct SlotId {
+  static constexpr uint32_t suite = Suite;
+  static constexpr int number = Slot;
+  static constexpr const char* name() { return SlotSignature<Suite, Slot>::name; }
+  static constexpr bool forwarded() { return SlotSignature<Suite, Slot>::forwarded; }
+};
+
 #define TARNELL_SLOT(SUITE, SLOT, NAME, RET, ...)                              \
   template <>                                                                  \
   struct SlotSignature<code::SUITE, SLOT> {                                    \
     using Fn = RET(__VA_ARGS__);                                               \
     static constexpr const char* name = #NAME;                                 \
     static constexpr const char* text = #RET " " #NAME "(" #__VA_ARGS__ ")";   \
-  };
+    static constexpr bool forwarded = false;                                   \
+  };                                                                           \
+  namespace slot {                                                             \
+  inline constexpr SlotId<code::SUITE, SLOT> NAME{};                           \
+  }
+
+// A slot the module fills with a jump to the host's own routine: its argument
+// list is the host's alone, so it has a name and no signature.
+#define TARNELL_FORWARDED_SLOT(SUITE, SLOT, NAME)                                        \
+  template <>                                                                            \
+  struct SlotSignature<code::SUITE, SLOT> {                                              \
+    static constexpr const char* name = #NAME;                                           \
+    static constexpr const char* text = #NAME "(the host's own arguments, forwarded)";   \
+    static constexpr bool forwarded = true;                                              \
+  };                                                                                     \
+  namespace slot {                                                                       \
+  inline constexpr SlotId<code::SUITE, SLOT> NAME{};                                     \
+  }
 
 template <uint32_t Suite, int Slot>
 using SlotFn = typename SlotSignature<Suite, Slot>::Fn*;
+// The routine type of a named slot, as a pointer (SlotFnOf<slot::MultiplyInto8>)
+// and as the function type that declares a routine (SlotTypeOf<...> name;).
+template <auto Id>
+using SlotFnOf = SlotFn<decltype(Id)::suite, decltype(Id)::number>;
+template <auto Id>
+using SlotTypeOf = typename SlotSignature<decltype(Id)::suite, decltype(Id)::number>::Fn;
 
 // --- 'core': host services the module calls -------------------------------
 // Slot 0: the host's buffer notification. Its arguments are four machine words
@@ -140,6 +174,9 @@ TARNELL_SLOT(memo, 110, fillFloatRect, void, float* destination, int32_t columns
 TARNELL_SLOT(memo, 135, blockDwordsUniform, uint8_t, const void* address, int32_t rows, int32_t width, int32_t step, uint8_t* result)
 TARNELL_SLOT(memo, 136, fillDwords, void, void* destination, int32_t count, uint32_t value)
 TARNELL_SLOT(memo, 137, fillDwordBlock, void, void* destination, int32_t rows, int32_t width, int32_t step, uint32_t value)
+// Slots 11 and 67: the host's long-run routines on 8- and 16-bit data.
+TARNELL_FORWARDED_SLOT(memo, 11, memoSlot11)
+TARNELL_FORWARDED_SLOT(memo, 67, memoSlot67)
 
 // --- 'conv' -----------------------------------------------------------------
 TARNELL_SLOT(conv, 16, convert16To8Planar3, void, const uint16_t* source0, const uint16_t* source1, const uint16_t* source2, uint8_t* destination0, uint8_t* destination1, uint8_t* destination2, int32_t rows, int32_t columns, int32_t sourceStride, int32_t destinationStride, uint8_t dither)
@@ -190,6 +227,12 @@ TARNELL_BLEND8_ADB(74, MultiplyInto8)
 TARNELL_BLEND8_ADB(75, InverseMultiplyInto8)
 TARNELL_SLOT(blnd, 106, FillWhereMaskClear8, void, const uint8_t* mask, uint8_t* destination, int32_t rows, int32_t columns, int32_t maskStride, int32_t destinationStride, uint8_t c)
 TARNELL_SLOT(blnd, 115, OrderedCombineInto8, void, const uint8_t* a, const uint8_t* b, uint8_t* destination, int32_t rows, int32_t columns, int32_t aStride, int32_t bStride, int32_t destinationStride)
+// The 8-bit members of the group whose formulas are the host's alone.
+TARNELL_FORWARDED_SLOT(blnd, 53, BlendPlaneRoutine53)
+TARNELL_FORWARDED_SLOT(blnd, 66, BlendPlaneRoutine66)
+TARNELL_FORWARDED_SLOT(blnd, 72, BlendPlaneRoutine72)
+TARNELL_FORWARDED_SLOT(blnd, 96, BlendPlaneRoutine96)
+TARNELL_FORWARDED_SLOT(blnd, 97, BlendPlaneRoutine97)
 
 }  // namespace tarnell
 

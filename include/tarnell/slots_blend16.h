@@ -24,4 +24,10 @@ TARNELL_SLOT(blnd, 223, OrderedCombineInto16, void, const uint16_t* a, const uin
 TARNELL_BLEND16_SDM(235, MixSourceThroughMask16)
 TARNELL_BLEND16_SDM(259, MultiplySourceThroughMask16)
 
+// The 16-bit members of the group whose formulas are the host's alone.
+TARNELL_FORWARDED_SLOT(blnd, 191, BlendPlaneRoutine191)
+TARNELL_FORWARDED_SLOT(blnd, 198, BlendPlaneRoutine198)
+TARNELL_FORWARDED_SLOT(blnd, 216, BlendPlaneRoutine216)
+TARNELL_FORWARDED_SLOT(blnd, 218, BlendPlaneRoutine218)
+
 }  // namespace tarnell

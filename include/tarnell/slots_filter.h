@@ -57,4 +57,12 @@ TARNELL_ANGULAR_REMAP(201, angularRemap16, uint16_t, uint16_t)
 TARNELL_ANGULAR_REMAP(202, angularRemapSlot202, float, int32_t)
 #undef TARNELL_ANGULAR_REMAP
 
+// The filters whose argument lists and formulas are the host's alone.
+TARNELL_FORWARDED_SLOT(filt, 31, filterSlot31)
+TARNELL_FORWARDED_SLOT(filt, 34, filterSlot34)
+TARNELL_FORWARDED_SLOT(filt, 106, filterSlot106)
+TARNELL_FORWARDED_SLOT(filt, 155, filterSlot155)
+TARNELL_FORWARDED_SLOT(filt, 195, transposeFloatTiles)
+TARNELL_FORWARDED_SLOT(filt, 197, filterSlot197)
+
 }  // namespace tarnell

@@ -72,7 +72,9 @@ TARNELL_PAINT_R(9, PaintSingle9, uint8_t, 1)
 // buffer, for i = 0 .. rows - 1, over width samples from column offset.
 TARNELL_SLOT(pntg, 18, PaintSingle18, void, int32_t firstRow, int32_t secondRow, int32_t rows, int32_t offset, int32_t width, int32_t weight, const PaintRecord* record)
 TARNELL_SLOT(pntg, 92, PaintSingle92, void, int32_t firstRow, int32_t secondRow, int32_t rows, int32_t offset, int32_t width, int32_t weight, const PaintRecord* record)
-// 38 and 79 keep the host's routines behind forwarders; the module does not
-// model their arguments.
+// Slots 38 and 79 keep the host's routines behind forwarders: only their
+// argument shapes are known.
+TARNELL_FORWARDED_SLOT(pntg, 38, PaintSingle38)
+TARNELL_FORWARDED_SLOT(pntg, 79, PaintSingle79)
 
 }  // namespace tarnell

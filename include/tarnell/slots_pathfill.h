@@ -44,4 +44,7 @@ TARNELL_SLOT(path, 24, ApplyFillArrayOperation, void, uint32_t* fillArray, uint3
 // can receive (the number of vertically monotonic pieces of the path).
 TARNELL_SLOT(path, 46, EstimateRowCrossings, int32_t, int32_t firstRow, int32_t lastRow, const double* const* knots, uint32_t knotCount, uint8_t closed)
 
+// Slot 47: the row-range scan over a record of doubles; its record is the host's.
+TARNELL_FORWARDED_SLOT(path, 47, pathSlot47)
+
 }  // namespace tarnell

@@ -44,4 +44,7 @@ TARNELL_SLOT(rsmp, 19, RemapPlane8, void, const uint32_t* coordinates, const uin
              int32_t sourceRowStride, int32_t destinationAdvance, int32_t destinationPixelStride, int32_t firstX,
              int32_t endX, int32_t firstY, int32_t endY, int16_t interpolate)
 
+// Slot 7: a run resampled by a real-valued ratio; its arguments are the host's.
+TARNELL_FORWARDED_SLOT(rsmp, 7, ResampleByRatio8)
+
 }  // namespace tarnell

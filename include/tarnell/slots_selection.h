@@ -15,4 +15,8 @@ TARNELL_SLOT(sele, 35, propagateDecaying, void, uint8_t* strength, uint8_t* valu
 // all 255, 4 no byte marked but not every byte 0.
 TARNELL_SLOT(sele, 33, selectionSlot33, int32_t, const uint8_t* plane, int32_t rows, int32_t count, int32_t step)
 
+// Slot 73: the 16-bit propagation; slot 75: a 16-bit region routine. Both are the host's alone.
+TARNELL_FORWARDED_SLOT(sele, 73, propagateDecaying16)
+TARNELL_FORWARDED_SLOT(sele, 75, selectionSlot75)
+
 }  // namespace tarnell

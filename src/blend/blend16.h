@@ -6,15 +6,15 @@
 
 namespace tarnell::blend16 {
 
-SlotSignature<code::blnd, 192>::Fn SubtractCoverage16;
-SlotSignature<code::blnd, 193>::Fn ScaleByConstant16;
-SlotSignature<code::blnd, 194>::Fn MultiplySource16;
-SlotSignature<code::blnd, 195>::Fn ComplementMultiplyInto16;
-SlotSignature<code::blnd, 219>::Fn MultiplyInto16;
-SlotSignature<code::blnd, 221>::Fn InverseMultiplyInto16;
-SlotSignature<code::blnd, 222>::Fn FillWhereMaskClear16;
-SlotSignature<code::blnd, 223>::Fn OrderedCombineInto16;
-SlotSignature<code::blnd, 235>::Fn MixSourceThroughMask16;
-SlotSignature<code::blnd, 259>::Fn MultiplySourceThroughMask16;
+SlotTypeOf<slot::SubtractCoverage16> SubtractCoverage16;
+SlotTypeOf<slot::ScaleByConstant16> ScaleByConstant16;
+SlotTypeOf<slot::MultiplySource16> MultiplySource16;
+SlotTypeOf<slot::ComplementMultiplyInto16> ComplementMultiplyInto16;
+SlotTypeOf<slot::MultiplyInto16> MultiplyInto16;
+SlotTypeOf<slot::InverseMultiplyInto16> InverseMultiplyInto16;
+SlotTypeOf<slot::FillWhereMaskClear16> FillWhereMaskClear16;
+SlotTypeOf<slot::OrderedCombineInto16> OrderedCombineInto16;
+SlotTypeOf<slot::MixSourceThroughMask16> MixSourceThroughMask16;
+SlotTypeOf<slot::MultiplySourceThroughMask16> MultiplySourceThroughMask16;
 
 }  // namespace tarnell::blend16

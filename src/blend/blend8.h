@@ -10,38 +10,38 @@
 namespace tarnell::blend8 {
 
 // --- SSE2 plane operations: 16 samples a vector step, scalar head and tail ---
-SlotSignature<code::blnd, 1>::Fn ScaleByConstant8;
-SlotSignature<code::blnd, 2>::Fn MixSourceThroughMask8;
-SlotSignature<code::blnd, 3>::Fn MixConstantThroughMask8;
-SlotSignature<code::blnd, 7>::Fn DarkenTowardSourceThroughMask8;
-SlotSignature<code::blnd, 8>::Fn DarkenTowardConstantThroughMask8;
-SlotSignature<code::blnd, 10>::Fn LightenTowardSourceThroughMask8;
-SlotSignature<code::blnd, 11>::Fn LightenTowardConstantThroughMask8;
-SlotSignature<code::blnd, 22>::Fn MultiplySourceThroughMask8;
-SlotSignature<code::blnd, 24>::Fn MultiplySource8;
-SlotSignature<code::blnd, 28>::Fn MaxSource8;
-SlotSignature<code::blnd, 29>::Fn MinSource8;
-SlotSignature<code::blnd, 30>::Fn CopyWhereMaskSet8;
-SlotSignature<code::blnd, 31>::Fn FillWhereMaskSet8;
-SlotSignature<code::blnd, 54>::Fn SubtractCoverage8;
-SlotSignature<code::blnd, 56>::Fn MultiplyWithOpacity8;
-SlotSignature<code::blnd, 74>::Fn MultiplyInto8;
-SlotSignature<code::blnd, 75>::Fn InverseMultiplyInto8;
-SlotSignature<code::blnd, 106>::Fn FillWhereMaskClear8;
-SlotSignature<code::blnd, 115>::Fn OrderedCombineInto8;
+SlotTypeOf<slot::ScaleByConstant8> ScaleByConstant8;
+SlotTypeOf<slot::MixSourceThroughMask8> MixSourceThroughMask8;
+SlotTypeOf<slot::MixConstantThroughMask8> MixConstantThroughMask8;
+SlotTypeOf<slot::DarkenTowardSourceThroughMask8> DarkenTowardSourceThroughMask8;
+SlotTypeOf<slot::DarkenTowardConstantThroughMask8> DarkenTowardConstantThroughMask8;
+SlotTypeOf<slot::LightenTowardSourceThroughMask8> LightenTowardSourceThroughMask8;
+SlotTypeOf<slot::LightenTowardConstantThroughMask8> LightenTowardConstantThroughMask8;
+SlotTypeOf<slot::MultiplySourceThroughMask8> MultiplySourceThroughMask8;
+SlotTypeOf<slot::MultiplySource8> MultiplySource8;
+SlotTypeOf<slot::MaxSource8> MaxSource8;
+SlotTypeOf<slot::MinSource8> MinSource8;
+SlotTypeOf<slot::CopyWhereMaskSet8> CopyWhereMaskSet8;
+SlotTypeOf<slot::FillWhereMaskSet8> FillWhereMaskSet8;
+SlotTypeOf<slot::SubtractCoverage8> SubtractCoverage8;
+SlotTypeOf<slot::MultiplyWithOpacity8> MultiplyWithOpacity8;
+SlotTypeOf<slot::MultiplyInto8> MultiplyInto8;
+SlotTypeOf<slot::InverseMultiplyInto8> InverseMultiplyInto8;
+SlotTypeOf<slot::FillWhereMaskClear8> FillWhereMaskClear8;
+SlotTypeOf<slot::OrderedCombineInto8> OrderedCombineInto8;
 
 // --- Table-driven overlay and screen routines (scalar) ---
-SlotSignature<code::blnd, 26>::Fn ScreenConstantThroughMask8;
-SlotSignature<code::blnd, 27>::Fn ScreenSource8;
-SlotSignature<code::blnd, 47>::Fn OverlaySourceThroughMask8;
-SlotSignature<code::blnd, 48>::Fn OverlayConstantThroughMask8;
-SlotSignature<code::blnd, 49>::Fn OverlaySource8;
-SlotSignature<code::blnd, 50>::Fn SourceBasedOverlayThroughMask8;
-SlotSignature<code::blnd, 51>::Fn ConstantBasedOverlayThroughMask8;
-SlotSignature<code::blnd, 52>::Fn SourceBasedOverlay8;
-SlotSignature<code::blnd, 57>::Fn ScreenSourceWithOpacity8;
-SlotSignature<code::blnd, 58>::Fn OverlaySourceWithOpacity8;
-SlotSignature<code::blnd, 59>::Fn SourceBasedOverlayWithOpacity8;
+SlotTypeOf<slot::ScreenConstantThroughMask8> ScreenConstantThroughMask8;
+SlotTypeOf<slot::ScreenSource8> ScreenSource8;
+SlotTypeOf<slot::OverlaySourceThroughMask8> OverlaySourceThroughMask8;
+SlotTypeOf<slot::OverlayConstantThroughMask8> OverlayConstantThroughMask8;
+SlotTypeOf<slot::OverlaySource8> OverlaySource8;
+SlotTypeOf<slot::SourceBasedOverlayThroughMask8> SourceBasedOverlayThroughMask8;
+SlotTypeOf<slot::ConstantBasedOverlayThroughMask8> ConstantBasedOverlayThroughMask8;
+SlotTypeOf<slot::SourceBasedOverlay8> SourceBasedOverlay8;
+SlotTypeOf<slot::ScreenSourceWithOpacity8> ScreenSourceWithOpacity8;
+SlotTypeOf<slot::OverlaySourceWithOpacity8> OverlaySourceWithOpacity8;
+SlotTypeOf<slot::SourceBasedOverlayWithOpacity8> SourceBasedOverlayWithOpacity8;
 
 // The forwarding routines to the host's own blending routines: one per slot that
 // a module routine may hand a case back to. Nothing installs them; they are the

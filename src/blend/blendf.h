@@ -6,11 +6,11 @@
 
 namespace tarnell::blendf {
 
-SlotSignature<code::blnd, 275>::Fn FloatCompositeRecord275;  // nothing-to-do test, then the host's routine
-SlotSignature<code::blnd, 276>::Fn LightenTowardSourceFloat;
-SlotSignature<code::blnd, 277>::Fn DarkenTowardSourceFloat;
-SlotSignature<code::blnd, 278>::Fn AddSourceFloat;
-SlotSignature<code::blnd, 289>::Fn MinSourceFloat;
-SlotSignature<code::blnd, 320>::Fn OverlaySourceFloat;
+SlotTypeOf<slot::FloatCompositeRecord275> FloatCompositeRecord275;  // nothing-to-do test, then the host's routine
+SlotTypeOf<slot::LightenTowardSourceFloat> LightenTowardSourceFloat;
+SlotTypeOf<slot::DarkenTowardSourceFloat> DarkenTowardSourceFloat;
+SlotTypeOf<slot::AddSourceFloat> AddSourceFloat;
+SlotTypeOf<slot::MinSourceFloat> MinSourceFloat;
+SlotTypeOf<slot::OverlaySourceFloat> OverlaySourceFloat;
 
 }  // namespace tarnell::blendf

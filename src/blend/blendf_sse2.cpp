@@ -259,7 +259,7 @@ void composite(const FloatCompositeRecord* record) {
   if constexpr (std::is_same_v<Op, Darken>) {
     // Darkening toward a constant 0 at full opacity sets every sample to 0.
     if (r.source == nullptr && r.sourceConstant == 0.0f && r.opacity == 255 && r.mask == nullptr) {
-      liveRoutine<code::memo, 110>()(r.destination, r.columns, r.rows, r.destinationRowStride,
+      liveRoutine<slot::fillFloatRect>()(r.destination, r.columns, r.rows, r.destinationRowStride,
                                      r.destinationSampleStep >> 2, 0.0f);
       return;
     }
@@ -268,10 +268,10 @@ void composite(const FloatCompositeRecord* record) {
   switch (caseNumber(r)) {
     case 4:
       if constexpr (std::is_same_v<Op, Lighten>) {
-        liveRoutine<code::blnd, 290>()(r.source, r.destination, r.columns, r.rows, r.sourceRowStride,
+        liveRoutine<slot::MaxSourceFloat>()(r.source, r.destination, r.columns, r.rows, r.sourceRowStride,
                                        r.destinationRowStride);
       } else if constexpr (std::is_same_v<Op, Darken>) {
-        liveRoutine<code::blnd, 289>()(r.source, r.destination, r.columns, r.rows, r.sourceRowStride,
+        liveRoutine<slot::MinSourceFloat>()(r.source, r.destination, r.columns, r.rows, r.sourceRowStride,
                                        r.destinationRowStride);
       } else {
         ownLoop<Op, Weight::None>(r.source, r.destination, nullptr, r.columns, r.rows, r.sourceRowStride,
@@ -300,7 +300,7 @@ void OverlaySourceFloat(const FloatCompositeRecord* record) { composite<Overlay>
 // to the host's own routine unchanged. Not an accelerated routine.
 void FloatCompositeRecord275(const FloatCompositeRecord* record) {
   if (nothingToDo(*record)) return;
-  savedRoutine<code::blnd, 275>()(record);
+  savedRoutine<slot::FloatCompositeRecord275>()(record);
 }
 
 void MinSourceFloat(const float* source, float* destination, int32_t columns, int32_t rows, int32_t sourceRowStride,

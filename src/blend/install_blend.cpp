@@ -72,69 +72,69 @@ void installBlend(const SuiteWriter<code::blnd>& w, const CpuFeatureFlags& flags
   // The table-driven overlay and screen routines need nothing beyond the
   // baseline; the second SSE flag is the one that gates this suite.
   if (flags.sseSecond != 0) {
-    w.put<50>(&SourceBasedOverlayThroughMask8);
-    w.put<51>(&ConstantBasedOverlayThroughMask8);
-    w.put<52>(&SourceBasedOverlay8);
-    w.put<59>(&SourceBasedOverlayWithOpacity8);
-    w.put<47>(&OverlaySourceThroughMask8);
-    w.put<48>(&OverlayConstantThroughMask8);
-    w.put<49>(&OverlaySource8);
-    w.put<58>(&OverlaySourceWithOpacity8);
-    w.put<57>(&ScreenSourceWithOpacity8);
-    w.put<26>(&ScreenConstantThroughMask8);
-    w.put<27>(&ScreenSource8);
+    w.put(slot::SourceBasedOverlayThroughMask8, &SourceBasedOverlayThroughMask8);
+    w.put(slot::ConstantBasedOverlayThroughMask8, &ConstantBasedOverlayThroughMask8);
+    w.put(slot::SourceBasedOverlay8, &SourceBasedOverlay8);
+    w.put(slot::SourceBasedOverlayWithOpacity8, &SourceBasedOverlayWithOpacity8);
+    w.put(slot::OverlaySourceThroughMask8, &OverlaySourceThroughMask8);
+    w.put(slot::OverlayConstantThroughMask8, &OverlayConstantThroughMask8);
+    w.put(slot::OverlaySource8, &OverlaySource8);
+    w.put(slot::OverlaySourceWithOpacity8, &OverlaySourceWithOpacity8);
+    w.put(slot::ScreenSourceWithOpacity8, &ScreenSourceWithOpacity8);
+    w.put(slot::ScreenConstantThroughMask8, &ScreenConstantThroughMask8);
+    w.put(slot::ScreenSource8, &ScreenSource8);
   }
   if (flags.sse2 == 0) return;
   // The SSE2 group in the group's order: 8-bit, 16-bit and float members, the
   // forwarded slots in their places.
-  w.put<1>(&ScaleByConstant8);
-  w.put<3>(&MixConstantThroughMask8);
-  w.put<2>(&MixSourceThroughMask8);
-  w.put<30>(&CopyWhereMaskSet8);
-  w.put<31>(&FillWhereMaskSet8);
-  w.put<24>(&MultiplySource8);
-  w.put<28>(&MaxSource8);
-  w.put<29>(&MinSource8);
-  w.write(53, routine(&blendForward53));
-  w.put<54>(&SubtractCoverage8);
-  w.write(96, routine(&blendForward96));
-  w.put<7>(&DarkenTowardSourceThroughMask8);
-  w.put<8>(&DarkenTowardConstantThroughMask8);
-  w.put<10>(&LightenTowardSourceThroughMask8);
-  w.put<11>(&LightenTowardConstantThroughMask8);
-  w.put<22>(&MultiplySourceThroughMask8);
-  w.put<259>(&MultiplySourceThroughMask16);
-  w.write(66, routine(&blendForward66));
-  w.write(72, routine(&blendForward72));
-  w.put<74>(&MultiplyInto8);
-  w.put<75>(&InverseMultiplyInto8);
-  w.write(97, routine(&blendForward97));
-  w.put<106>(&FillWhereMaskClear8);
-  w.put<115>(&OrderedCombineInto8);
-  w.put<193>(&ScaleByConstant16);
-  w.put<235>(&MixSourceThroughMask16);
-  w.put<194>(&MultiplySource16);
-  w.write(191, routine(&blendForward191));
-  w.put<192>(&SubtractCoverage16);
-  w.write(198, routine(&blendForward198));
-  w.write(216, routine(&blendForward216));
-  w.write(218, routine(&blendForward218));
-  w.put<219>(&MultiplyInto16);
-  w.put<221>(&InverseMultiplyInto16);
-  w.put<195>(&ComplementMultiplyInto16);
-  w.put<222>(&FillWhereMaskClear16);
-  w.put<223>(&OrderedCombineInto16);
-  w.put<56>(&MultiplyWithOpacity8);
-  w.put<277>(&blendf::DarkenTowardSourceFloat);
-  w.put<276>(&blendf::LightenTowardSourceFloat);
-  w.put<320>(&blendf::OverlaySourceFloat);
-  w.put<275>(&blendf::FloatCompositeRecord275);
-  w.put<278>(&blendf::AddSourceFloat);
-  w.put<289>(&blendf::MinSourceFloat);
+  w.put(slot::ScaleByConstant8, &ScaleByConstant8);
+  w.put(slot::MixConstantThroughMask8, &MixConstantThroughMask8);
+  w.put(slot::MixSourceThroughMask8, &MixSourceThroughMask8);
+  w.put(slot::CopyWhereMaskSet8, &CopyWhereMaskSet8);
+  w.put(slot::FillWhereMaskSet8, &FillWhereMaskSet8);
+  w.put(slot::MultiplySource8, &MultiplySource8);
+  w.put(slot::MaxSource8, &MaxSource8);
+  w.put(slot::MinSource8, &MinSource8);
+  w.forward(slot::BlendPlaneRoutine53, &blendForward53);
+  w.put(slot::SubtractCoverage8, &SubtractCoverage8);
+  w.forward(slot::BlendPlaneRoutine96, &blendForward96);
+  w.put(slot::DarkenTowardSourceThroughMask8, &DarkenTowardSourceThroughMask8);
+  w.put(slot::DarkenTowardConstantThroughMask8, &DarkenTowardConstantThroughMask8);
+  w.put(slot::LightenTowardSourceThroughMask8, &LightenTowardSourceThroughMask8);
+  w.put(slot::LightenTowardConstantThroughMask8, &LightenTowardConstantThroughMask8);
+  w.put(slot::MultiplySourceThroughMask8, &MultiplySourceThroughMask8);
+  w.put(slot::MultiplySourceThroughMask16, &MultiplySourceThroughMask16);
+  w.forward(slot::BlendPlaneRoutine66, &blendForward66);
+  w.forward(slot::BlendPlaneRoutine72, &blendForward72);
+  w.put(slot::MultiplyInto8, &MultiplyInto8);
+  w.put(slot::InverseMultiplyInto8, &InverseMultiplyInto8);
+  w.forward(slot::BlendPlaneRoutine97, &blendForward97);
+  w.put(slot::FillWhereMaskClear8, &FillWhereMaskClear8);
+  w.put(slot::OrderedCombineInto8, &OrderedCombineInto8);
+  w.put(slot::ScaleByConstant16, &ScaleByConstant16);
+  w.put(slot::MixSourceThroughMask16, &MixSourceThroughMask16);
+  w.put(slot::MultiplySource16, &MultiplySource16);
+  w.forward(slot::BlendPlaneRoutine191, &blendForward191);
+  w.put(slot::SubtractCoverage16, &SubtractCoverage16);
+  w.forward(slot::BlendPlaneRoutine198, &blendForward198);
+  w.forward(slot::BlendPlaneRoutine216, &blendForward216);
+  w.forward(slot::BlendPlaneRoutine218, &blendForward218);
+  w.put(slot::MultiplyInto16, &MultiplyInto16);
+  w.put(slot::InverseMultiplyInto16, &InverseMultiplyInto16);
+  w.put(slot::ComplementMultiplyInto16, &ComplementMultiplyInto16);
+  w.put(slot::FillWhereMaskClear16, &FillWhereMaskClear16);
+  w.put(slot::OrderedCombineInto16, &OrderedCombineInto16);
+  w.put(slot::MultiplyWithOpacity8, &MultiplyWithOpacity8);
+  w.put(slot::DarkenTowardSourceFloat, &blendf::DarkenTowardSourceFloat);
+  w.put(slot::LightenTowardSourceFloat, &blendf::LightenTowardSourceFloat);
+  w.put(slot::OverlaySourceFloat, &blendf::OverlaySourceFloat);
+  w.put(slot::FloatCompositeRecord275, &blendf::FloatCompositeRecord275);
+  w.put(slot::AddSourceFloat, &blendf::AddSourceFloat);
+  w.put(slot::MinSourceFloat, &blendf::MinSourceFloat);
 }
 
 int32_t InstallBlendRoutines(HostInfo* /*hostInfo*/) {
-  installBlend(SuiteWriter<code::blnd>(g_liveTables[suiteIndexOf(code::blnd)]), g_cpuFeatureFlags);
+  installBlend(SuiteWriter<code::blnd>(g_liveTables[kBlnd], g_kernels), g_cpuFeatureFlags);
   return 1;
 }
 

@@ -411,7 +411,7 @@ void rescale16(uint16_t* data, uint32_t sourceMax, uint32_t targetMax, int32_t r
   const bool down = sourceMax == 65535 && targetMax == 32768;
   const bool up = sourceMax == 32768 && targetMax == 65535;
   if (!down && !up) {
-    savedRoutine<code::conv, 19>()(data, sourceMax, targetMax, rows, columns, stride);
+    savedRoutine<slot::rescale16>()(data, sourceMax, targetMax, rows, columns, stride);
     return;
   }
   if (rows < 1 || columns < 1) return;
@@ -428,7 +428,7 @@ void rescale16(uint16_t* data, uint32_t sourceMax, uint32_t targetMax, int32_t r
 void convertFloatTo8(const float* source, uint8_t* destination, int32_t rows, int32_t columns, int32_t sourceStride,
                      int32_t destinationStride, uint8_t dither) {
   if (dither != 0) {
-    savedRoutine<code::conv, 58>()(source, destination, rows, columns, sourceStride, destinationStride, dither);
+    savedRoutine<slot::convertFloatTo8>()(source, destination, rows, columns, sourceStride, destinationStride, dither);
     return;
   }
   if (rows < 1 || columns < 1) return;

@@ -8,25 +8,25 @@ namespace tarnell {
 // Slot 19 is written before the processor test, on every processor: re-scaling
 // needs nothing beyond the x86-64 baseline. The other conversions need SSE2.
 void installConvert(const SuiteWriter<code::conv>& writer, const CpuFeatureFlags& flags) {
-  writer.put<19>(&rescale16);
+  writer.put(slot::rescale16, &rescale16);
   if (flags.sse2 == 0) return;
-  writer.put<16>(&convert16To8Planar3);
-  writer.put<17>(&convert16To8);
-  writer.put<18>(&convert8To16);
-  writer.put<58>(&convertFloatTo8);
+  writer.put(slot::convert16To8Planar3, &convert16To8Planar3);
+  writer.put(slot::convert16To8, &convert16To8);
+  writer.put(slot::convert8To16, &convert8To16);
+  writer.put(slot::convertFloatTo8, &convertFloatTo8);
 }
 
 int32_t installConvertSuite(HostInfo* /*hostInfo*/) {
-  installConvert(SuiteWriter<code::conv>(g_liveTables[suiteIndexOf(code::conv)]), g_cpuFeatureFlags);
+  installConvert(SuiteWriter<code::conv>(g_liveTables[kConv], g_kernels), g_cpuFeatureFlags);
   return 1;
 }
 
 // The noise hook goes in whatever the processor: the dithering routines of every
 // suite read the table it keeps.
-void installNoiseHookInto(const SuiteWriter<code::core>& writer) { writer.put<3>(&registerNoiseTable); }
+void installNoiseHookInto(const SuiteWriter<code::core>& writer) { writer.put(slot::registerNoiseTable, &registerNoiseTable); }
 
 int32_t installNoiseHook(HostInfo* /*hostInfo*/) {
-  installNoiseHookInto(SuiteWriter<code::core>(g_liveTables[kCore]));
+  installNoiseHookInto(SuiteWriter<code::core>(g_liveTables[kCore], g_kernels));
   return 1;
 }
 

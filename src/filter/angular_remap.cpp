@@ -1,11 +1,11 @@
 // Angular remap (slots 200-202), the per-call and per-row part: the limits of
 // the visible source, each row's elevation and visible span. It uses the
 // library's tangent, which is why it is baseline code; each row is then done by
-// the SSE4.1 kernel (angular_remap_sse41.cpp). Installed with SSE4.1 only.
+// a row kernel (angular_remap_sse41.cpp, angular_remap_avx2.cpp). Installed with
+// SSE4.1 only.
 #include <cmath>
 
 #include "filter/filter.h"
-#include "host/cpu_features.h"
 
 namespace tarnell::filter {
 
@@ -25,15 +25,15 @@ int32_t lastColumn(float v, int32_t width) {
   return c > -1.0f ? static_cast<int32_t>(c) : -1;
 }
 
-// The slot's routine for one sample kind; Kernel picks its row kernel from the
-// SSE4.1 table. The unread words (8, 10, 12, 14) are accepted and ignored.
-template <typename Sample, typename Background, typename Value, auto Kernel>
+// The slot's routine for one sample kind; Kernel is its row kernel in one level's
+// table (SSE4.1 or AVX2). The unread words (8, 10, 12, 14) are accepted and ignored.
+template <typename Sample, typename Background, typename Value, const AngularRemapRows* Rows, auto Kernel>
 void remap(const Sample* source, Sample* destination, int32_t rows, int32_t sourceWidth, int32_t destinationWidth,
            int32_t sourceStride, int32_t destinationStride, uintptr_t, Background backgroundValue, uintptr_t,
            float turn, uintptr_t, float centre, uintptr_t, float scale, float rowCentre, float columnCentre,
            float rowScale, float focal) {
   if (rows < 1) return;
-  const auto kernel = angularRemapKernels().*Kernel;
+  const auto kernel = Rows->*Kernel;
   const auto background = static_cast<Value>(backgroundValue);
   RemapRow row{};
   row.destinationWidth = destinationWidth;
@@ -72,14 +72,13 @@ void remap(const Sample* source, Sample* destination, int32_t rows, int32_t sour
 
 }  // namespace
 
-// The processor's flags, not the installer's: the wider kernels run only where
-// they can.
-const AngularRemapKernels& angularRemapKernels() {
-  return g_cpuFeatureFlags.avx2 != 0 && g_cpuFeatureFlags.avx != 0 ? g_angularRemapAvx2 : g_angularRemapSse41;
-}
-
-const SlotFn<code::filt, 200> angularRemap8 = &remap<uint8_t, uint8_t, uint8_t, &AngularRemapKernels::row8>;
-const SlotFn<code::filt, 201> angularRemap16 = &remap<uint16_t, uint16_t, uint16_t, &AngularRemapKernels::row16>;
-const SlotFn<code::filt, 202> angularRemapSlot202 = &remap<float, int32_t, float, &AngularRemapKernels::rowFloat>;
+constinit const FilterTable g_angularRemapSse41 = {
+    .angularRemap8 = &remap<uint8_t, uint8_t, uint8_t, &g_angularRemapRowsSse41, &AngularRemapRows::row8>,
+    .angularRemap16 = &remap<uint16_t, uint16_t, uint16_t, &g_angularRemapRowsSse41, &AngularRemapRows::row16>,
+    .angularRemapSlot202 = &remap<float, int32_t, float, &g_angularRemapRowsSse41, &AngularRemapRows::rowFloat>};
+constinit const FilterTable g_angularRemapAvx2 = {
+    .angularRemap8 = &remap<uint8_t, uint8_t, uint8_t, &g_angularRemapRowsAvx2, &AngularRemapRows::row8>,
+    .angularRemap16 = &remap<uint16_t, uint16_t, uint16_t, &g_angularRemapRowsAvx2, &AngularRemapRows::row16>,
+    .angularRemapSlot202 = &remap<float, int32_t, float, &g_angularRemapRowsAvx2, &AngularRemapRows::rowFloat>};
 
 }  // namespace tarnell::filter

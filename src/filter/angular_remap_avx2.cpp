@@ -120,6 +120,6 @@ void remapRow(const RemapRow& row, Sample background) {
 
 }  // namespace
 
-constinit const AngularRemapKernels g_angularRemapAvx2 = {&remapRow<uint8_t>, &remapRow<uint16_t>, &remapRow<float>};
+constinit const AngularRemapRows g_angularRemapRowsAvx2 = {&remapRow<uint8_t>, &remapRow<uint16_t>, &remapRow<float>};
 
 }  // namespace tarnell::filter

@@ -13,6 +13,6 @@ void remapRow(const RemapRow& row, Sample background) {
 
 }  // namespace
 
-constinit const AngularRemapKernels g_angularRemapSse41 = {&remapRow<uint8_t>, &remapRow<uint16_t>, &remapRow<float>};
+constinit const AngularRemapRows g_angularRemapRowsSse41 = {&remapRow<uint8_t>, &remapRow<uint16_t>, &remapRow<float>};
 
 }  // namespace tarnell::filter

@@ -76,9 +76,9 @@ int32_t blockMatrix(const float* input, int32_t count, const float* coefficients
 
 }  // namespace
 
-const SlotFn<code::filt, 191> blockMatrixFilter2 = &blockMatrix<2, 191>;
-const SlotFn<code::filt, 192> blockMatrixFilter3 = &blockMatrix<3, 192>;
-const SlotFn<code::filt, 193> blockMatrixFilter4 = &blockMatrix<4, 193>;
-const SlotFn<code::filt, 194> blockMatrixFilter5 = &blockMatrix<5, 194>;
+const SlotFnOf<slot::blockMatrixFilter2> blockMatrixFilter2 = &blockMatrix<2, 191>;
+const SlotFnOf<slot::blockMatrixFilter3> blockMatrixFilter3 = &blockMatrix<3, 192>;
+const SlotFnOf<slot::blockMatrixFilter4> blockMatrixFilter4 = &blockMatrix<4, 193>;
+const SlotFnOf<slot::blockMatrixFilter5> blockMatrixFilter5 = &blockMatrix<5, 194>;
 
 }  // namespace tarnell::filter

@@ -86,6 +86,6 @@ void boxRow(const uint32_t* sums, int32_t span, uint16_t* out, int32_t columns, 
 
 }  // namespace
 
-constinit const BoxMeanAvx2Kernels g_boxMeanAvx2 = {&boxStrip<&addRow, &boxRow>};
+constinit const BoxMeanStrips g_boxMeanStripsAvx2 = {&boxStrip<&addRow, &boxRow>};
 
 }  // namespace tarnell::filter

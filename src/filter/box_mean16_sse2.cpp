@@ -2,13 +2,12 @@
 // rows and box sums along each row, so the cost per sample does not depend on
 // the radius; the column sums of a strip of up to 8192 source columns live on the
 // stack. Division by the box's area is a multiplication by its reciprocal,
-// computed here once per call. The routine runs the AVX2 kernel
-// (box_mean16_avx2.cpp) when the processor has it, else the SSE2 one below.
+// computed here once per call. The AVX2 body runs the strip kernel of
+// box_mean16_avx2.cpp, the SSE2 body the one below.
 #include <emmintrin.h>
 
 #include "filter/box_mean16_strip.h"
 #include "filter/filter.h"
-#include "host/cpu_features.h"
 #include "host/module_state.h"
 
 namespace tarnell::filter {
@@ -84,23 +83,22 @@ void boxRow(const uint32_t* sums, int32_t span, uint16_t* out, int32_t columns, 
   finishRow(sums, span, out, x, columns, static_cast<uint32_t>(_mm_cvtsi128_si32(previous)), divisor);
 }
 
-}  // namespace
+constinit const BoxMeanStrips stripsSse2 = {&boxStrip<&addRow, &boxRow>};
 
-// Strides are counted in samples (halved, rounding down).
-int32_t filterSlot75(const uint16_t* source, uint16_t* destination, int32_t rows, int32_t columns, int32_t sourceStride,
-                     int32_t destinationStride, int32_t radius) {
+// Strides are counted in samples (halved, rounding down). One body per strip kernel.
+template <const BoxMeanStrips* Kernels>
+int32_t boxMean16(const uint16_t* source, uint16_t* destination, int32_t rows, int32_t columns, int32_t sourceStride,
+                  int32_t destinationStride, int32_t radius) {
   if (radius >= kBoxMeanHostRadius)
-    return savedRoutine<code::filt, 75>()(source, destination, rows, columns, sourceStride, destinationStride, radius);
+    return savedRoutine<slot::filterSlot75>()(source, destination, rows, columns, sourceStride, destinationStride, radius);
   if (rows < 1 || columns < 1 || radius < 0) return 0;
   const auto span = static_cast<uint32_t>(2 * radius + 1);
   const auto area = static_cast<uint32_t>(span * span);
   // half: the rounding offset, so the quotient is the nearest mean, halves up.
   const BoxMeanDivisor divisor{invariantDivisor(area), area >> 1};
-  // The processor's flags, not the installer's: the wider kernel runs only where it
-  // can. Radius 0 (a copy, the one divisor with s1 = 0) stays with the SSE2 kernel.
-  BoxMeanStrip* const strip =
-      g_cpuFeatureFlags.avx2 != 0 && g_cpuFeatureFlags.avx != 0 && radius > 0 ? g_boxMeanAvx2.strip
-                                                                                : &boxStrip<&addRow, &boxRow>;
+  // Radius 0 (a copy, the one divisor with s1 = 0) stays with the SSE2 kernel,
+  // which the wider one does not handle.
+  BoxMeanStrip* const strip = radius > 0 ? Kernels->strip : stripsSse2.strip;
   const int32_t stripColumns = kBoxMeanStripColumns - 2 * radius;
   while (columns + 2 * radius > kBoxMeanStripColumns) {
     strip(source, destination, rows, stripColumns, sourceStride >> 1, destinationStride >> 1, radius, divisor);
@@ -109,5 +107,10 @@ int32_t filterSlot75(const uint16_t* source, uint16_t* destination, int32_t rows
   strip(source, destination, rows, columns, sourceStride >> 1, destinationStride >> 1, radius, divisor);
   return 0;
 }
+
+}  // namespace
+
+constinit const FilterTable g_boxMeanSse2 = {.filterSlot75 = &boxMean16<&stripsSse2>};
+constinit const FilterTable g_boxMeanAvx2 = {.filterSlot75 = &boxMean16<&g_boxMeanStripsAvx2>};
 
 }  // namespace tarnell::filter

@@ -28,7 +28,7 @@ inline ColumnSums column(const uint8_t* above, const uint8_t* here, const uint8_
 
 int32_t localDeviation3x3(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t columns,
                           int32_t sourceStride, int32_t destinationStride) {
-  const int32_t notified = liveRoutine<code::core, 0>()(
+  const int32_t notified = liveRoutine<slot::notifyBuffer>()(
       reinterpret_cast<uintptr_t>(source), reinterpret_cast<uintptr_t>(destination),
       static_cast<uintptr_t>(static_cast<intptr_t>(rows)), static_cast<uintptr_t>(static_cast<intptr_t>(columns)));
   if (rows < 1 || columns < 1) return notified;  // no columns: nothing to read or write

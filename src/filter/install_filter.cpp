@@ -14,41 +14,38 @@ TARNELL_FORWARDER(filterForward155, kFilt, 155);
 
 namespace tarnell {
 
-namespace {
-HostRoutine routine(void (*forwarder)()) { return reinterpret_cast<HostRoutine>(forwarder); }
-}  // namespace
-
 void installFilter(const SuiteWriter<code::filt>& w, const CpuFeatureFlags& flags) {
   using namespace filter;
   // Plain code: written on every processor, before any flag is looked at.
-  w.put<12>(&localDeviation3x3);
-  if (flags.sse != 0) w.write(34, routine(&filterForward34));
+  w.put(slot::localDeviation3x3, &localDeviation3x3);
+  // The second SSE report gates this suite (the first is the start-up's).
+  if (flags.sseSecond != 0) w.forward(slot::filterSlot34, &filterForward34);
   if (flags.sse2 != 0) {
-    w.put<28>(&filterSlot28);
-    w.write(31, routine(&filterForward31));
-    w.put<75>(&filterSlot75);
-    w.put<74>(&filterSlot74);
-    w.write(106, routine(&filterForward106));
-    w.put<189>(&maskedDifferenceSum);
-    w.put<188>(&blockDifferenceSum);
-    w.put<191>(blockMatrixFilter2);
-    w.put<192>(blockMatrixFilter3);
-    w.put<193>(blockMatrixFilter4);
-    w.put<194>(blockMatrixFilter5);
-    w.write(195, routine(&filterForward195));
-    w.write(197, routine(&filterForward197));
+    w.put(slot::filterSlot28, &filterSlot28);
+    w.forward(slot::filterSlot31, &filterForward31);
+    w.put(slot::filterSlot75);
+    w.put(slot::filterSlot74);
+    w.forward(slot::filterSlot106, &filterForward106);
+    w.put(slot::maskedDifferenceSum, &maskedDifferenceSum);
+    w.put(slot::blockDifferenceSum, &blockDifferenceSum);
+    w.put(slot::blockMatrixFilter2, blockMatrixFilter2);
+    w.put(slot::blockMatrixFilter3, blockMatrixFilter3);
+    w.put(slot::blockMatrixFilter4, blockMatrixFilter4);
+    w.put(slot::blockMatrixFilter5, blockMatrixFilter5);
+    w.forward(slot::transposeFloatTiles, &filterForward195);
+    w.forward(slot::filterSlot197, &filterForward197);
   }
   // Tested on its own: a processor may report SSE4.1 without SSE2.
   if (flags.sse41 != 0) {
-    w.put<200>(angularRemap8);
-    w.put<201>(angularRemap16);
-    w.put<202>(angularRemapSlot202);
-    w.write(155, routine(&filterForward155));
+    w.put(slot::angularRemap8);
+    w.put(slot::angularRemap16);
+    w.put(slot::angularRemapSlot202);
+    w.forward(slot::filterSlot155, &filterForward155);
   }
 }
 
 int32_t installFilterSuite(HostInfo* /*hostInfo*/) {
-  installFilter(SuiteWriter<code::filt>(g_liveTables[suiteIndexOf(code::filt)]), g_cpuFeatureFlags);
+  installFilter(SuiteWriter<code::filt>(g_liveTables[kFilt], g_kernels), g_cpuFeatureFlags);
   return 1;
 }
 

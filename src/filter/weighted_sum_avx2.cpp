@@ -100,6 +100,6 @@ void strip16(const uint16_t* source, uint16_t* destination, int32_t rows, int32_
 
 }  // namespace
 
-constinit const WeightedSumAvx2Kernels g_weightedSumAvx2 = {&strip16};
+constinit const WeightedSumStrips g_weightedSumStripsAvx2 = {&strip16};
 
 }  // namespace tarnell::filter

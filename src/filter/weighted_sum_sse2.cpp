@@ -7,7 +7,6 @@
 #include <algorithm>
 
 #include "filter/filter.h"
-#include "host/cpu_features.h"
 
 namespace tarnell::filter {
 
@@ -219,7 +218,6 @@ void strip16(const uint16_t* source, uint16_t* destination, int32_t rows, int32_
 
 }  // namespace
 
-WeightedSumStrip16* const g_weightedSumStrip16Sse2 = &strip16;
 
 void filterSlot28(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t columns, int32_t sourceStride,
                   int32_t destinationStride, const uint32_t* block) {
@@ -230,17 +228,24 @@ void filterSlot28(const uint8_t* source, uint8_t* destination, int32_t rows, int
   });
 }
 
-// Strides of 16-bit planes are counted in samples: halved, rounding down.
-void filterSlot74(const uint16_t* source, uint16_t* destination, int32_t rows, int32_t columns, int32_t sourceStride,
-                  int32_t destinationStride, const uint32_t* block) {
+namespace {
+
+constinit const WeightedSumStrips stripsSse2 = {&strip16};
+
+// Strides of 16-bit planes are counted in samples: halved, rounding down. One
+// body per strip kernel.
+template <const WeightedSumStrips* Kernels>
+void weightedSum16(const uint16_t* source, uint16_t* destination, int32_t rows, int32_t columns, int32_t sourceStride,
+                   int32_t destinationStride, const uint32_t* block) {
   if (rows < 1 || columns < 1) return;
-  // The processor's flags, not the installer's: the wider kernel runs only where
-  // it can.
-  WeightedSumStrip16* const strip =
-      g_cpuFeatureFlags.avx2 != 0 && g_cpuFeatureFlags.avx != 0 ? g_weightedSumAvx2.strip16 : &strip16;
   inStrips(source, destination, columns, [&](const uint16_t* s, uint16_t* d, int32_t n) {
-    strip(s, d, rows, n, sourceStride >> 1, destinationStride >> 1, block);
+    Kernels->strip16(s, d, rows, n, sourceStride >> 1, destinationStride >> 1, block);
   });
 }
+
+}  // namespace
+
+constinit const FilterTable g_weightedSumSse2 = {.filterSlot74 = &weightedSum16<&stripsSse2>};
+constinit const FilterTable g_weightedSumAvx2 = {.filterSlot74 = &weightedSum16<&g_weightedSumStripsAvx2>};
 
 }  // namespace tarnell::filter

@@ -5,34 +5,57 @@
 #include <tarnell/host_interface.h>
 
 #include "host/cpu_features.h"
+#include "host/kernels.h"
 
 namespace tarnell {
 
+// One write of an installer, as an observer sees it.
+struct SlotWrite {
+  int slot;
+  HostRoutine routine;
+  Level level;     // of the body written (a routine put directly is baseline code: sse2)
+  bool forwarded;  // a jump to the host's own routine of the slot
+};
+
 // Writes routine pointers into one suite's table (the host's live table at
-// start-up, a scratch table in tests). The optional observer sees every write in
-// order, which is how tests check an installer's sequence. Slots are never read back.
+// start-up, a scratch table in tests). Routines with bodies at several levels come
+// from the kernel table it is given. The optional observer sees every write in
+// order, which is how tests and the tool see an installer's sequence. Slots are
+// never read back.
 template <uint32_t Suite>
 class SuiteWriter {
  public:
-  using Observer = void (*)(void* context, int slot, HostRoutine routine);
+  using Observer = void (*)(void* context, const SlotWrite& write);
 
-  explicit SuiteWriter(HostRoutine* table, Observer observer = nullptr, void* context = nullptr)
-      : table_(table), observer_(observer), context_(context) {}
+  SuiteWriter(HostRoutine* table, const Kernels& kernels, Observer observer = nullptr, void* context = nullptr)
+      : table_(table), kernels_(kernels), observer_(observer), context_(context) {}
 
-  // The slot's signature is checked against the routine's type at compile time.
+  // A routine with one body; its type is checked against the slot's signature.
   template <int Slot>
-  void put(SlotFn<Suite, Slot> routine) const {
-    write(Slot, reinterpret_cast<HostRoutine>(routine));
+  void put(SlotId<Suite, Slot>, SlotFn<Suite, Slot> routine) const {
+    write({Slot, reinterpret_cast<HostRoutine>(routine), Level::sse2, false});
   }
-
-  // For forwarders, whose type is the slot's only by construction.
-  void write(int slot, HostRoutine routine) const {
-    if (observer_ != nullptr) observer_(context_, slot, routine);
-    table_[slot] = routine;
+  // The kernel table's body for the slot of that name.
+  template <int Slot>
+  void put(SlotId<Suite, Slot> id) const {
+    const auto& kernel = kernels_.get(id);
+    write({Slot, reinterpret_cast<HostRoutine>(kernel.fn), kernel.level, false});
+  }
+  // A jump to the host's own routine; only for slots declared as forwarded.
+  template <int Slot>
+  void forward(SlotId<Suite, Slot>, void (*forwarder)()) const {
+    static_assert(SlotSignature<Suite, Slot>::forwarded, "a slot with a signature gets a routine");
+    write({Slot, reinterpret_cast<HostRoutine>(forwarder), Level::sse2, true});
   }
 
  private:
+  void write(const SlotWrite& w) const {
+    if (observer_ != nullptr) observer_(context_, w);
+    table_[w.slot] = w.routine;
+  }
+
   HostRoutine* table_;
+  const Kernels& kernels_;
   Observer observer_;
   void* context_;
 };

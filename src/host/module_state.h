@@ -20,10 +20,21 @@ SlotFn<Suite, Slot> savedRoutine() {
   return reinterpret_cast<SlotFn<Suite, Slot>>(tarnell_saved_tables[suiteIndexOf(Suite)][Slot]);
 }
 
+// By slot name: savedRoutine<slot::rescale16>().
+template <auto Id>
+SlotFnOf<Id> savedRoutine() {
+  return savedRoutine<decltype(Id)::suite, decltype(Id)::number>();
+}
+
 template <uint32_t Suite, int Slot>
 SlotFn<Suite, Slot> liveRoutine() {
   static_assert(Slot >= 0 && Slot < kSuites[suiteIndexOf(Suite)].slotCount);
   return reinterpret_cast<SlotFn<Suite, Slot>>(g_liveTables[suiteIndexOf(Suite)][Slot]);
+}
+
+template <auto Id>
+SlotFnOf<Id> liveRoutine() {
+  return liveRoutine<decltype(Id)::suite, decltype(Id)::number>();
 }
 
 // The module's instance handle (its load address on Linux), stored at process attach.

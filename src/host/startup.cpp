@@ -5,13 +5,17 @@
 #include "host/constants.h"
 #include "host/cpu_features.h"
 #include "host/install.h"
+#include "host/kernels.h"
 #include "host/startup_tables.h"
 #include "host/suites.h"
 
 namespace tarnell {
 
-int32_t startup(HostInfo* hostInfo, int16_t* result) {
-  flagsAtStartup();
+namespace {
+
+int32_t startWithFlags(HostInfo* hostInfo, int16_t* result) {
+  // The bodies behind every slot are settled here, once, from the flags.
+  g_kernels = resolveKernels(g_cpuFeatureFlags);
 
   const int32_t acquired = acquireSuites(hostInfo);
   *result = static_cast<int16_t>(acquired);
@@ -38,6 +42,18 @@ int32_t startup(HostInfo* hostInfo, int16_t* result) {
   if (g_cpuFeatureFlags.sse2 != 0) fillConstantVectors();
   *result = 0;
   return 0;
+}
+
+}  // namespace
+
+int32_t startup(HostInfo* hostInfo, int16_t* result) {
+  flagsAtStartup();
+  return startWithFlags(hostInfo, result);
+}
+
+int32_t startupAtTier(HostInfo* hostInfo, int16_t* result, const CpuFeatureFlags& flags) {
+  g_cpuFeatureFlags = flags;
+  return startWithFlags(hostInfo, result);
 }
 
 }  // namespace tarnell

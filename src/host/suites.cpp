@@ -27,7 +27,7 @@ const HostSuite* findSuite(const HostInfo* hostInfo, uint32_t key, int16_t versi
   if (core == nullptr || revisionBelow(core->revision, 5)) return nullptr;
 
   HostSuite* found = nullptr;
-  auto query = reinterpret_cast<SlotFn<code::core, 5>>(core->slots[5]);
+  auto query = reinterpret_cast<SlotFnOf<slot::query>>(core->slots[5]);
   const uint8_t recognised = query(code::requesterModule, key, &found, core);
   if (recognised == 0 || found == nullptr || found->version != version) return nullptr;
   return found;

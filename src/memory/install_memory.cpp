@@ -1,6 +1,7 @@
 // The 'memo' installer: four tiers, each gated by its own feature flag and
 // written in this order, so a wider tier overwrites what a narrower one put in
-// the same slot.
+// the same slot. The SSE2 tier's routines are baseline code; the wider tiers'
+// come from the kernel table.
 #include "host/install.h"
 #include "host/module_state.h"
 #include "memory/memory_routines.h"
@@ -14,41 +15,39 @@ TARNELL_FORWARDER(tarnell_memo_forward_67, kMemo, 67);
 
 namespace tarnell {
 
-void installMemory(const SuiteWriter<code::memo>& writer, const CpuFeatureFlags& flags) {
+void installMemory(const SuiteWriter<code::memo>& w, const CpuFeatureFlags& flags) {
   using namespace memory;
   if (flags.sse2 != 0) {
-    writer.put<0>(&copyBytesSse2);
-    writer.put<1>(&copyBlockSse2);
-    writer.put<3>(&fillBytesSse2);
-    writer.put<4>(&fillBlockSse2);
-    writer.write(11, reinterpret_cast<HostRoutine>(&tarnell_memo_forward_11));
-    writer.put<17>(&bytesAllEqualSse2);
-    writer.put<18>(&blockBytesAllEqualSse2);
-    writer.put<65>(&fillWordsSse2);
-    writer.put<66>(&fillWordBlockSse2);
-    writer.write(67, reinterpret_cast<HostRoutine>(&tarnell_memo_forward_67));
-    writer.put<83>(&blockWordsUniformValueSse2);
-    writer.put<102>(&blockWordsAllEqualSse2);
-    writer.put<136>(&fillDwordsSse2);
+    w.put(slot::copyBytes, &copyBytesSse2);
+    w.put(slot::copyBlock, &copyBlockSse2);
+    w.put(slot::fillBytes, &fillBytesSse2);
+    w.put(slot::fillBlock, &fillBlockSse2);
+    w.forward(slot::memoSlot11, &tarnell_memo_forward_11);
+    w.put(slot::bytesAllEqual, &bytesAllEqualSse2);
+    w.put(slot::blockBytesAllEqual, &blockBytesAllEqualSse2);
+    w.put(slot::fillWords, &fillWordsSse2);
+    w.put(slot::fillWordBlock, &fillWordBlockSse2);
+    w.forward(slot::memoSlot67, &tarnell_memo_forward_67);
+    w.put(slot::blockWordsUniformValue, &blockWordsUniformValueSse2);
+    w.put(slot::blockWordsAllEqual, &blockWordsAllEqualSse2);
+    w.put(slot::fillDwords, &fillDwordsSse2);
   }
   if (flags.ssse3 != 0) {
-    writer.put<0>(g_memorySsse3.copyBytes);
-    writer.put<1>(g_memorySsse3.copyBlock);
+    w.put(slot::copyBytes);
+    w.put(slot::copyBlock);
   }
-  if (flags.sse41 != 0) {
-    writer.put<36>(g_memorySse41.byteBounds);
-  }
+  if (flags.sse41 != 0) w.put(slot::byteBounds);
   if (flags.avx != 0) {
-    writer.put<3>(g_memoryAvx.fillBytes);
-    writer.put<4>(g_memoryAvx.fillBlock);
-    writer.put<135>(g_memoryAvx.blockDwordsUniform);
-    writer.put<136>(g_memoryAvx.fillDwords);
-    writer.put<137>(g_memoryAvx.fillDwordBlock);
+    w.put(slot::fillBytes);
+    w.put(slot::fillBlock);
+    w.put(slot::blockDwordsUniform);
+    w.put(slot::fillDwords);
+    w.put(slot::fillDwordBlock);
   }
 }
 
 int32_t installMemorySuite(HostInfo* /*hostInfo*/) {
-  installMemory(SuiteWriter<code::memo>(g_liveTables[suiteIndexOf(code::memo)]), g_cpuFeatureFlags);
+  installMemory(SuiteWriter<code::memo>(g_liveTables[kMemo], g_kernels), g_cpuFeatureFlags);
   return 1;
 }
 

@@ -196,6 +196,10 @@ void fillDwordBlock(void* destination, int32_t rows, int32_t width, int32_t step
 
 }  // namespace
 
-constinit const AvxRoutines g_memoryAvx = {&fillBytes, &fillBlock, &blockDwordsUniform, &fillDwords, &fillDwordBlock};
+constinit const MemoryTable g_memoryAvx = {.fillBytes = &fillBytes,
+                                           .fillBlock = &fillBlock,
+                                           .fillDwords = &fillDwords,
+                                           .blockDwordsUniform = &blockDwordsUniform,
+                                           .fillDwordBlock = &fillDwordBlock};
 
 }  // namespace tarnell::memory

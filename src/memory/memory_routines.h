@@ -7,6 +7,8 @@
 
 #include <tarnell/host_interface.h>
 
+#include "host/kernel_table.h"
+
 #include <cstddef>
 #include <cstdint>
 
@@ -45,24 +47,22 @@ uint32_t blockWordsUniformValueSse2(const void* address, int32_t rows, int32_t w
 uint8_t blockWordsAllEqualSse2(const void* address, int32_t rows, int32_t width, int32_t step, uint16_t value);
 void fillDwordsSse2(void* destination, int32_t count, uint32_t value);
 
-// ------------------------------------------------------ wider tiers (tables)
-struct Ssse3Routines {  // memory_ssse3.cpp
-  SlotFn<code::memo, 0> copyBytes;
-  SlotFn<code::memo, 1> copyBlock;
-};
-struct Sse41Routines {  // memory_sse41.cpp
-  SlotFn<code::memo, 36> byteBounds;
-};
-struct AvxRoutines {  // memory_avx.cpp
-  SlotFn<code::memo, 3> fillBytes;
-  SlotFn<code::memo, 4> fillBlock;
-  SlotFn<code::memo, 135> blockDwordsUniform;
-  SlotFn<code::memo, 136> fillDwords;
-  SlotFn<code::memo, 137> fillDwordBlock;
-};
+// ----------------------------------------------------------- kernel tables
+// The bodies of the wider tiers, by slot: the SSSE3 copies, the SSE4.1 search,
+// the AVX fills and test; see host/kernels.h.
+#define TARNELL_MEMORY_KERNELS(X) \
+  X(copyBytes)                    \
+  X(copyBlock)                    \
+  X(fillBytes)                    \
+  X(fillBlock)                    \
+  X(fillDwords)                   \
+  X(byteBounds)                   \
+  X(blockDwordsUniform)           \
+  X(fillDwordBlock)
+TARNELL_KERNEL_TABLE(MemoryTable, TARNELL_MEMORY_KERNELS)
 
-extern constinit const Ssse3Routines g_memorySsse3;
-extern constinit const Sse41Routines g_memorySse41;
-extern constinit const AvxRoutines g_memoryAvx;
+extern constinit const MemoryTable g_memorySsse3;  // memory_ssse3.cpp
+extern constinit const MemoryTable g_memorySse41;  // memory_sse41.cpp
+extern constinit const MemoryTable g_memoryAvx;    // memory_avx.cpp
 
 }  // namespace tarnell::memory

@@ -221,7 +221,7 @@ bool blockMatches(const void* address, int32_t rows, int32_t width, int32_t step
 // The host's buffer notification that both 16-bit block tests make first, with
 // their four block arguments as machine words (integers sign-extended).
 inline void notifyHost(const void* address, int32_t rows, int32_t width, int32_t step) {
-  liveRoutine<code::core, 0>()(reinterpret_cast<uintptr_t>(address), static_cast<uintptr_t>(intptr_t{rows}),
+  liveRoutine<slot::notifyBuffer>()(reinterpret_cast<uintptr_t>(address), static_cast<uintptr_t>(intptr_t{rows}),
                                static_cast<uintptr_t>(intptr_t{width}), static_cast<uintptr_t>(intptr_t{step}));
 }
 

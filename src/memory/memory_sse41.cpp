@@ -111,6 +111,6 @@ void byteBounds(const void* address, int32_t rows, int32_t width, int32_t step, 
 
 }  // namespace
 
-constinit const Sse41Routines g_memorySse41 = {&byteBounds};
+constinit const MemoryTable g_memorySse41 = {.byteBounds = &byteBounds};
 
 }  // namespace tarnell::memory

@@ -90,6 +90,6 @@ void copyBlock(const void* source, void* destination, int32_t rows, int32_t widt
 
 }  // namespace
 
-constinit const Ssse3Routines g_memorySsse3 = {&copyBytes, &copyBlock};
+constinit const MemoryTable g_memorySsse3 = {.copyBytes = &copyBytes, .copyBlock = &copyBlock};
 
 }  // namespace tarnell::memory

@@ -13,48 +13,48 @@ namespace tarnell {
 void installPaint(const SuiteWriter<code::pntg>& w, const CpuFeatureFlags& flags) {
   using namespace paint;
   if (flags.sse2 == 0) return;
-  w.put<10>(&PaintP8);
-  w.put<28>(PaintP8x3);
-  w.put<29>(PaintP8x4);
-  w.put<61>(&PaintP16);
-  w.put<62>(PaintP16x3);
-  w.put<63>(PaintP16x4);
-  w.put<4>(&PaintQ8);
-  w.put<26>(PaintQ8x3);
-  w.put<27>(PaintQ8x4);
-  w.put<55>(&PaintQ16);
-  w.put<56>(PaintQ16x3);
-  w.put<57>(PaintQ16x4);
-  w.put<5>(&PaintSingle5);
-  w.put<81>(&PaintSingle81);
-  w.put<7>(&PaintR8);
-  w.put<24>(PaintR8x3);
-  w.put<25>(PaintR8x4);
-  w.put<58>(&PaintR16);
-  w.put<59>(PaintR16x3);
-  w.put<60>(PaintR16x4);
-  w.put<17>(&PaintS8);
-  w.put<34>(PaintS8x3);
-  w.put<35>(PaintS8x4);
-  w.put<84>(&PaintS16);
-  w.put<85>(PaintS16x3);
-  w.put<86>(PaintS16x4);
-  w.put<13>(&PaintT8);
-  w.put<36>(PaintT8x3);
-  w.put<37>(PaintT8x4);
-  w.put<87>(&PaintT16);
-  w.put<88>(PaintT16x3);
-  w.put<89>(PaintT16x4);
-  w.put<18>(&PaintSingle18);
-  w.write(38, reinterpret_cast<HostRoutine>(&paintForward38));
-  w.put<9>(&PaintSingle9);
-  w.put<92>(&PaintSingle92);
-  w.write(79, reinterpret_cast<HostRoutine>(&paintForward79));
+  w.put(slot::PaintP8, &PaintP8);
+  w.put(slot::PaintP8x3, PaintP8x3);
+  w.put(slot::PaintP8x4, PaintP8x4);
+  w.put(slot::PaintP16, &PaintP16);
+  w.put(slot::PaintP16x3, PaintP16x3);
+  w.put(slot::PaintP16x4, PaintP16x4);
+  w.put(slot::PaintQ8, &PaintQ8);
+  w.put(slot::PaintQ8x3, PaintQ8x3);
+  w.put(slot::PaintQ8x4, PaintQ8x4);
+  w.put(slot::PaintQ16, &PaintQ16);
+  w.put(slot::PaintQ16x3, PaintQ16x3);
+  w.put(slot::PaintQ16x4, PaintQ16x4);
+  w.put(slot::PaintSingle5, &PaintSingle5);
+  w.put(slot::PaintSingle81, &PaintSingle81);
+  w.put(slot::PaintR8, &PaintR8);
+  w.put(slot::PaintR8x3, PaintR8x3);
+  w.put(slot::PaintR8x4, PaintR8x4);
+  w.put(slot::PaintR16, &PaintR16);
+  w.put(slot::PaintR16x3, PaintR16x3);
+  w.put(slot::PaintR16x4, PaintR16x4);
+  w.put(slot::PaintS8, &PaintS8);
+  w.put(slot::PaintS8x3, PaintS8x3);
+  w.put(slot::PaintS8x4, PaintS8x4);
+  w.put(slot::PaintS16, &PaintS16);
+  w.put(slot::PaintS16x3, PaintS16x3);
+  w.put(slot::PaintS16x4, PaintS16x4);
+  w.put(slot::PaintT8, &PaintT8);
+  w.put(slot::PaintT8x3, PaintT8x3);
+  w.put(slot::PaintT8x4, PaintT8x4);
+  w.put(slot::PaintT16, &PaintT16);
+  w.put(slot::PaintT16x3, PaintT16x3);
+  w.put(slot::PaintT16x4, PaintT16x4);
+  w.put(slot::PaintSingle18, &PaintSingle18);
+  w.forward(slot::PaintSingle38, &paintForward38);
+  w.put(slot::PaintSingle9, &PaintSingle9);
+  w.put(slot::PaintSingle92, &PaintSingle92);
+  w.forward(slot::PaintSingle79, &paintForward79);
 }
 
 // The start-up step that installs the painting routines.
 int32_t InstallPaintRoutines(HostInfo* /*hostInfo*/) {
-  installPaint(SuiteWriter<code::pntg>(g_liveTables[suiteIndexOf(code::pntg)]), g_cpuFeatureFlags);
+  installPaint(SuiteWriter<code::pntg>(g_liveTables[kPntg], g_kernels), g_cpuFeatureFlags);
   return 1;
 }
 

@@ -50,33 +50,33 @@ void channels4(T* plane0, T* plane1, T* plane2, T* plane3, int32_t channel, int3
 }
 
 using Record = const PaintRecord*;
-inline constexpr SlotFn<code::pntg, 28> PaintP8x3 = &colours3<PaintP8, uint8_t, uint8_t, Record>;
-inline constexpr SlotFn<code::pntg, 29> PaintP8x4 = &colours4<PaintP8, uint8_t, uint8_t, Record>;
-inline constexpr SlotFn<code::pntg, 62> PaintP16x3 = &colours3<PaintP16, uint16_t, uint16_t, Record>;
-inline constexpr SlotFn<code::pntg, 63> PaintP16x4 = &colours4<PaintP16, uint16_t, uint16_t, Record>;
-inline constexpr SlotFn<code::pntg, 26> PaintQ8x3 = &colours3<PaintQ8, uint8_t, Record>;
-inline constexpr SlotFn<code::pntg, 27> PaintQ8x4 = &colours4<PaintQ8, uint8_t, Record>;
-inline constexpr SlotFn<code::pntg, 56> PaintQ16x3 = &colours3<PaintQ16, uint16_t, Record>;
-inline constexpr SlotFn<code::pntg, 57> PaintQ16x4 = &colours4<PaintQ16, uint16_t, Record>;
-inline constexpr SlotFn<code::pntg, 24> PaintR8x3 = &colours3<PaintR8, uint8_t, Record>;
-inline constexpr SlotFn<code::pntg, 25> PaintR8x4 = &colours4<PaintR8, uint8_t, Record>;
-inline constexpr SlotFn<code::pntg, 59> PaintR16x3 = &colours3<PaintR16, uint16_t, Record>;
-inline constexpr SlotFn<code::pntg, 60> PaintR16x4 = &colours4<PaintR16, uint16_t, Record>;
-inline constexpr SlotFn<code::pntg, 34> PaintS8x3 = &channels3<PaintS8, uint8_t, Record>;
-inline constexpr SlotFn<code::pntg, 35> PaintS8x4 = &channels4<PaintS8, uint8_t, Record>;
-inline constexpr SlotFn<code::pntg, 85> PaintS16x3 = &channels3<PaintS16, uint16_t, Record>;
-inline constexpr SlotFn<code::pntg, 86> PaintS16x4 = &channels4<PaintS16, uint16_t, Record>;
-inline constexpr SlotFn<code::pntg, 36> PaintT8x3 = &channels3<PaintT8, uint8_t, uint32_t, Record>;
-inline constexpr SlotFn<code::pntg, 37> PaintT8x4 = &channels4<PaintT8, uint8_t, uint32_t, Record>;
-inline constexpr SlotFn<code::pntg, 88> PaintT16x3 = &channels3<PaintT16, uint16_t, uint32_t, Record>;
-inline constexpr SlotFn<code::pntg, 89> PaintT16x4 = &channels4<PaintT16, uint16_t, uint32_t, Record>;
+inline constexpr SlotFnOf<slot::PaintP8x3> PaintP8x3 = &colours3<PaintP8, uint8_t, uint8_t, Record>;
+inline constexpr SlotFnOf<slot::PaintP8x4> PaintP8x4 = &colours4<PaintP8, uint8_t, uint8_t, Record>;
+inline constexpr SlotFnOf<slot::PaintP16x3> PaintP16x3 = &colours3<PaintP16, uint16_t, uint16_t, Record>;
+inline constexpr SlotFnOf<slot::PaintP16x4> PaintP16x4 = &colours4<PaintP16, uint16_t, uint16_t, Record>;
+inline constexpr SlotFnOf<slot::PaintQ8x3> PaintQ8x3 = &colours3<PaintQ8, uint8_t, Record>;
+inline constexpr SlotFnOf<slot::PaintQ8x4> PaintQ8x4 = &colours4<PaintQ8, uint8_t, Record>;
+inline constexpr SlotFnOf<slot::PaintQ16x3> PaintQ16x3 = &colours3<PaintQ16, uint16_t, Record>;
+inline constexpr SlotFnOf<slot::PaintQ16x4> PaintQ16x4 = &colours4<PaintQ16, uint16_t, Record>;
+inline constexpr SlotFnOf<slot::PaintR8x3> PaintR8x3 = &colours3<PaintR8, uint8_t, Record>;
+inline constexpr SlotFnOf<slot::PaintR8x4> PaintR8x4 = &colours4<PaintR8, uint8_t, Record>;
+inline constexpr SlotFnOf<slot::PaintR16x3> PaintR16x3 = &colours3<PaintR16, uint16_t, Record>;
+inline constexpr SlotFnOf<slot::PaintR16x4> PaintR16x4 = &colours4<PaintR16, uint16_t, Record>;
+inline constexpr SlotFnOf<slot::PaintS8x3> PaintS8x3 = &channels3<PaintS8, uint8_t, Record>;
+inline constexpr SlotFnOf<slot::PaintS8x4> PaintS8x4 = &channels4<PaintS8, uint8_t, Record>;
+inline constexpr SlotFnOf<slot::PaintS16x3> PaintS16x3 = &channels3<PaintS16, uint16_t, Record>;
+inline constexpr SlotFnOf<slot::PaintS16x4> PaintS16x4 = &channels4<PaintS16, uint16_t, Record>;
+inline constexpr SlotFnOf<slot::PaintT8x3> PaintT8x3 = &channels3<PaintT8, uint8_t, uint32_t, Record>;
+inline constexpr SlotFnOf<slot::PaintT8x4> PaintT8x4 = &channels4<PaintT8, uint8_t, uint32_t, Record>;
+inline constexpr SlotFnOf<slot::PaintT16x3> PaintT16x3 = &channels3<PaintT16, uint16_t, uint32_t, Record>;
+inline constexpr SlotFnOf<slot::PaintT16x4> PaintT16x4 = &channels4<PaintT16, uint16_t, uint32_t, Record>;
 
 // paint_single_sse2.cpp
-SlotSignature<code::pntg, 5>::Fn PaintSingle5;
-SlotSignature<code::pntg, 81>::Fn PaintSingle81;
-SlotSignature<code::pntg, 9>::Fn PaintSingle9;
-SlotSignature<code::pntg, 18>::Fn PaintSingle18;
-SlotSignature<code::pntg, 92>::Fn PaintSingle92;
+SlotTypeOf<slot::PaintSingle5> PaintSingle5;
+SlotTypeOf<slot::PaintSingle81> PaintSingle81;
+SlotTypeOf<slot::PaintSingle9> PaintSingle9;
+SlotTypeOf<slot::PaintSingle18> PaintSingle18;
+SlotTypeOf<slot::PaintSingle92> PaintSingle92;
 
 // Where a call's dither bytes start in the noise table, from the worker's x and
 // y and the low 32 bits of the destination's address.

@@ -45,7 +45,7 @@ using namespace fillarray;
 
 void report(FillArrayMessageId id) {
   const FillArrayMessage& m = kFillArrayMessages[id];
-  liveRoutine<code::core, 16>()(m.text, kPathSourceName, m.line, m.severity);
+  liveRoutine<slot::report>()(m.text, kPathSourceName, m.line, m.severity);
 }
 
 // Bit s: whether the combined region is filled in state s = 2 x (inside the row's
@@ -217,7 +217,7 @@ void applyFillArray(uint32_t* a, uint32_t operation, int32_t nonZeroWinding) {
   const int64_t evenCapacity = evenFloor(g.capacity);
   const uint32_t mask = kOperationMasks[std::min(operation, 4u)];
   uint32_t* scratch = a + g.end + (guard != 0 ? 1 : 0);
-  const auto copy = liveRoutine<code::memo, 0>();
+  const auto copy = liveRoutine<slot::copyBytes>();
   // A count after a step: checked for 32 bits and evenness, clamped to the row.
   auto settle = [&](int64_t& count, FillArrayMessageId overflow, FillArrayMessageId odd, FillArrayMessageId beyond) {
     if (debug && count > 0xFFFFFFFF) report(overflow);
@@ -272,7 +272,7 @@ void applyFillArray(uint32_t* a, uint32_t operation, int32_t nonZeroWinding) {
 }
 
 void reportAt(const char* text, const char* sourceName, int32_t line) {
-  liveRoutine<code::core, 16>()(text, sourceName, line, 1);
+  liveRoutine<slot::report>()(text, sourceName, line, 1);
 }
 
 }  // namespace

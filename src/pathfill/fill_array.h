@@ -13,9 +13,9 @@ namespace tarnell::pathfill {
 extern uint8_t pathDebugEnabled;
 extern uint32_t pathDebugGuard;
 
-SlotSignature<code::path, 24>::Fn ApplyFillArrayOperation;
-SlotSignature<code::path, 24>::Fn CApplyFillArrayOperation;
-SlotSignature<code::path, 46>::Fn EstimateRowCrossings;
+SlotTypeOf<slot::ApplyFillArrayOperation> ApplyFillArrayOperation;
+SlotTypeOf<slot::ApplyFillArrayOperation> CApplyFillArrayOperation;
+SlotTypeOf<slot::EstimateRowCrossings> EstimateRowCrossings;
 
 // Checks every row's crossing count and direction balance, then the guard words;
 // reports with the caller's source name and line, severity 1.

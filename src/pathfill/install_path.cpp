@@ -22,12 +22,12 @@ struct Gestalt {
 // The answer starts at 0, so a host that recognises nothing leaves 0.
 Gestalt askGestalt(uint32_t selector) {
   Gestalt g{false, 0};
-  g.recognised = liveRoutine<code::core, 5>()(code::gestaltClass, selector, &g.answer, nullptr) != 0;
+  g.recognised = liveRoutine<slot::query>()(code::gestaltClass, selector, &g.answer, nullptr) != 0;
   return g;
 }
 
 void reportPath(const char* message, int32_t line) {
-  liveRoutine<code::core, 16>()(message, pathfill::kPathSourceName, line, 1);
+  liveRoutine<slot::report>()(message, pathfill::kPathSourceName, line, 1);
 }
 
 }  // namespace
@@ -39,7 +39,7 @@ void installPath(const SuiteWriter<code::path>& writer, const char* /*moduleName
   pathDebugEnabled = debug.answer != 0 ? 1 : 0;
   if (pathDebugEnabled == 0) {
     pathDebugGuard = 0;
-    writer.put<24>(&ApplyFillArrayOperation);
+    writer.put(slot::ApplyFillArrayOperation, &ApplyFillArrayOperation);
   } else {
     pathDebugGuard = static_cast<uint32_t>(guard.answer);
     if (!debug.recognised) reportPath("Path debug enabled gestalt, 'pdbg' not recognized", 286);
@@ -47,14 +47,14 @@ void installPath(const SuiteWriter<code::path>& writer, const char* /*moduleName
     // Signed: a negative answer passes.
     if (static_cast<int64_t>(guard.answer) >= int64_t{0xFFFFFFFF})
       reportPath("Path debug guard value is bigger than expected", 288);
-    writer.put<24>(&CApplyFillArrayOperation);
+    writer.put(slot::ApplyFillArrayOperation, &CApplyFillArrayOperation);
   }
-  writer.put<46>(&EstimateRowCrossings);
-  writer.write(47, reinterpret_cast<HostRoutine>(&tarnell_path_forward_47));
+  writer.put(slot::EstimateRowCrossings, &EstimateRowCrossings);
+  writer.forward(slot::pathSlot47, &tarnell_path_forward_47);
 }
 
 int32_t installPathSuite(HostInfo* /*hostInfo*/) {
-  installPath(SuiteWriter<code::path>(g_liveTables[kPath]), kModuleName);
+  installPath(SuiteWriter<code::path>(g_liveTables[kPath], g_kernels), kModuleName);
   return 1;
 }
 

@@ -299,7 +299,7 @@ void boxReduceScalar(const uint8_t* source, uint8_t* destination, int32_t rows, 
 void BoxReduce8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t width, int32_t sourceStride,
                 int32_t destinationStride, int32_t samplesPerPixel, int32_t a, int32_t b) {
   if (width > kBoxReduceMaxWidth) {
-    reinterpret_cast<SlotFn<code::rsmp, 24>>(&HostBoxReduce8)(source, destination, rows, width, sourceStride,
+    reinterpret_cast<SlotFnOf<slot::BoxReduce8>>(&HostBoxReduce8)(source, destination, rows, width, sourceStride,
                                                               destinationStride, samplesPerPixel, a, b);
     return;
   }

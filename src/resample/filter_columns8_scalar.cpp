@@ -9,7 +9,7 @@
 namespace tarnell::resample {
 
 void copyRow(const uint8_t* source, uint8_t* destination, int32_t width) {
-  liveRoutine<code::memo, 0>()(source, destination, width);
+  liveRoutine<slot::copyBytes>()(source, destination, width);
 }
 
 void FilterColumns8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t width, const int32_t* indices,

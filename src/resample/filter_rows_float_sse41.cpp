@@ -118,6 +118,6 @@ void FilterRowsFloat(const float* source, float* destination, int32_t rowCount, 
 
 }  // namespace
 
-constinit const Sse41Routines g_resampleSse41 = {&FilterRowsFloat};
+constinit const ResampleTable g_resampleSse41 = {.FilterRowsFloat = &FilterRowsFloat};
 
 }  // namespace tarnell::resample

@@ -13,26 +13,27 @@ namespace tarnell {
 
 void installResample(const SuiteWriter<code::rsmp>& w, const CpuFeatureFlags& flags) {
   using namespace resample;
-  if (flags.sse != 0) {
-    w.write(7, reinterpret_cast<HostRoutine>(&ResampleByRatio8));
-    w.put<5>(&FilterRowsScalar8);
-    w.put<6>(&FilterColumns8);
-    w.put<18>(&RemapAxis8);
-    w.put<19>(&RemapPlane8);
-    w.put<24>(&BoxReduce8);
-    w.put<13>(&FilterRows16);
+  // The second SSE report gates this suite (the first is the start-up's).
+  if (flags.sseSecond != 0) {
+    w.forward(slot::ResampleByRatio8, &ResampleByRatio8);
+    w.put(slot::FilterRowsSse2_8, &FilterRowsScalar8);
+    w.put(slot::FilterColumnsSse2_8, &FilterColumns8);
+    w.put(slot::RemapAxis8, &RemapAxis8);
+    w.put(slot::RemapPlane8, &RemapPlane8);
+    w.put(slot::BoxReduce8, &BoxReduce8);
+    w.put(slot::FilterRows16, &FilterRows16);
   }
   if (flags.sse2 != 0) {
-    w.put<5>(&FilterRowsSse2_8);
-    w.put<6>(&FilterColumnsSse2_8);
-    w.put<3>(&BoxAverageRows8);
-    w.put<27>(&FilterColumnsFloat);
+    w.put(slot::FilterRowsSse2_8, &FilterRowsSse2_8);
+    w.put(slot::FilterColumnsSse2_8, &FilterColumnsSse2_8);
+    w.put(slot::BoxAverageRows8, &BoxAverageRows8);
+    w.put(slot::FilterColumnsFloat, &FilterColumnsFloat);
   }
-  if (flags.sse41 != 0) w.put<26>(g_resampleSse41.filterRowsFloat);
+  if (flags.sse41 != 0) w.put(slot::FilterRowsFloat);
 }
 
 int32_t InstallResampleRoutines(HostInfo* /*hostInfo*/) {
-  installResample(SuiteWriter<code::rsmp>(g_liveTables[suiteIndexOf(code::rsmp)]), g_cpuFeatureFlags);
+  installResample(SuiteWriter<code::rsmp>(g_liveTables[kRsmp], g_kernels), g_cpuFeatureFlags);
   return 1;
 }
 

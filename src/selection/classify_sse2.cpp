@@ -12,7 +12,7 @@
 namespace tarnell::selection {
 
 int32_t selectionSlot33(const uint8_t* plane, int32_t rows, int32_t count, int32_t step) {
-  if (count < 16) return savedRoutine<code::sele, 33>()(plane, rows, count, step);
+  if (count < 16) return savedRoutine<slot::selectionSlot33>()(plane, rows, count, step);
   __m128i any = _mm_setzero_si128();
   __m128i all = _mm_set1_epi8(-1);
   const uint8_t* row = plane;

@@ -13,18 +13,18 @@ namespace tarnell {
 void installSelection(const SuiteWriter<code::sele>& w, const CpuFeatureFlags& flags) {
   using namespace selection;
   if (flags.sse2 == 0) {
-    w.put<26>(&spreadMarkVerticalScalar);
+    w.put(slot::spreadMarkVertical, &spreadMarkVerticalScalar);
     return;
   }
-  w.put<35>(&propagateDecaying);
-  w.write(73, reinterpret_cast<HostRoutine>(&selectionForward73));
-  w.put<33>(&selectionSlot33);
-  w.write(75, reinterpret_cast<HostRoutine>(&selectionForward75));
-  w.put<26>(&spreadMarkVertical);
+  w.put(slot::propagateDecaying, &propagateDecaying);
+  w.forward(slot::propagateDecaying16, &selectionForward73);
+  w.put(slot::selectionSlot33, &selectionSlot33);
+  w.forward(slot::selectionSlot75, &selectionForward75);
+  w.put(slot::spreadMarkVertical, &spreadMarkVertical);
 }
 
 int32_t installSelectionSuite(HostInfo* /*hostInfo*/) {
-  installSelection(SuiteWriter<code::sele>(g_liveTables[suiteIndexOf(code::sele)]), g_cpuFeatureFlags);
+  installSelection(SuiteWriter<code::sele>(g_liveTables[kSele], g_kernels), g_cpuFeatureFlags);
   return 1;
 }
 
