@@ -64,7 +64,7 @@ TEST(PaintDither, SameCallSamePixelsAndThePatternMovesWithXYAndAddress) {
   // A half-covered move from 100 toward 200: 50.2, rounded by the dither to 50 or 51.
   auto paint = [](Dab& dab, int32_t x, int32_t y) {
     dab.fill(100, 128);
-    PaintQ8(dab.plane, x, y, dab.rows, dab.columns, dab.columns, 200, &dab.record);
+    PaintQ8(0, x, y, dab.rows, dab.columns, dab.plane, dab.columns, 200, &dab.record);
     return dab.pixels();
   };
   Dab a(4, 61), b(4, 61, 16);
@@ -82,7 +82,7 @@ TEST(PaintRules, FixedPoints) {
   Dab dab(3, 70, 5);
   // A zero mask leaves the plane alone whatever the colour and opacity.
   dab.fill(77, 0);
-  PaintP8(dab.plane, 1, 2, dab.rows, dab.columns, dab.columns, 255, 255, &dab.record);
+  PaintP8(0, 1, 2, dab.rows, dab.columns, dab.plane, dab.columns, 255, 255, &dab.record);
   EXPECT_EQ(dab.pixels(), std::vector<uint8_t>(dab.pixels().size(), 77));
   // The colour equal to the sample, or no opacity, changes nothing.
   const std::vector<uint8_t> source(dab.pixels().size(), 3);
@@ -91,25 +91,25 @@ TEST(PaintRules, FixedPoints) {
   dab.record.sourceStride = dab.columns;
   for (int m : {1, 128, 255}) {
     dab.fill(91, static_cast<uint8_t>(m));
-    PaintP8(dab.plane, 1, 2, dab.rows, dab.columns, dab.columns, 91, 255, &dab.record);
-    PaintP8(dab.plane, 1, 2, dab.rows, dab.columns, dab.columns, 3, 0, &dab.record);
-    PaintT8(dab.plane, 0, 1, 2, dab.rows, dab.columns, dab.columns, 0x100, &dab.record);  // low byte 0
+    PaintP8(0, 1, 2, dab.rows, dab.columns, dab.plane, dab.columns, 91, 255, &dab.record);
+    PaintP8(0, 1, 2, dab.rows, dab.columns, dab.plane, dab.columns, 3, 0, &dab.record);
+    PaintT8(0, 0, 2, dab.rows, dab.columns, 0, dab.plane, dab.columns, 0x100, &dab.record);  // low byte 0
     EXPECT_EQ(dab.pixels(), std::vector<uint8_t>(dab.pixels().size(), 91));
   }
   // Full mask and opacity reach the colour exactly, both ways.
   for (auto [d, c] : {std::pair<uint8_t, uint8_t>{0, 255}, {255, 0}, {10, 11}}) {
     dab.fill(d, 255);
-    PaintP8(dab.plane, 1, 2, dab.rows, dab.columns, dab.columns, c, 255, &dab.record);
+    PaintP8(0, 1, 2, dab.rows, dab.columns, dab.plane, dab.columns, c, 255, &dab.record);
     EXPECT_EQ(dab.pixels(), std::vector<uint8_t>(dab.pixels().size(), c));
   }
   // Raise-only: 5 and 9 never lower a sample.
   dab.fill(200, 255);
-  PaintSingle5(dab.plane, 1, 2, dab.rows, dab.columns, dab.columns, 10, &dab.record);
-  PaintSingle9(dab.plane, 0, 0, dab.rows, dab.columns, dab.columns, 10, &dab.record);
+  PaintSingle5(0, 1, 2, dab.rows, dab.columns, dab.plane, dab.columns, 10, &dab.record);
+  PaintSingle9(0, 0, 0, dab.rows, dab.columns, dab.plane, dab.columns, 10, &dab.record);
   EXPECT_EQ(dab.pixels(), std::vector<uint8_t>(dab.pixels().size(), 200));
   // Family R: only the threshold's low byte counts; 0 fills even a zero mask.
   dab.fill(5, 0);
-  PaintR8(dab.plane, 0x100, 0, dab.rows, dab.columns, dab.columns, 9, &dab.record);
+  PaintR8(0, 0x100, 0, dab.rows, dab.columns, dab.plane, dab.columns, 9, &dab.record);
   EXPECT_EQ(dab.pixels(), std::vector<uint8_t>(dab.pixels().size(), 9));
 }
 
@@ -120,10 +120,10 @@ TEST(PaintRules, MovesInTheBufferReturnAtOnceForTheEndWeights) {
   record.bufferStride = 8;
   const std::vector<uint16_t> before = buffer;
   for (int32_t w : {0, 255, 0x100, -1}) {
-    PaintSingle92(1, 0, 1, 0, 4, w, &record);
+    PaintSingle92(1, 0, 1, 0, 7, 4, w, &record);
     EXPECT_EQ(buffer, before) << w;
   }
-  PaintSingle92(1, 0, 1, 1, 2, 128, &record);  // columns 1 and 2 move halfway (rounded)
+  PaintSingle92(1, 0, 1, 1, 7, 2, 128, &record);  // columns 1 and 2 move halfway (rounded)
   EXPECT_EQ(buffer, (std::vector<uint16_t>{0, 16448, 16448, 0, 32768, 32768, 32768, 32768}));
 }
 
@@ -144,8 +144,8 @@ TEST(PaintRules, SixteenBitArithmeticOverEverySample) {
     record.maskStride = 2 * kAll;
     for (uint16_t c : std::initializer_list<uint16_t>{0, 1, 16384, 32767, 32768, 65535}) {
       fromHost = fromModule = ramp;
-      hostQ16(fromHost.data(), 0, 0, 1, kAll, 2 * kAll, c, &record);
-      PaintQ16(fromModule.data(), 0, 0, 1, kAll, 2 * kAll, c, &record);
+      hostQ16(0, 0, 0, 1, kAll, fromHost.data(), 2 * kAll, c, &record);
+      PaintQ16(0, 0, 0, 1, kAll, fromModule.data(), 2 * kAll, c, &record);
       ASSERT_EQ(fromModule, fromHost) << "m " << m << " c " << c;
     }
   }
@@ -160,9 +160,9 @@ TEST(PaintRules, SixteenBitArithmeticOverEverySample) {
       PaintRecord record{};
       record.bufferStride = 2 * kAll;
       record.buffer = expected.data();
-      host92(toward, 1 - toward, 1, 0, kAll, w, &record);
+      host92(toward, 1 - toward, 1, 0, 0, kAll, w, &record);
       record.buffer = buffer.data();
-      PaintSingle92(toward, 1 - toward, 1, 0, kAll, w, &record);
+      PaintSingle92(toward, 1 - toward, 1, 0, 0, kAll, w, &record);
       ASSERT_EQ(buffer, expected) << "w " << w << " toward row " << toward;
     }
   }
@@ -192,21 +192,22 @@ TEST(PaintDither, ShortNoiseBuffersMatchTheHost) {
 }
 
 // Faulty forms the checks must reject.
-void s8x3SameChannel(uint8_t* p0, uint8_t* p1, uint8_t* p2, int32_t channel, int32_t x, int32_t y, int32_t rows,
-                     int32_t columns, int32_t stride, const PaintRecord* record) {
-  for (uint8_t* p : {p0, p1, p2}) PaintS8(p, channel, x, y, rows, columns, stride, record);
+void s8x3SameChannel(int32_t a0, int32_t channel, int32_t y, int32_t rows, int32_t columns, int32_t a5, uint8_t* p0,
+                     uint8_t* p1, uint8_t* p2, int32_t stride, const PaintRecord* record) {
+  for (uint8_t* p : {p0, p1, p2}) PaintS8(a0, channel, y, rows, columns, a5, p, stride, record);
 }
-void r8ThresholdAbove(uint8_t* p, int32_t threshold, int32_t y, int32_t rows, int32_t columns, int32_t stride,
-                      uint8_t colour, const PaintRecord* record) {
-  PaintR8(p, (threshold & 0xFF) == 255 ? threshold : threshold + 1, y, rows, columns, stride, colour, record);
+void r8ThresholdAbove(int32_t a0, int32_t threshold, int32_t y, int32_t rows, int32_t columns, uint8_t* p,
+                      int32_t stride, uint32_t colour, const PaintRecord* record) {
+  PaintR8(a0, (threshold & 0xFF) == 255 ? threshold : threshold + 1, y, rows, columns, p, stride, colour, record);
 }
-void q8DitherFromTheNextRow(uint8_t* p, int32_t x, int32_t y, int32_t rows, int32_t columns, int32_t stride,
-                            uint8_t colour, const PaintRecord* record) {
-  PaintQ8(p, x, y + 1, rows, columns, stride, colour, record);
+void q8DitherFromTheNextRow(int32_t a0, int32_t x, int32_t y, int32_t rows, int32_t columns, uint8_t* p,
+                            int32_t stride, uint32_t colour, const PaintRecord* record) {
+  PaintQ8(a0, x, y + 1, rows, columns, p, stride, colour, record);
 }
-void t16x4PlanesSwapped(uint16_t* p0, uint16_t* p1, uint16_t* p2, uint16_t* p3, int32_t channel, int32_t x, int32_t y,
-                        int32_t rows, int32_t columns, int32_t stride, uint32_t opacity, const PaintRecord* record) {
-  PaintT16x4(p1, p0, p2, p3, channel, x, y, rows, columns, stride, opacity, record);
+void t16x4PlanesSwapped(int32_t a0, int32_t channel, int32_t y, int32_t rows, int32_t columns, int32_t a5,
+                        uint16_t* p0, uint16_t* p1, uint16_t* p2, uint16_t* p3, int32_t stride, uint32_t opacity,
+                        const PaintRecord* record) {
+  PaintT16x4(a0, channel, y, rows, columns, a5, p1, p0, p2, p3, stride, opacity, record);
 }
 
 TEST(PaintChecks, RejectFaultyRoutines) {
