@@ -7,9 +7,12 @@
 //   channel k's first sample) with one stride; for slots 18 and 92 a buffer and
 //   its stride. Strides are bytes, signed; 16-bit planes step rows by the stride
 //   rounded down to an even number of bytes and may start at any byte address.
-// - Workers: (plane, x, y, rows, columns, stride, values..., record); family R has
-//   its threshold in place of x (its y is unused), families S and T a source
-//   channel before x. The 16-bit workers take x and y too and ignore them.
+// - Workers: (a0, x, y, rows, columns, plane, stride, values..., record); family R
+//   has its threshold in place of x (its y is unused); families S and T a source
+//   channel in place of x, which is also the x of the dither start, and one more
+//   leading value a5 after columns. a0 and a5 are never read; the 16-bit workers
+//   ignore x and y too. Colours, opacities and thresholds are 32-bit values of
+//   which the low byte (8-bit) or the low 16 bits (16-bit) count.
 // - Dither: byte k of a call's walk is the registered noise buffer's byte
 //   (start + k) mod period; the walk runs over the whole rectangle, row after
 //   row, and every pixel takes its one (Q, S, 5, 18) or two (P, T) bytes whether
@@ -18,11 +21,12 @@
 //   (family R and slot 9 go by the threshold alone, so threshold 0 fills every
 //   pixel). 16-bit mask values and opacities are 0..32768; above that the
 //   results are outside the contract.
-// - 18 and 92: for i = 0 .. rows - 1 in that order, row secondRow + i of the
-//   buffer moves toward row firstRow + i, over width samples from column offset.
-//   The weight is the low byte of its argument. 18's dither starts from x =
-//   offset, y = width and the first written row's address and runs on over the
-//   following rows.
+// - 18 and 92 (yRow, xRow, count, offset, offset2, width, weight, record): for
+//   i = 0 .. count - 1 in that order, row xRow + i of the buffer moves toward row
+//   yRow + i, over width samples from column offset. The weight is the low byte
+//   of its argument. offset2 moves nothing; 18's dither starts from x = offset,
+//   y = offset2 and the address of the first sample written, and runs on over
+//   the following rows.
 #include <cstdint>
 #include <cstring>
 
@@ -153,55 +157,62 @@ int64_t source16(const PaintRecord* record, int32_t channel, int32_t r, int32_t 
 
 // --- family P -----------------------------------------------------------------------
 
-void paintP8(uint8_t* plane, int32_t x, int32_t y, int32_t rows, int32_t columns, int32_t stride, uint8_t colour,
-             uint8_t opacity, const PaintRecord* record) {
+void paintP8(int32_t, int32_t x, int32_t y, int32_t rows, int32_t columns, uint8_t* plane, int32_t stride,
+             uint32_t colour, uint32_t opacity, const PaintRecord* record) {
+  const int c = static_cast<int>(colour & 0xFF), o = static_cast<int>(opacity & 0xFF);
   paint8<2>(plane, x, y, rows, columns, stride, record,
-            [&](int d, int m, int32_t, int32_t, int r0, int r1) { return ruleP(d, colour, m, opacity, r0, r1); });
+            [&](int d, int m, int32_t, int32_t, int r0, int r1) { return ruleP(d, c, m, o, r0, r1); });
 }
-void paintP16(uint16_t* plane, int32_t, int32_t, int32_t rows, int32_t columns, int32_t stride, uint16_t colour,
-              uint16_t opacity, const PaintRecord* record) {
+void paintP16(int32_t, int32_t, int32_t, int32_t rows, int32_t columns, uint16_t* plane, int32_t stride,
+              uint32_t colour, uint32_t opacity, const PaintRecord* record) {
+  const int64_t c = colour & 0xFFFF;
+  const uint32_t o = opacity & 0xFFFF;
   paint16(plane, rows, columns, stride, record, [&](int64_t d, uint32_t m, int32_t, int32_t) {
-    return blend16(d, colour, opacityTimesMask(m, opacity));
+    return blend16(d, c, opacityTimesMask(m, o));
   });
 }
 
 // --- family Q -----------------------------------------------------------------------
 
-void paintQ8(uint8_t* plane, int32_t x, int32_t y, int32_t rows, int32_t columns, int32_t stride, uint8_t colour,
-             const PaintRecord* record) {
+void paintQ8(int32_t, int32_t x, int32_t y, int32_t rows, int32_t columns, uint8_t* plane, int32_t stride,
+             uint32_t colour, const PaintRecord* record) {
+  const int c = static_cast<int>(colour & 0xFF);
   paint8<1>(plane, x, y, rows, columns, stride, record,
-            [&](int d, int m, int32_t, int32_t, int r0, int) { return ruleQ(d, colour, m, r0); });
+            [&](int d, int m, int32_t, int32_t, int r0, int) { return ruleQ(d, c, m, r0); });
 }
-void paintQ16(uint16_t* plane, int32_t, int32_t, int32_t rows, int32_t columns, int32_t stride, uint16_t colour,
-              const PaintRecord* record) {
+void paintQ16(int32_t, int32_t, int32_t, int32_t rows, int32_t columns, uint16_t* plane, int32_t stride,
+              uint32_t colour, const PaintRecord* record) {
+  const int64_t c = colour & 0xFFFF;
   paint16(plane, rows, columns, stride, record,
-          [&](int64_t d, uint32_t m, int32_t, int32_t) { return blend16(d, colour, m); });
+          [&](int64_t d, uint32_t m, int32_t, int32_t) { return blend16(d, c, m); });
 }
 
 // --- family R -----------------------------------------------------------------------
 
-void paintR8(uint8_t* plane, int32_t threshold, int32_t, int32_t rows, int32_t columns, int32_t stride, uint8_t colour,
-             const PaintRecord* record) {
-  fill8(plane, threshold, rows, columns, stride, record, [&](int) { return colour; });
+void paintR8(int32_t, int32_t threshold, int32_t, int32_t rows, int32_t columns, uint8_t* plane, int32_t stride,
+             uint32_t colour, const PaintRecord* record) {
+  const int c = static_cast<int>(colour & 0xFF);
+  fill8(plane, threshold, rows, columns, stride, record, [&](int) { return c; });
 }
-void paintR16(uint16_t* plane, int32_t threshold, int32_t, int32_t rows, int32_t columns, int32_t stride,
-              uint16_t colour, const PaintRecord* record) {
+void paintR16(int32_t, int32_t threshold, int32_t, int32_t rows, int32_t columns, uint16_t* plane, int32_t stride,
+              uint32_t colour, const PaintRecord* record) {
   const uint32_t t = static_cast<uint32_t>(threshold) & 0xFFFFu;
+  const int64_t c = colour & 0xFFFF;
   for (int32_t r = 0; r < rows; ++r)
     for (int32_t j = 0; j < columns; ++j)
-      if (read16(at16(record->mask, record->maskStride, r, j)) >= t) write16(at16(plane, stride, r, j), colour);
+      if (read16(at16(record->mask, record->maskStride, r, j)) >= t) write16(at16(plane, stride, r, j), c);
 }
 
 // --- family S -----------------------------------------------------------------------
 
-void paintS8(uint8_t* plane, int32_t channel, int32_t x, int32_t y, int32_t rows, int32_t columns, int32_t stride,
-             const PaintRecord* record) {
-  paint8<1>(plane, x, y, rows, columns, stride, record, [&](int d, int m, int32_t r, int32_t j, int r0, int) {
+void paintS8(int32_t, int32_t channel, int32_t y, int32_t rows, int32_t columns, int32_t, uint8_t* plane,
+             int32_t stride, const PaintRecord* record) {
+  paint8<1>(plane, channel, y, rows, columns, stride, record, [&](int d, int m, int32_t r, int32_t j, int r0, int) {
     return ruleQ(d, source8(record, channel, r, j), m, r0);
   });
 }
-void paintS16(uint16_t* plane, int32_t channel, int32_t, int32_t, int32_t rows, int32_t columns, int32_t stride,
-              const PaintRecord* record) {
+void paintS16(int32_t, int32_t channel, int32_t, int32_t rows, int32_t columns, int32_t, uint16_t* plane,
+              int32_t stride, const PaintRecord* record) {
   paint16(plane, rows, columns, stride, record, [&](int64_t d, uint32_t m, int32_t r, int32_t j) {
     return blend16(d, source16(record, channel, r, j), m);
   });
@@ -209,15 +220,15 @@ void paintS16(uint16_t* plane, int32_t channel, int32_t, int32_t, int32_t rows, 
 
 // --- family T -----------------------------------------------------------------------
 
-void paintT8(uint8_t* plane, int32_t channel, int32_t x, int32_t y, int32_t rows, int32_t columns, int32_t stride,
-             uint32_t opacity, const PaintRecord* record) {
+void paintT8(int32_t, int32_t channel, int32_t y, int32_t rows, int32_t columns, int32_t, uint8_t* plane,
+             int32_t stride, uint32_t opacity, const PaintRecord* record) {
   const int o = static_cast<int>(opacity & 0xFF);
-  paint8<2>(plane, x, y, rows, columns, stride, record, [&](int d, int m, int32_t r, int32_t j, int r0, int r1) {
+  paint8<2>(plane, channel, y, rows, columns, stride, record, [&](int d, int m, int32_t r, int32_t j, int r0, int r1) {
     return ruleP(d, source8(record, channel, r, j), m, o, r0, r1);
   });
 }
-void paintT16(uint16_t* plane, int32_t channel, int32_t, int32_t, int32_t rows, int32_t columns, int32_t stride,
-              uint32_t opacity, const PaintRecord* record) {
+void paintT16(int32_t, int32_t channel, int32_t, int32_t rows, int32_t columns, int32_t, uint16_t* plane,
+              int32_t stride, uint32_t opacity, const PaintRecord* record) {
   const uint32_t o = opacity & 0xFFFF;
   paint16(plane, rows, columns, stride, record, [&](int64_t d, uint32_t m, int32_t r, int32_t j) {
     return blend16(d, source16(record, channel, r, j), opacityTimesMask(m, o));
@@ -228,32 +239,36 @@ void paintT16(uint16_t* plane, int32_t channel, int32_t, int32_t, int32_t rows, 
 
 // P, Q, R: colour k goes to plane k; the other arguments are shared.
 template <auto Worker, class T, class... Tail>
-void colours3(T* p0, T* p1, T* p2, int32_t a, int32_t b, int32_t rows, int32_t columns, int32_t stride, T c0, T c1,
-              T c2, Tail... tail) {
-  Worker(p0, a, b, rows, columns, stride, c0, tail...);
-  Worker(p1, a, b, rows, columns, stride, c1, tail...);
-  Worker(p2, a, b, rows, columns, stride, c2, tail...);
+void colours3(int32_t a0, int32_t a, int32_t b, int32_t rows, int32_t columns, T* p0, T* p1, T* p2, int32_t stride,
+              uint32_t c0, uint32_t c1, uint32_t c2, Tail... tail) {
+  Worker(a0, a, b, rows, columns, p0, stride, c0, tail...);
+  Worker(a0, a, b, rows, columns, p1, stride, c1, tail...);
+  Worker(a0, a, b, rows, columns, p2, stride, c2, tail...);
 }
 template <auto Worker, class T, class... Tail>
-void colours4(T* p0, T* p1, T* p2, T* p3, int32_t a, int32_t b, int32_t rows, int32_t columns, int32_t stride, T c0,
-              T c1, T c2, T c3, Tail... tail) {
-  colours3<Worker, T, Tail...>(p0, p1, p2, a, b, rows, columns, stride, c0, c1, c2, tail...);
-  Worker(p3, a, b, rows, columns, stride, c3, tail...);
+void colours4(int32_t a0, int32_t a, int32_t b, int32_t rows, int32_t columns, T* p0, T* p1, T* p2, T* p3,
+              int32_t stride, uint32_t c0, uint32_t c1, uint32_t c2, uint32_t c3, Tail... tail) {
+  colours3<Worker, T, Tail...>(a0, a, b, rows, columns, p0, p1, p2, stride, c0, c1, c2, tail...);
+  Worker(a0, a, b, rows, columns, p3, stride, c3, tail...);
 }
 
-// S, T: plane k reads channel + k.
-template <auto Worker, class T, class... Tail>
-void channels3(T* p0, T* p1, T* p2, int32_t channel, int32_t x, int32_t y, int32_t rows, int32_t columns,
-               int32_t stride, Tail... tail) {
-  Worker(p0, channel, x, y, rows, columns, stride, tail...);
-  Worker(p1, channel + 1, x, y, rows, columns, stride, tail...);
-  Worker(p2, channel + 2, x, y, rows, columns, stride, tail...);
+// S, T: plane k gets the second argument plus k (wrapping): it reads channel + k
+// and starts its dither from x + k.
+int32_t plusK(int32_t channel, uint32_t k) {
+  return static_cast<int32_t>(static_cast<uint32_t>(channel) + k);
 }
 template <auto Worker, class T, class... Tail>
-void channels4(T* p0, T* p1, T* p2, T* p3, int32_t channel, int32_t x, int32_t y, int32_t rows, int32_t columns,
+void channels3(int32_t a0, int32_t channel, int32_t y, int32_t rows, int32_t columns, int32_t a5, T* p0, T* p1, T* p2,
                int32_t stride, Tail... tail) {
-  channels3<Worker, T, Tail...>(p0, p1, p2, channel, x, y, rows, columns, stride, tail...);
-  Worker(p3, channel + 3, x, y, rows, columns, stride, tail...);
+  Worker(a0, channel, y, rows, columns, a5, p0, stride, tail...);
+  Worker(a0, plusK(channel, 1), y, rows, columns, a5, p1, stride, tail...);
+  Worker(a0, plusK(channel, 2), y, rows, columns, a5, p2, stride, tail...);
+}
+template <auto Worker, class T, class... Tail>
+void channels4(int32_t a0, int32_t channel, int32_t y, int32_t rows, int32_t columns, int32_t a5, T* p0, T* p1, T* p2,
+               T* p3, int32_t stride, Tail... tail) {
+  channels3<Worker, T, Tail...>(a0, channel, y, rows, columns, a5, p0, p1, p2, stride, tail...);
+  Worker(a0, plusK(channel, 3), y, rows, columns, a5, p3, stride, tail...);
 }
 
 using Record = const PaintRecord*;
@@ -261,25 +276,28 @@ using Record = const PaintRecord*;
 // --- single entries ---------------------------------------------------------------
 
 // 5: family Q's rule where the colour is above the sample; never lowers it.
-void paintSingle5(uint8_t* plane, int32_t x, int32_t y, int32_t rows, int32_t columns, int32_t stride, uint8_t colour,
-                  const PaintRecord* record) {
+void paintSingle5(int32_t, int32_t x, int32_t y, int32_t rows, int32_t columns, uint8_t* plane, int32_t stride,
+                  uint32_t colour, const PaintRecord* record) {
+  const int c = static_cast<int>(colour & 0xFF);
   paint8<1>(plane, x, y, rows, columns, stride, record,
-            [&](int d, int m, int32_t, int32_t, int r0, int) { return colour > d ? ruleQ(d, colour, m, r0) : d; });
+            [&](int d, int m, int32_t, int32_t, int r0, int) { return c > d ? ruleQ(d, c, m, r0) : d; });
 }
 
 // 81: the 16-bit counterpart of 5, without dither.
-void paintSingle81(uint16_t* plane, int32_t, int32_t, int32_t rows, int32_t columns, int32_t stride, uint16_t colour,
-                   const PaintRecord* record) {
+void paintSingle81(int32_t, int32_t, int32_t, int32_t rows, int32_t columns, uint16_t* plane, int32_t stride,
+                   uint32_t colour, const PaintRecord* record) {
+  const uint32_t c = colour & 0xFFFF;
   paint16(plane, rows, columns, stride, record, [&](int64_t d, uint32_t m, int32_t, int32_t) -> int64_t {
-    if (colour <= d) return d;
-    return d + ((m * (colour - static_cast<uint32_t>(d)) + 16384u) >> 15);
+    if (c <= d) return d;
+    return d + ((m * (c - static_cast<uint32_t>(d)) + 16384u) >> 15);
   });
 }
 
 // 9: family R's threshold with a raise-only write.
-void paintSingle9(uint8_t* plane, int32_t threshold, int32_t, int32_t rows, int32_t columns, int32_t stride,
-                  uint8_t colour, const PaintRecord* record) {
-  fill8(plane, threshold, rows, columns, stride, record, [&](int d) { return d < colour ? colour : d; });
+void paintSingle9(int32_t, int32_t threshold, int32_t, int32_t rows, int32_t columns, uint8_t* plane, int32_t stride,
+                  uint32_t colour, const PaintRecord* record) {
+  const int c = static_cast<int>(colour & 0xFF);
+  fill8(plane, threshold, rows, columns, stride, record, [&](int d) { return d < c ? c : d; });
 }
 
 Byte* bufferAt(const PaintRecord* record, int64_t row, int32_t offset, int bytes) {
@@ -287,15 +305,15 @@ Byte* bufferAt(const PaintRecord* record, int64_t row, int32_t offset, int bytes
                     : at16(record->buffer, record->bufferStride, row, offset);
 }
 
-// 18: row secondRow + i moves toward row firstRow + i by the weight, dithered.
-void paintSingle18(int32_t firstRow, int32_t secondRow, int32_t rows, int32_t offset, int32_t width, int32_t weight,
-                   const PaintRecord* record) {
+// 18: row xRow + i moves toward row yRow + i by the weight, dithered.
+void paintSingle18(int32_t yRow, int32_t xRow, int32_t count, int32_t offset, int32_t offset2, int32_t width,
+                   int32_t weight, const PaintRecord* record) {
   const int w = weight & 0xFF;
-  if (w == 0 || w == 255 || rows < 1 || width < 1) return;
-  Dither dither(offset, width, bufferAt(record, secondRow, offset, 1));
-  for (int32_t i = 0; i < rows; ++i) {
-    Byte* x = bufferAt(record, int64_t{secondRow} + i, offset, 1);
-    const Byte* y = bufferAt(record, int64_t{firstRow} + i, offset, 1);
+  if (w == 0 || w == 255 || count < 1 || width < 1) return;
+  Dither dither(offset, offset2, bufferAt(record, xRow, offset, 1));
+  for (int32_t i = 0; i < count; ++i) {
+    Byte* x = bufferAt(record, int64_t{xRow} + i, offset, 1);
+    const Byte* y = bufferAt(record, int64_t{yRow} + i, offset, 1);
     for (int32_t j = 0; j < width; ++j) {
       const int r = dither.next();
       if (x[j] != y[j]) x[j] = static_cast<Byte>(ruleQ(x[j], y[j], w, r));
@@ -304,13 +322,13 @@ void paintSingle18(int32_t firstRow, int32_t secondRow, int32_t rows, int32_t of
 }
 
 // 92: the same move on 16-bit samples by (|y - x| w + 127) / 255, without dither.
-void paintSingle92(int32_t firstRow, int32_t secondRow, int32_t rows, int32_t offset, int32_t width, int32_t weight,
+void paintSingle92(int32_t yRow, int32_t xRow, int32_t count, int32_t offset, int32_t, int32_t width, int32_t weight,
                    const PaintRecord* record) {
   const int64_t w = weight & 0xFF;
-  if (w == 0 || w == 255 || rows < 1 || width < 1) return;
-  for (int32_t i = 0; i < rows; ++i) {
-    Byte* x = bufferAt(record, int64_t{secondRow} + i, offset, 2);
-    const Byte* y = bufferAt(record, int64_t{firstRow} + i, offset, 2);
+  if (w == 0 || w == 255 || count < 1 || width < 1) return;
+  for (int32_t i = 0; i < count; ++i) {
+    Byte* x = bufferAt(record, int64_t{xRow} + i, offset, 2);
+    const Byte* y = bufferAt(record, int64_t{yRow} + i, offset, 2);
     for (int32_t j = 0; j < width; ++j) {
       const int64_t xv = read16(x + 2 * j), yv = read16(y + 2 * j);
       const int64_t q = ((yv > xv ? yv - xv : xv - yv) * w + 127) / 255;
@@ -321,11 +339,11 @@ void paintSingle92(int32_t firstRow, int32_t secondRow, int32_t rows, int32_t of
 
 const PortableRoutine kRoutines[] = {
     portable(slot::PaintP8, &paintP8),
-    portable(slot::PaintP8x3, &colours3<paintP8, uint8_t, uint8_t, Record>),
-    portable(slot::PaintP8x4, &colours4<paintP8, uint8_t, uint8_t, Record>),
+    portable(slot::PaintP8x3, &colours3<paintP8, uint8_t, uint32_t, Record>),
+    portable(slot::PaintP8x4, &colours4<paintP8, uint8_t, uint32_t, Record>),
     portable(slot::PaintP16, &paintP16),
-    portable(slot::PaintP16x3, &colours3<paintP16, uint16_t, uint16_t, Record>),
-    portable(slot::PaintP16x4, &colours4<paintP16, uint16_t, uint16_t, Record>),
+    portable(slot::PaintP16x3, &colours3<paintP16, uint16_t, uint32_t, Record>),
+    portable(slot::PaintP16x4, &colours4<paintP16, uint16_t, uint32_t, Record>),
     portable(slot::PaintQ8, &paintQ8),
     portable(slot::PaintQ8x3, &colours3<paintQ8, uint8_t, Record>),
     portable(slot::PaintQ8x4, &colours4<paintQ8, uint8_t, Record>),

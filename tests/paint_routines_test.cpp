@@ -1,12 +1,15 @@
 // The painting routines through the static library. The harness (EveryCheck)
 // compares every slot with the host's routine on random planes at every width
 // and alignment; these tests add the dither's start and how it moves, the rules'
-// fixed points, noise buffers too short to read a vector step in place, and that
-// the checks catch the faults a companion or a threshold can have.
+// fixed points, noise buffers too short to read a vector step in place, that
+// unused arguments and bits do not count, and that the checks catch the faults a
+// companion, a threshold or an argument list can have.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstring>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "convert/noise_table.h"
@@ -64,7 +67,7 @@ TEST(PaintDither, SameCallSamePixelsAndThePatternMovesWithXYAndAddress) {
   // A half-covered move from 100 toward 200: 50.2, rounded by the dither to 50 or 51.
   auto paint = [](Dab& dab, int32_t x, int32_t y) {
     dab.fill(100, 128);
-    PaintQ8(dab.plane, x, y, dab.rows, dab.columns, dab.columns, 200, &dab.record);
+    PaintQ8(0, x, y, dab.rows, dab.columns, dab.plane, dab.columns, 200, &dab.record);
     return dab.pixels();
   };
   Dab a(4, 61), b(4, 61, 16);
@@ -82,7 +85,7 @@ TEST(PaintRules, FixedPoints) {
   Dab dab(3, 70, 5);
   // A zero mask leaves the plane alone whatever the colour and opacity.
   dab.fill(77, 0);
-  PaintP8(dab.plane, 1, 2, dab.rows, dab.columns, dab.columns, 255, 255, &dab.record);
+  PaintP8(0, 1, 2, dab.rows, dab.columns, dab.plane, dab.columns, 255, 255, &dab.record);
   EXPECT_EQ(dab.pixels(), std::vector<uint8_t>(dab.pixels().size(), 77));
   // The colour equal to the sample, or no opacity, changes nothing.
   const std::vector<uint8_t> source(dab.pixels().size(), 3);
@@ -91,25 +94,25 @@ TEST(PaintRules, FixedPoints) {
   dab.record.sourceStride = dab.columns;
   for (int m : {1, 128, 255}) {
     dab.fill(91, static_cast<uint8_t>(m));
-    PaintP8(dab.plane, 1, 2, dab.rows, dab.columns, dab.columns, 91, 255, &dab.record);
-    PaintP8(dab.plane, 1, 2, dab.rows, dab.columns, dab.columns, 3, 0, &dab.record);
-    PaintT8(dab.plane, 0, 1, 2, dab.rows, dab.columns, dab.columns, 0x100, &dab.record);  // low byte 0
+    PaintP8(0, 1, 2, dab.rows, dab.columns, dab.plane, dab.columns, 91, 255, &dab.record);
+    PaintP8(0, 1, 2, dab.rows, dab.columns, dab.plane, dab.columns, 3, 0, &dab.record);
+    PaintT8(0, 0, 2, dab.rows, dab.columns, 0, dab.plane, dab.columns, 0x100, &dab.record);  // low byte 0
     EXPECT_EQ(dab.pixels(), std::vector<uint8_t>(dab.pixels().size(), 91));
   }
   // Full mask and opacity reach the colour exactly, both ways.
   for (auto [d, c] : {std::pair<uint8_t, uint8_t>{0, 255}, {255, 0}, {10, 11}}) {
     dab.fill(d, 255);
-    PaintP8(dab.plane, 1, 2, dab.rows, dab.columns, dab.columns, c, 255, &dab.record);
+    PaintP8(0, 1, 2, dab.rows, dab.columns, dab.plane, dab.columns, c, 255, &dab.record);
     EXPECT_EQ(dab.pixels(), std::vector<uint8_t>(dab.pixels().size(), c));
   }
   // Raise-only: 5 and 9 never lower a sample.
   dab.fill(200, 255);
-  PaintSingle5(dab.plane, 1, 2, dab.rows, dab.columns, dab.columns, 10, &dab.record);
-  PaintSingle9(dab.plane, 0, 0, dab.rows, dab.columns, dab.columns, 10, &dab.record);
+  PaintSingle5(0, 1, 2, dab.rows, dab.columns, dab.plane, dab.columns, 10, &dab.record);
+  PaintSingle9(0, 0, 0, dab.rows, dab.columns, dab.plane, dab.columns, 10, &dab.record);
   EXPECT_EQ(dab.pixels(), std::vector<uint8_t>(dab.pixels().size(), 200));
   // Family R: only the threshold's low byte counts; 0 fills even a zero mask.
   dab.fill(5, 0);
-  PaintR8(dab.plane, 0x100, 0, dab.rows, dab.columns, dab.columns, 9, &dab.record);
+  PaintR8(0, 0x100, 0, dab.rows, dab.columns, dab.plane, dab.columns, 9, &dab.record);
   EXPECT_EQ(dab.pixels(), std::vector<uint8_t>(dab.pixels().size(), 9));
 }
 
@@ -120,10 +123,10 @@ TEST(PaintRules, MovesInTheBufferReturnAtOnceForTheEndWeights) {
   record.bufferStride = 8;
   const std::vector<uint16_t> before = buffer;
   for (int32_t w : {0, 255, 0x100, -1}) {
-    PaintSingle92(1, 0, 1, 0, 4, w, &record);
+    PaintSingle92(1, 0, 1, 0, 7, 4, w, &record);
     EXPECT_EQ(buffer, before) << w;
   }
-  PaintSingle92(1, 0, 1, 1, 2, 128, &record);  // columns 1 and 2 move halfway (rounded)
+  PaintSingle92(1, 0, 1, 1, 7, 2, 128, &record);  // columns 1 and 2 move halfway (rounded)
   EXPECT_EQ(buffer, (std::vector<uint16_t>{0, 16448, 16448, 0, 32768, 32768, 32768, 32768}));
 }
 
@@ -144,8 +147,8 @@ TEST(PaintRules, SixteenBitArithmeticOverEverySample) {
     record.maskStride = 2 * kAll;
     for (uint16_t c : std::initializer_list<uint16_t>{0, 1, 16384, 32767, 32768, 65535}) {
       fromHost = fromModule = ramp;
-      hostQ16(fromHost.data(), 0, 0, 1, kAll, 2 * kAll, c, &record);
-      PaintQ16(fromModule.data(), 0, 0, 1, kAll, 2 * kAll, c, &record);
+      hostQ16(0, 0, 0, 1, kAll, fromHost.data(), 2 * kAll, c, &record);
+      PaintQ16(0, 0, 0, 1, kAll, fromModule.data(), 2 * kAll, c, &record);
       ASSERT_EQ(fromModule, fromHost) << "m " << m << " c " << c;
     }
   }
@@ -160,9 +163,9 @@ TEST(PaintRules, SixteenBitArithmeticOverEverySample) {
       PaintRecord record{};
       record.bufferStride = 2 * kAll;
       record.buffer = expected.data();
-      host92(toward, 1 - toward, 1, 0, kAll, w, &record);
+      host92(toward, 1 - toward, 1, 0, 0, kAll, w, &record);
       record.buffer = buffer.data();
-      PaintSingle92(toward, 1 - toward, 1, 0, kAll, w, &record);
+      PaintSingle92(toward, 1 - toward, 1, 0, 0, kAll, w, &record);
       ASSERT_EQ(buffer, expected) << "w " << w << " toward row " << toward;
     }
   }
@@ -191,22 +194,132 @@ TEST(PaintDither, ShortNoiseBuffersMatchTheHost) {
   }
 }
 
+// Arguments whose unused bits must not count: a0 and a5 (read by nobody), slot
+// 92's second offset, and the bits of colours, opacities, thresholds and weights
+// above the low 8 (16) that the routine uses. Junked<...>::call replaces them with
+// junk that changes at every call and hands the rest to the module's routine.
+uint32_t junk() {
+  static uint32_t state = 0x9E3779B9u;
+  state ^= state << 13;
+  state ^= state >> 17;
+  state ^= state << 5;
+  return state;
+}
+enum class Junk : uint8_t { None, High, Whole };
+template <class A>
+A junked(A a, Junk how, unsigned bits) {
+  if constexpr (std::is_integral_v<A>) {
+    if (how == Junk::Whole) return static_cast<A>(junk());
+    if (how == Junk::High) return static_cast<A>((static_cast<uint32_t>(a) & ((1u << bits) - 1)) | (junk() << bits));
+  }
+  return a;
+}
+// Bits: the low bits used; HighAt: an int32_t argument of which only those count
+// (every uint32_t one is junked so too); WholeAt: the arguments nobody reads.
+template <auto Routine, unsigned Bits, int HighAt, int... WholeAt>
+struct Junked {
+  template <class... A>
+  struct Of;
+  template <class... A>
+  struct Of<void(A...)> {
+    static Junk how(int i, bool wide) {
+      for (int whole : {WholeAt..., -1})
+        if (i == whole) return Junk::Whole;
+      return wide || i == HighAt ? Junk::High : Junk::None;
+    }
+    template <std::size_t... I>
+    static void forward(std::index_sequence<I...>, A... a) {
+      Routine(junked(a, how(static_cast<int>(I), std::is_same_v<A, uint32_t>), Bits)...);
+    }
+    static void call(A... a) { forward(std::index_sequence_for<A...>(), a...); }
+  };
+  static HostRoutine routine() {
+    using Fn = std::remove_pointer_t<std::remove_cv_t<decltype(Routine)>>;
+    return reinterpret_cast<HostRoutine>(&Of<Fn>::call);
+  }
+};
+
+TEST(PaintArguments, UnusedBitsAndArgumentsDoNotCount) {
+  ReferenceHost host;
+  start(host);
+  verify::VerifyOptions quick;
+  quick.thorough = false;
+  const std::pair<int, HostRoutine> junkedRoutines[] = {
+      {10, Junked<&PaintP8, 8, -1, 0>::routine()},        {28, Junked<PaintP8x3, 8, -1, 0>::routine()},
+      {29, Junked<PaintP8x4, 8, -1, 0>::routine()},       {61, Junked<&PaintP16, 16, -1, 0>::routine()},
+      {62, Junked<PaintP16x3, 16, -1, 0>::routine()},     {63, Junked<PaintP16x4, 16, -1, 0>::routine()},
+      {4, Junked<&PaintQ8, 8, -1, 0>::routine()},         {26, Junked<PaintQ8x3, 8, -1, 0>::routine()},
+      {27, Junked<PaintQ8x4, 8, -1, 0>::routine()},       {55, Junked<&PaintQ16, 16, -1, 0>::routine()},
+      {56, Junked<PaintQ16x3, 16, -1, 0>::routine()},     {57, Junked<PaintQ16x4, 16, -1, 0>::routine()},
+      {5, Junked<&PaintSingle5, 8, -1, 0>::routine()},    {81, Junked<&PaintSingle81, 16, -1, 0>::routine()},
+      {7, Junked<&PaintR8, 8, 1, 0>::routine()},          {24, Junked<PaintR8x3, 8, 1, 0>::routine()},
+      {25, Junked<PaintR8x4, 8, 1, 0>::routine()},        {58, Junked<&PaintR16, 16, 1, 0>::routine()},
+      {59, Junked<PaintR16x3, 16, 1, 0>::routine()},      {60, Junked<PaintR16x4, 16, 1, 0>::routine()},
+      {9, Junked<&PaintSingle9, 8, 1, 0>::routine()},     {17, Junked<&PaintS8, 8, -1, 0, 5>::routine()},
+      {34, Junked<PaintS8x3, 8, -1, 0, 5>::routine()},    {35, Junked<PaintS8x4, 8, -1, 0, 5>::routine()},
+      {84, Junked<&PaintS16, 16, -1, 0, 5>::routine()},   {85, Junked<PaintS16x3, 16, -1, 0, 5>::routine()},
+      {86, Junked<PaintS16x4, 16, -1, 0, 5>::routine()},  {13, Junked<&PaintT8, 8, -1, 0, 5>::routine()},
+      {36, Junked<PaintT8x3, 8, -1, 0, 5>::routine()},    {37, Junked<PaintT8x4, 8, -1, 0, 5>::routine()},
+      {87, Junked<&PaintT16, 16, -1, 0, 5>::routine()},   {88, Junked<PaintT16x3, 16, -1, 0, 5>::routine()},
+      {89, Junked<PaintT16x4, 16, -1, 0, 5>::routine()},  {18, Junked<&PaintSingle18, 8, 6>::routine()},
+      {92, Junked<&PaintSingle92, 8, 6, 4>::routine()},
+  };
+  int seen = 0;
+  for (const verify::Check& check : verify::allChecks()) {
+    if (check.suite != code::pntg) continue;
+    for (const auto& [slot, routine] : junkedRoutines) {
+      if (slot != check.slot) continue;
+      ++seen;
+      const verify::CheckResult r = verify::runCheckOn(check, host, host.original(code::pntg, slot), routine, quick);
+      EXPECT_EQ(r.outcome, verify::Outcome::Passed) << slot << ' ' << r.firstFailure;
+    }
+  }
+  EXPECT_EQ(seen, 35);
+}
+
 // Faulty forms the checks must reject.
-void s8x3SameChannel(uint8_t* p0, uint8_t* p1, uint8_t* p2, int32_t channel, int32_t x, int32_t y, int32_t rows,
-                     int32_t columns, int32_t stride, const PaintRecord* record) {
-  for (uint8_t* p : {p0, p1, p2}) PaintS8(p, channel, x, y, rows, columns, stride, record);
+void s8x3SameChannel(int32_t a0, int32_t channel, int32_t y, int32_t rows, int32_t columns, int32_t a5, uint8_t* p0,
+                     uint8_t* p1, uint8_t* p2, int32_t stride, const PaintRecord* record) {
+  for (uint8_t* p : {p0, p1, p2}) PaintS8(a0, channel, y, rows, columns, a5, p, stride, record);
 }
-void r8ThresholdAbove(uint8_t* p, int32_t threshold, int32_t y, int32_t rows, int32_t columns, int32_t stride,
-                      uint8_t colour, const PaintRecord* record) {
-  PaintR8(p, (threshold & 0xFF) == 255 ? threshold : threshold + 1, y, rows, columns, stride, colour, record);
+// Plane k reads channel + k but starts its dither from the first plane's x.
+void s8x3DitherFromTheFirstChannel(int32_t a0, int32_t channel, int32_t y, int32_t rows, int32_t columns, int32_t a5,
+                                   uint8_t* p0, uint8_t* p1, uint8_t* p2, int32_t stride,
+                                   const PaintRecord* record) {
+  uint8_t* planes[] = {p0, p1, p2};
+  for (int k = 0; k < 3; ++k) {
+    PaintRecord shifted = *record;
+    shifted.source = record->source + k;
+    PaintS8(a0, channel, y, rows, columns, a5, planes[k], stride, &shifted);
+  }
 }
-void q8DitherFromTheNextRow(uint8_t* p, int32_t x, int32_t y, int32_t rows, int32_t columns, int32_t stride,
-                            uint8_t colour, const PaintRecord* record) {
-  PaintQ8(p, x, y + 1, rows, columns, stride, colour, record);
+void r8ThresholdAbove(int32_t a0, int32_t threshold, int32_t y, int32_t rows, int32_t columns, uint8_t* p,
+                      int32_t stride, uint32_t colour, const PaintRecord* record) {
+  PaintR8(a0, (threshold & 0xFF) == 255 ? threshold : threshold + 1, y, rows, columns, p, stride, colour, record);
 }
-void t16x4PlanesSwapped(uint16_t* p0, uint16_t* p1, uint16_t* p2, uint16_t* p3, int32_t channel, int32_t x, int32_t y,
-                        int32_t rows, int32_t columns, int32_t stride, uint32_t opacity, const PaintRecord* record) {
-  PaintT16x4(p1, p0, p2, p3, channel, x, y, rows, columns, stride, opacity, record);
+void q8DitherFromTheNextRow(int32_t a0, int32_t x, int32_t y, int32_t rows, int32_t columns, uint8_t* p,
+                            int32_t stride, uint32_t colour, const PaintRecord* record) {
+  PaintQ8(a0, x, y + 1, rows, columns, p, stride, colour, record);
+}
+// The rectangle read one place off: x taken from the first argument.
+void p8DitherFromTheFirstArgument(int32_t a0, int32_t, int32_t y, int32_t rows, int32_t columns, uint8_t* p,
+                                  int32_t stride, uint32_t colour, uint32_t opacity, const PaintRecord* record) {
+  PaintP8(a0, a0, y, rows, columns, p, stride, colour, opacity, record);
+}
+void t16x4PlanesSwapped(int32_t a0, int32_t channel, int32_t y, int32_t rows, int32_t columns, int32_t a5,
+                        uint16_t* p0, uint16_t* p1, uint16_t* p2, uint16_t* p3, int32_t stride, uint32_t opacity,
+                        const PaintRecord* record) {
+  PaintT16x4(a0, channel, y, rows, columns, a5, p1, p0, p2, p3, stride, opacity, record);
+}
+// Slot 18's dither started from the width instead of the second offset.
+void single18DitherFromTheWidth(int32_t yRow, int32_t xRow, int32_t count, int32_t offset, int32_t, int32_t width,
+                                int32_t weight, const PaintRecord* record) {
+  PaintSingle18(yRow, xRow, count, offset, width, width, weight, record);
+}
+// 16-bit colours cut to their low byte.
+void q16ColourAsByte(int32_t a0, int32_t x, int32_t y, int32_t rows, int32_t columns, uint16_t* p, int32_t stride,
+                     uint32_t colour, const PaintRecord* record) {
+  PaintQ16(a0, x, y, rows, columns, p, stride, colour & 0xFFu, record);
 }
 
 TEST(PaintChecks, RejectFaultyRoutines) {
@@ -225,6 +338,10 @@ TEST(PaintChecks, RejectFaultyRoutines) {
   EXPECT_EQ(outcome(7, reinterpret_cast<HostRoutine>(&r8ThresholdAbove)), verify::Outcome::Failed);
   EXPECT_EQ(outcome(4, reinterpret_cast<HostRoutine>(&q8DitherFromTheNextRow)), verify::Outcome::Failed);
   EXPECT_EQ(outcome(89, reinterpret_cast<HostRoutine>(&t16x4PlanesSwapped)), verify::Outcome::Failed);
+  EXPECT_EQ(outcome(34, reinterpret_cast<HostRoutine>(&s8x3DitherFromTheFirstChannel)), verify::Outcome::Failed);
+  EXPECT_EQ(outcome(10, reinterpret_cast<HostRoutine>(&p8DitherFromTheFirstArgument)), verify::Outcome::Failed);
+  EXPECT_EQ(outcome(18, reinterpret_cast<HostRoutine>(&single18DitherFromTheWidth)), verify::Outcome::Failed);
+  EXPECT_EQ(outcome(55, reinterpret_cast<HostRoutine>(&q16ColourAsByte)), verify::Outcome::Failed);
   EXPECT_EQ(outcome(34, reinterpret_cast<HostRoutine>(PaintS8x3)), verify::Outcome::Passed);
 }
 

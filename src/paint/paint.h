@@ -8,52 +8,58 @@
 namespace tarnell::paint {
 
 // The workers, one file per family (paint_<family>_sse2.cpp).
-#define TARNELL_PAINT_WORKERS(F, S8, S16)       \
-  SlotSignature<code::pntg, S8>::Fn Paint##F##8; \
-  SlotSignature<code::pntg, S16>::Fn Paint##F##16;
-TARNELL_PAINT_WORKERS(P, 10, 61)
-TARNELL_PAINT_WORKERS(Q, 4, 55)
-TARNELL_PAINT_WORKERS(R, 7, 58)
-TARNELL_PAINT_WORKERS(S, 17, 84)
-TARNELL_PAINT_WORKERS(T, 13, 87)
+#define TARNELL_PAINT_WORKERS(F)               \
+  SlotTypeOf<slot::Paint##F##8> Paint##F##8; \
+  SlotTypeOf<slot::Paint##F##16> Paint##F##16;
+TARNELL_PAINT_WORKERS(P)
+TARNELL_PAINT_WORKERS(Q)
+TARNELL_PAINT_WORKERS(R)
+TARNELL_PAINT_WORKERS(S)
+TARNELL_PAINT_WORKERS(T)
 #undef TARNELL_PAINT_WORKERS
 
 // The three- and four-plane companions call their worker once per plane, first
 // plane first, with the other arguments unchanged. P, Q, R: colour k goes to
 // plane k.
 template <auto Worker, class T, class... Tail>
-void colours3(T* plane0, T* plane1, T* plane2, int32_t a, int32_t b, int32_t rows, int32_t columns, int32_t stride,
-              T colour0, T colour1, T colour2, Tail... tail) {
-  Worker(plane0, a, b, rows, columns, stride, colour0, tail...);
-  Worker(plane1, a, b, rows, columns, stride, colour1, tail...);
-  Worker(plane2, a, b, rows, columns, stride, colour2, tail...);
+void colours3(int32_t a0, int32_t a, int32_t b, int32_t rows, int32_t columns, T* plane0, T* plane1, T* plane2,
+              int32_t stride, uint32_t colour0, uint32_t colour1, uint32_t colour2, Tail... tail) {
+  Worker(a0, a, b, rows, columns, plane0, stride, colour0, tail...);
+  Worker(a0, a, b, rows, columns, plane1, stride, colour1, tail...);
+  Worker(a0, a, b, rows, columns, plane2, stride, colour2, tail...);
 }
 template <auto Worker, class T, class... Tail>
-void colours4(T* plane0, T* plane1, T* plane2, T* plane3, int32_t a, int32_t b, int32_t rows, int32_t columns,
-              int32_t stride, T colour0, T colour1, T colour2, T colour3, Tail... tail) {
-  colours3<Worker, T, Tail...>(plane0, plane1, plane2, a, b, rows, columns, stride, colour0, colour1, colour2, tail...);
-  Worker(plane3, a, b, rows, columns, stride, colour3, tail...);
+void colours4(int32_t a0, int32_t a, int32_t b, int32_t rows, int32_t columns, T* plane0, T* plane1, T* plane2,
+              T* plane3, int32_t stride, uint32_t colour0, uint32_t colour1, uint32_t colour2, uint32_t colour3,
+              Tail... tail) {
+  colours3<Worker, T, Tail...>(a0, a, b, rows, columns, plane0, plane1, plane2, stride, colour0, colour1, colour2,
+                               tail...);
+  Worker(a0, a, b, rows, columns, plane3, stride, colour3, tail...);
 }
-// S, T: plane k reads source channel + k.
-template <auto Worker, class T, class... Tail>
-void channels3(T* plane0, T* plane1, T* plane2, int32_t channel, int32_t x, int32_t y, int32_t rows, int32_t columns,
-               int32_t stride, Tail... tail) {
-  Worker(plane0, channel, x, y, rows, columns, stride, tail...);
-  Worker(plane1, channel + 1, x, y, rows, columns, stride, tail...);
-  Worker(plane2, channel + 2, x, y, rows, columns, stride, tail...);
+// S, T: plane k gets the second argument raised by k, so it reads source channel
+// + k and starts its dither from x + k.
+inline int32_t raised(int32_t channel, uint32_t k) {
+  return static_cast<int32_t>(static_cast<uint32_t>(channel) + k);
 }
 template <auto Worker, class T, class... Tail>
-void channels4(T* plane0, T* plane1, T* plane2, T* plane3, int32_t channel, int32_t x, int32_t y, int32_t rows,
-               int32_t columns, int32_t stride, Tail... tail) {
-  channels3<Worker, T, Tail...>(plane0, plane1, plane2, channel, x, y, rows, columns, stride, tail...);
-  Worker(plane3, channel + 3, x, y, rows, columns, stride, tail...);
+void channels3(int32_t a0, int32_t channel, int32_t y, int32_t rows, int32_t columns, int32_t a5, T* plane0,
+               T* plane1, T* plane2, int32_t stride, Tail... tail) {
+  Worker(a0, channel, y, rows, columns, a5, plane0, stride, tail...);
+  Worker(a0, raised(channel, 1), y, rows, columns, a5, plane1, stride, tail...);
+  Worker(a0, raised(channel, 2), y, rows, columns, a5, plane2, stride, tail...);
+}
+template <auto Worker, class T, class... Tail>
+void channels4(int32_t a0, int32_t channel, int32_t y, int32_t rows, int32_t columns, int32_t a5, T* plane0,
+               T* plane1, T* plane2, T* plane3, int32_t stride, Tail... tail) {
+  channels3<Worker, T, Tail...>(a0, channel, y, rows, columns, a5, plane0, plane1, plane2, stride, tail...);
+  Worker(a0, raised(channel, 3), y, rows, columns, a5, plane3, stride, tail...);
 }
 
 using Record = const PaintRecord*;
-inline constexpr SlotFnOf<slot::PaintP8x3> PaintP8x3 = &colours3<PaintP8, uint8_t, uint8_t, Record>;
-inline constexpr SlotFnOf<slot::PaintP8x4> PaintP8x4 = &colours4<PaintP8, uint8_t, uint8_t, Record>;
-inline constexpr SlotFnOf<slot::PaintP16x3> PaintP16x3 = &colours3<PaintP16, uint16_t, uint16_t, Record>;
-inline constexpr SlotFnOf<slot::PaintP16x4> PaintP16x4 = &colours4<PaintP16, uint16_t, uint16_t, Record>;
+inline constexpr SlotFnOf<slot::PaintP8x3> PaintP8x3 = &colours3<PaintP8, uint8_t, uint32_t, Record>;
+inline constexpr SlotFnOf<slot::PaintP8x4> PaintP8x4 = &colours4<PaintP8, uint8_t, uint32_t, Record>;
+inline constexpr SlotFnOf<slot::PaintP16x3> PaintP16x3 = &colours3<PaintP16, uint16_t, uint32_t, Record>;
+inline constexpr SlotFnOf<slot::PaintP16x4> PaintP16x4 = &colours4<PaintP16, uint16_t, uint32_t, Record>;
 inline constexpr SlotFnOf<slot::PaintQ8x3> PaintQ8x3 = &colours3<PaintQ8, uint8_t, Record>;
 inline constexpr SlotFnOf<slot::PaintQ8x4> PaintQ8x4 = &colours4<PaintQ8, uint8_t, Record>;
 inline constexpr SlotFnOf<slot::PaintQ16x3> PaintQ16x3 = &colours3<PaintQ16, uint16_t, Record>;
@@ -79,7 +85,8 @@ SlotTypeOf<slot::PaintSingle18> PaintSingle18;
 SlotTypeOf<slot::PaintSingle92> PaintSingle92;
 
 // Where a call's dither bytes start in the noise table, from the worker's x and
-// y and the low 32 bits of the destination's address.
+// y (its second and third arguments) and the low 32 bits of the destination's
+// address.
 // Unsigned 32-bit arithmetic, wrapping.
 inline uint32_t ditherStart(int32_t x, int32_t y, const void* destination) {
   auto scramble = [](uint32_t v) { return (v * 1103515245u + 12345u) >> 3; };

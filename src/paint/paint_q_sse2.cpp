@@ -5,14 +5,14 @@
 
 namespace tarnell::paint {
 
-void PaintQ8(uint8_t* plane, int32_t x, int32_t y, int32_t rows, int32_t columns, int32_t stride, uint8_t colour,
-             const PaintRecord* record) {
-  dab8<1>(plane, x, y, rows, columns, stride, record, Constant8(colour), pixelQ(), vectorQ());
+void PaintQ8(int32_t, int32_t x, int32_t y, int32_t rows, int32_t columns, uint8_t* plane, int32_t stride,
+             uint32_t colour, const PaintRecord* record) {
+  dab8<1>(plane, x, y, rows, columns, stride, record, Constant8(static_cast<uint8_t>(colour)), pixelQ(), vectorQ());
 }
 
-void PaintQ16(uint16_t* plane, int32_t, int32_t, int32_t rows, int32_t columns, int32_t stride, uint16_t colour,
-              const PaintRecord* record) {
-  dab16(plane, rows, columns, stride, record, Constant16(colour), alphaMask(), alphaMaskV());
+void PaintQ16(int32_t, int32_t, int32_t, int32_t rows, int32_t columns, uint16_t* plane, int32_t stride,
+              uint32_t colour, const PaintRecord* record) {
+  dab16(plane, rows, columns, stride, record, Constant16(static_cast<uint16_t>(colour)), alphaMask(), alphaMaskV());
 }
 
 }  // namespace tarnell::paint

@@ -1,22 +1,25 @@
 // Family R: a hard-edged fill. Wherever the mask reaches the threshold (the low
 // byte of the worker's second argument, or its low 16 bits for 16-bit painting)
-// the sample becomes the colour; nothing is blended or dithered. A vector step
+// the sample becomes the colour (its low byte, or low 16 bits); nothing is
+// blended or dithered. A vector step
 // whose mask is all below the threshold writes nothing.
 #include "paint/paint_rows.h"
 
 namespace tarnell::paint {
 
-void PaintR8(uint8_t* plane, int32_t threshold, int32_t, int32_t rows, int32_t columns, int32_t stride, uint8_t colour,
-             const PaintRecord* record) {
+void PaintR8(int32_t, int32_t threshold, int32_t, int32_t rows, int32_t columns, uint8_t* plane, int32_t stride,
+             uint32_t colourArg, const PaintRecord* record) {
+  const auto colour = static_cast<uint8_t>(colourArg);
   const __m128i cv = bytes(colour);
   threshold8(
       plane, threshold, rows, columns, stride, record, [&](uint8_t) { return colour; },
       [&](const uint8_t* d, __m128i hit, bool all) { return all ? cv : select(hit, cv, loada(d)); });
 }
 
-void PaintR16(uint16_t* plane, int32_t threshold, int32_t, int32_t rows, int32_t columns, int32_t stride,
-              uint16_t colour, const PaintRecord* record) {
+void PaintR16(int32_t, int32_t threshold, int32_t, int32_t rows, int32_t columns, uint16_t* plane, int32_t stride,
+              uint32_t colourArg, const PaintRecord* record) {
   if (rows < 1 || columns < 1) return;
+  const auto colour = static_cast<uint16_t>(colourArg);
   const auto t = static_cast<uint16_t>(threshold);
   // Unsigned 16-bit order through the signed compare: both sides biased by 0x8000.
   const __m128i bias = words(0x8000);

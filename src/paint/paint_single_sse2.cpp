@@ -23,21 +23,21 @@ PAINT_INLINE T* bufferRow(const PaintRecord* record, int32_t n, int32_t offset) 
 
 }  // namespace
 
-void PaintSingle5(uint8_t* plane, int32_t x, int32_t y, int32_t rows, int32_t columns, int32_t stride, uint8_t colour,
-                  const PaintRecord* record) {
+void PaintSingle5(int32_t, int32_t x, int32_t y, int32_t rows, int32_t columns, uint8_t* plane, int32_t stride,
+                  uint32_t colour, const PaintRecord* record) {
   dab8<1>(
-      plane, x, y, rows, columns, stride, record, Constant8(colour),
+      plane, x, y, rows, columns, stride, record, Constant8(static_cast<uint8_t>(colour)),
       [](int d, int c, int m, uint32_t r0, uint32_t) {
         return c > d ? stepQ(d, c, m, static_cast<int>(r0)) : static_cast<uint8_t>(d);
       },
       [](__m128i d, __m128i c, __m128i m, const uint8_t* n) { return raiseQV(d, c, m, n); });
 }
 
-void PaintSingle81(uint16_t* plane, int32_t, int32_t, int32_t rows, int32_t columns, int32_t stride, uint16_t colour,
-                   const PaintRecord* record) {
+void PaintSingle81(int32_t, int32_t, int32_t, int32_t rows, int32_t columns, uint16_t* plane, int32_t stride,
+                   uint32_t colour, const PaintRecord* record) {
   if (rows < 1 || columns < 1) return;
-  const uint32_t c = colour;
-  const __m128i cv = words(colour);
+  const uint32_t c = colour & 0xFFFFu;
+  const __m128i cv = words(static_cast<int>(c));
   eachRow(plane, rows, stride, maskOf<uint16_t>(record), record->maskStride,
           [&](uint16_t* d, const uint16_t* m, int32_t) {
             row16(
@@ -55,8 +55,9 @@ void PaintSingle81(uint16_t* plane, int32_t, int32_t, int32_t rows, int32_t colu
           });
 }
 
-void PaintSingle9(uint8_t* plane, int32_t threshold, int32_t, int32_t rows, int32_t columns, int32_t stride,
-                  uint8_t colour, const PaintRecord* record) {
+void PaintSingle9(int32_t, int32_t threshold, int32_t, int32_t rows, int32_t columns, uint8_t* plane, int32_t stride,
+                  uint32_t colourArg, const PaintRecord* record) {
+  const auto colour = static_cast<uint8_t>(colourArg);
   const __m128i cv = bytes(colour);
   threshold8(
       plane, threshold, rows, columns, stride, record, [&](uint8_t d) { return d < colour ? colour : d; },
@@ -66,34 +67,35 @@ void PaintSingle9(uint8_t* plane, int32_t threshold, int32_t, int32_t rows, int3
       });
 }
 
-void PaintSingle18(int32_t firstRow, int32_t secondRow, int32_t rows, int32_t offset, int32_t width, int32_t weight,
-                   const PaintRecord* record) {
+// The dither starts from (offset, offset2) and the first sample written.
+void PaintSingle18(int32_t yRow, int32_t xRow, int32_t count, int32_t offset, int32_t offset2, int32_t width,
+                   int32_t weight, const PaintRecord* record) {
   const int w = weight & 0xFF;
-  if (w == 0 || w == 255 || rows < 1 || width < 1) return;
-  Dither dither(offset, width, bufferRow<uint8_t>(record, secondRow, offset));
+  if (w == 0 || w == 255 || count < 1 || width < 1) return;
+  Dither dither(offset, offset2, bufferRow<uint8_t>(record, xRow, offset));
   alignas(16) uint8_t scratch[Dither::kRun];
   const __m128i wv = bytes(w);
-  for (int32_t i = 0; i < rows; ++i) {
-    uint8_t* x = bufferRow<uint8_t>(record, secondRow + i, offset);
-    const uint8_t* y = bufferRow<const uint8_t>(record, firstRow + i, offset);
+  for (int32_t i = 0; i < count; ++i) {
+    uint8_t* x = bufferRow<uint8_t>(record, xRow + i, offset);
+    const uint8_t* y = bufferRow<const uint8_t>(record, yRow + i, offset);
     row8(
         x, width, [&](int32_t j) { x[j] = stepQ(x[j], y[j], w, static_cast<int>(dither.next())); },
         [&](int32_t j) { storea(x + j, stepQV(loada(x + j), loadu(y + j), wv, dither.take<16>(scratch))); });
   }
 }
 
-void PaintSingle92(int32_t firstRow, int32_t secondRow, int32_t rows, int32_t offset, int32_t width, int32_t weight,
+void PaintSingle92(int32_t yRow, int32_t xRow, int32_t count, int32_t offset, int32_t, int32_t width, int32_t weight,
                    const PaintRecord* record) {
   const uint32_t w = static_cast<uint32_t>(weight) & 0xFFu;
-  if (w == 0 || w == 255 || rows < 1 || width < 1) return;
+  if (w == 0 || w == 255 || count < 1 || width < 1) return;
   const __m128i wv = words(static_cast<int>(w));
   // floor(v / 255) for v below 2^16 is (v * 0x8081) >> 23: a high multiply and a
   // shift. The product |y - x| w reaches 2^24, so it is split: with
   // |y - x| = 255 a + b, (|y - x| w + 127) / 255 = a w + (b w + 127) / 255.
   const __m128i k8081 = words(0x8081);
-  for (int32_t i = 0; i < rows; ++i) {
-    uint16_t* x = bufferRow<uint16_t>(record, secondRow + i, offset);
-    const uint16_t* y = bufferRow<const uint16_t>(record, firstRow + i, offset);
+  for (int32_t i = 0; i < count; ++i) {
+    uint16_t* x = bufferRow<uint16_t>(record, xRow + i, offset);
+    const uint16_t* y = bufferRow<const uint16_t>(record, yRow + i, offset);
     row16(
         x, width,
         [&](int32_t j) {
