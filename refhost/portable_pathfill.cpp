@@ -8,7 +8,9 @@
 //   validation and the guard check leave such an array alone and report nothing.
 // - Counts (crossings, spans, edges, result) are compared with the row's capacity
 //   rowStride - 2 as unsigned numbers, so a negative count is clamped like a large
-//   one. The validation reads the same clamped number of crossings.
+//   one. The validation does not clamp: it counts directions among the last
+//   `count` words of the block (the counts and spans too when count is above the
+//   capacity; the whole block at most; nothing for a negative count).
 // - Crossings, edges and spans are unsigned 32-bit numbers throughout: sorted,
 //   shifted (logically), cancelled and merged as such.
 // - A full scratch row ends the merge at the first value it cannot take: one
@@ -83,7 +85,9 @@ void validate(const uint32_t* a, const char* source, int32_t line, uint32_t guar
     if (count > l.capacity) say("ValidateFillArray: count too large.", source, line, 1);
     if (count < 0) say("ValidateFillArray: count is negative.", source, line, 1);
     if (count % 2 != 0) continue;
-    const int64_t n = above(static_cast<uint32_t>(count), l.capacity) ? evenFloor(l.capacity) : count;
+    // Among the last count words of the block: all of it at most, none for a
+    // negative count.
+    const int64_t n = count < 0 ? 0 : count > l.stride ? l.stride : count;
     int64_t up = 0, down = 0;
     for (int64_t i = l.stride - n; i < l.stride; ++i) (block[i] & 1) != 0 ? ++up : ++down;
     if (up != down) say("ValidateFillArray: Up does not match down.", source, line, 1);

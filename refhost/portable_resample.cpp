@@ -12,7 +12,10 @@
 // - BoxReduce8 takes (source, destination, rows, width, source stride, destination
 //   stride, samples per pixel, a, b), width in output samples; a, b or samples per
 //   pixel below 1 do nothing; every call is recorded;
-// - remaps: coordinate arithmetic in 32 bits (see RemapAxis below).
+// - remaps: coordinate arithmetic in 32 bits (see RemapAxis below); the
+//   destination is one pointer that moves by the pixel stride after each pixel and
+//   by the advance after each row, so the advance is the gap after a row's last
+//   pixel stride, not the distance between row starts.
 #include <cstdint>
 
 #include "refhost/portable.h"
@@ -182,14 +185,13 @@ void remapAxis8(const uint32_t* coords, const uint8_t* s, uint8_t* d, int32_t ro
                 int32_t first, int32_t end, int16_t interpolate) {
   if (rows < 1 || pixels < 1) return;
   const bool lerpOn = interpolate != 0;
-  for (int32_t r = 0; r < rows; ++r)
-    for (int32_t p = 0; p < pixels; ++p) {
+  for (int32_t r = 0; r < rows; ++r, s += sourceAdvance, d += destinationAdvance)
+    for (int32_t p = 0; p < pixels; ++p, d += pixelStride) {
       const RemapAxis axis(*coords++, first, end, lerpOn);
       if (!axis.inside) continue;
-      const uint8_t* a = s + int64_t{r} * sourceAdvance + axis.index() * rowStride;
-      uint8_t* out = d + int64_t{r} * destinationAdvance + int64_t{p} * pixelStride;
+      const uint8_t* a = s + axis.index() * rowStride;
       const uint32_t f = axis.fraction(lerpOn);
-      for (int32_t k = 0; k < spp; ++k) out[k] = f == 0 ? a[k] : lerp(a[k], a[k + rowStride], f);
+      for (int32_t k = 0; k < spp; ++k) d[k] = f == 0 ? a[k] : lerp(a[k], a[k + rowStride], f);
     }
 }
 
@@ -198,20 +200,19 @@ void remapPlane8(const uint32_t* coords, const uint8_t* s, uint8_t* d, int32_t r
                  int32_t endX, int32_t firstY, int32_t endY, int16_t interpolate) {
   if (rows < 1 || pixels < 1) return;
   const bool lerpOn = interpolate != 0;
-  for (int32_t r = 0; r < rows; ++r)
-    for (int32_t p = 0; p < pixels; ++p, coords += 2) {
+  for (int32_t r = 0; r < rows; ++r, d += destinationAdvance)
+    for (int32_t p = 0; p < pixels; ++p, coords += 2, d += pixelStride) {
       const RemapAxis x(coords[0], firstX, endX, lerpOn), y(coords[1], firstY, endY, lerpOn);
       if (!x.inside || !y.inside) continue;
       const uint8_t* a = s + x.index() * ps + y.index() * rs;
-      uint8_t* out = d + int64_t{r} * destinationAdvance + int64_t{p} * pixelStride;
       const uint32_t fx = x.fraction(lerpOn), fy = y.fraction(lerpOn);
       for (int32_t k = 0; k < spp; ++k) {
         if (fy == 0)
-          out[k] = fx == 0 ? a[k] : lerp(a[k], a[k + ps], fx);
+          d[k] = fx == 0 ? a[k] : lerp(a[k], a[k + ps], fx);
         else if (fx == 0)
-          out[k] = lerp(a[k], a[k + rs], fy);
+          d[k] = lerp(a[k], a[k + rs], fy);
         else
-          out[k] = lerp(lerp(a[k], a[k + rs], fy), lerp(a[k + ps], a[k + ps + rs], fy), fx);
+          d[k] = lerp(lerp(a[k], a[k + rs], fy), lerp(a[k + ps], a[k + ps + rs], fy), fx);
       }
     }
 }

@@ -5,6 +5,7 @@
 // guard words, and the copy through the live 'memo' slot 0.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <initializer_list>
 #include <limits>
 #include <memory>
@@ -121,6 +122,14 @@ class FillArray : public ::testing::Test {
       out.emplace_back(got[i].message, got[i].line);
     }
     EXPECT_EQ(got.size(), expected.size());
+    return out;
+  }
+
+  // The reports of the validation the checking build runs first (line 676).
+  static Reports validation(const Reports& r) {
+    Reports out;
+    for (const auto& report : r)
+      if (report.second == 676) out.push_back(report);
     return out;
   }
 
@@ -265,14 +274,82 @@ TEST_F(FillArray, DebuggingReportsTheOperationCodeAndRowsBelowOne) {
 TEST_F(FillArray, ValidationReportsEveryRowAtItsCallersLine) {
   Array a(4, 8, kDebug);
   a.row(0)[kCrossingCount] = 7;                          // too large (odd: nothing more)
-  a.row(1)[kCrossingCount] = static_cast<uint32_t>(-2);  // negative
+  a.row(1)[kCrossingCount] = static_cast<uint32_t>(-2);  // negative (even: no words to count)
   a.crossings(2, {{1, 1}, {2, 1}});                      // up without down
   a.crossings(3, {{1, 1}, {2, 0}});
-  const Reports r = run(a, 0, 0, kDebug);
-  const Reports validation(r.begin(), r.begin() + 3);
-  EXPECT_EQ(validation, (Reports{{"ValidateFillArray: count too large.", 676},
-                                 {"ValidateFillArray: count is negative.", 676},
-                                 {"ValidateFillArray: Up does not match down.", 676}}));
+  EXPECT_EQ(validation(run(a, 0, 0, kDebug)), (Reports{{"ValidateFillArray: count too large.", 676},
+                                                       {"ValidateFillArray: count is negative.", 676},
+                                                       {"ValidateFillArray: Up does not match down.", 676}}));
+}
+
+// The direction check counts exactly the last `count` words of the block, whatever
+// they hold, while the operation clamps: a count above the crossings' room takes
+// in the span list and the two counts before them, up to the whole block, never a
+// word outside it. The filler 0xDEAD (the header's unused words, the other rows,
+// the working space) counts as up wherever it is read.
+TEST_F(FillArray, ValidationCountsExactlyTheLastCountWordsOfTheBlock) {
+  const std::string tooLarge = "ValidateFillArray: count too large.", negative = "ValidateFillArray: count is negative.",
+                    unbalanced = "ValidateFillArray: Up does not match down.";
+  // Row stride 31, count 30: words 1 to 30, the count word itself (30: down) and
+  // the first span word (4: down) with 15 up and 13 down after them, are balanced;
+  // words 3 to 30 alone (the clamped count, 28) are not.
+  Array a(1, 31, kDebug);
+  a.row(0)[kSpanCount] = 2;
+  a.row(0)[kSpans] = 4;
+  for (int32_t i = 3; i < 31; ++i) a.row(0)[i] = static_cast<uint32_t>(i) << 1 | (i < 18 ? 1u : 0u);
+  a.row(0)[kCrossingCount] = 30;
+  EXPECT_EQ(validation(run(a, 0, 0, kDebug)), (Reports{{tooLarge, 676}}));
+  // Words 3 to 30 balanced, the count word and the first span word both down:
+  // unbalanced, though the clamped count's words are not.
+  Array b(1, 31, kDebug);
+  b.row(0)[kSpanCount] = 2;
+  b.row(0)[kSpans] = 4;
+  for (int32_t i = 3; i < 31; ++i) b.row(0)[i] = static_cast<uint32_t>(i) << 1 | (i < 17 ? 1u : 0u);
+  b.row(0)[kCrossingCount] = 30;
+  EXPECT_EQ(validation(run(b, 0, 0, kDebug)), (Reports{{tooLarge, 676}, {unbalanced, 676}}));
+
+  // A count of rowStride or more takes the whole block: the second of two rows of
+  // stride 8, its counts (0 and the even count) down, then six words. The words
+  // before the block (row 0's filler, up) would tip any of these.
+  const auto secondRow = [](uint32_t count, const std::array<uint32_t, 6>& tail) {
+    Array c(2, 8, kDebug);
+    c.row(1)[kCrossingCount] = count;
+    for (std::size_t i = 0; i < 6; ++i) c.row(1)[2 + i] = tail[i];
+    return c;
+  };
+  for (const uint32_t count : {8u, 10u, 0x7FFFFFFEu}) {
+    // Four up, four down in the block; the last six words (what the operation
+    // takes) are not balanced.
+    Array c = secondRow(count, {3, 5, 7, 9, 2, 4});
+    EXPECT_EQ(validation(run(c, 0, 0, kDebug)), (Reports{{tooLarge, 676}})) << "count " << count;
+    // The last six balanced (3, 5, 9 up; 6, 2, 4 down): the block is not.
+    Array d = secondRow(count, {3, 5, 6, 9, 2, 4});
+    EXPECT_EQ(validation(run(d, 0, 0, kDebug)), (Reports{{tooLarge, 676}, {unbalanced, 676}})) << "count " << count;
+  }
+
+  // A negative count is reported and counts nothing, even or odd: the block's tail
+  // is all up (the filler).
+  for (const int32_t count : {-2, -1, -0x7FFFFFFE}) {
+    Array e(1, 8, kDebug);
+    e.row(0)[kCrossingCount] = static_cast<uint32_t>(count);
+    EXPECT_EQ(validation(run(e, 0, 0, kDebug)), (Reports{{negative, 676}})) << "count " << count;
+  }
+}
+
+// Counts of rowStride and far beyond, against inaccessible pages on both sides of
+// the array: the check reads inside the row only, in the module and the host.
+TEST_F(FillArray, ValidationOfCountsBeyondTheRowStaysInsideIt) {
+  for (const FillArraySettings& s : {kDebug, kGuarded}) {
+    for (const uint32_t count : {30u, 31u, 32u, 0x7FFFFFFEu, 0x80000000u, 0xFFFFFFFEu}) {
+      Array a(1, 31, s);
+      a.row(0)[kCrossingCount] = count;
+      verify::FillArrayCase c;
+      c.words = a.words;
+      const auto module = build(s);
+      for (const verify::Placement placement : {verify::Placement::GuardPageBefore, verify::Placement::GuardPageAfter})
+        EXPECT_EQ(verify::compareFillArray(c, &oracle, module, host_, placement), "") << "count " << count;
+    }
+  }
 }
 
 TEST_F(FillArray, GuardWordsAreCheckedAfterCancellingMergingAndCopying) {

@@ -265,3 +265,64 @@ TEST(ResampleRoutines, RemapGroupsOfEightPixelsMatchTheTableAndLeaveRejectedPixe
 }
 
 }  // namespace
+
+namespace {
+
+// The destination is one pointer that walks: a pixel stride after each pixel, the
+// advance after each row, so pixel p of row r lands at r x (pixels x pixel stride
+// + advance) + p x pixel stride. Advances of 0, a few bytes, rows all at one place
+// (pitch 0, the second row overwriting the first) and rows going up in memory;
+// nearest and interpolating (zero fractions copy), one- and four-sample pixels,
+// nine pixels a row (a group of eight and one more). Module and host alike.
+TEST(ResampleRoutines, RemapDestinationsWalkByPixelStrideThenAdvance) {
+  buildStartupTables();
+  refhost::ReferenceHost host;
+  const SlotFnOf<slot::RemapAxis8> axes[] = {&RemapAxis8,
+                                         reinterpret_cast<SlotFnOf<slot::RemapAxis8>>(host.original(code::rsmp, 18))};
+  const SlotFnOf<slot::RemapPlane8> planes[] = {&RemapPlane8,
+                                           reinterpret_cast<SlotFnOf<slot::RemapPlane8>>(host.original(code::rsmp, 19))};
+  constexpr int32_t kRows = 2, kPixels = 9, kColumns = 10;
+  constexpr std::size_t kOrigin = 256;
+  for (const int32_t spp : {1, 4}) {
+    const int32_t ps = spp + 1;
+    const int32_t span = kPixels * ps;
+    // Source: 2 rows of 10 pixels, sample s of pixel x in row y is 1 + 100 y + 8 x + s.
+    std::vector<uint8_t> source(static_cast<std::size_t>(kRows * kColumns * spp));
+    for (std::size_t i = 0; i < source.size(); ++i) {
+      const auto pixel = static_cast<int32_t>(i) / spp;
+      source[i] = static_cast<uint8_t>(1 + 100 * (pixel / kColumns) + 8 * (pixel % kColumns) + static_cast<int32_t>(i) % spp);
+    }
+    for (const int16_t interpolate : {int16_t{0}, int16_t{1}}) {
+      const uint32_t bias = interpolate != 0 ? 128 : 32768;
+      std::vector<uint32_t> along, pairs;
+      for (int32_t r = 0; r < kRows; ++r)
+        for (int32_t p = 0; p < kPixels; ++p) {
+          along.push_back((static_cast<uint32_t>(p) << 16) + bias);
+          pairs.push_back((static_cast<uint32_t>(p) << 16) + bias);
+          pairs.push_back((static_cast<uint32_t>(r) << 16) + bias);
+        }
+      for (const int32_t advance : {0, 3, -span, -2 * span - 5}) {
+        std::vector<uint8_t> expected(512, 0xEE);
+        for (int32_t r = 0; r < kRows; ++r)
+          for (int32_t p = 0; p < kPixels; ++p)
+            for (int32_t s = 0; s < spp; ++s)
+              expected[static_cast<std::size_t>(static_cast<int32_t>(kOrigin) + r * (span + advance) + p * ps + s)] =
+                  static_cast<uint8_t>(1 + 100 * r + 8 * p + s);
+        for (std::size_t k = 0; k < 2; ++k) {
+          const char* who = k == 0 ? "module" : "host";
+          std::vector<uint8_t> out(512, 0xEE);
+          // Along each source row: the line advances a row, the samples step a pixel.
+          axes[k](along.data(), source.data(), out.data() + kOrigin, kRows, kPixels, spp, kColumns * spp, spp, advance,
+                  ps, 0, kColumns, interpolate);
+          EXPECT_EQ(out, expected) << who << " axis spp " << spp << " interpolate " << interpolate << " advance " << advance;
+          std::fill(out.begin(), out.end(), 0xEE);
+          planes[k](pairs.data(), source.data(), out.data() + kOrigin, kRows, kPixels, spp, spp, kColumns * spp,
+                    advance, ps, 0, kColumns, 0, kRows, interpolate);
+          EXPECT_EQ(out, expected) << who << " plane spp " << spp << " interpolate " << interpolate << " advance " << advance;
+        }
+      }
+    }
+  }
+}
+
+}  // namespace

@@ -536,12 +536,38 @@ struct RemapCase {
   int32_t first[2], end[2];  // x, y (the one-axis remap uses [0])
   int16_t interpolate;
   bool inside;  // every coordinate accepted (when the ranges allow it)
+  // The destination walks: a pixel stride after each pixel, the advance after
+  // each row, so rows start pixels x pixel stride + advance apart.
+  int32_t rowBytes() const { return (std::max(pixels, 1) - 1) * pixelStride + spp; }
+  int32_t rowPitch() const { return std::max(pixels, 1) * pixelStride + destinationAdvance; }
 };
 
-// Destination plane of a remap: rows of pixels at pixelStride, rows advance apart.
+// The destination advance, drawn by the row pitch it gives: none (the pitch is a
+// whole number of pixel strides), a few bytes either way, rows ending at their
+// last sample, padded rows, rows that overlap (all at one place for a pitch of 0),
+// and rows going up in memory, apart or overlapping. Later rows are written after
+// earlier ones, so where rows overlap the later one's accepted pixels stay.
+int32_t drawAdvance(Rng& rng, const RemapCase& c) {
+  const int32_t bytes = c.rowBytes(), span = c.rowPitch() - c.destinationAdvance;
+  const auto some = [&](int32_t n) { return static_cast<int32_t>(rng.below(static_cast<uint32_t>(n))); };
+  switch (rng.below(10)) {
+    case 0:
+    case 1: return 0;
+    case 2: return 1 + some(7);
+    case 3: return -1 - some(7);
+    case 4: return bytes - span;
+    case 5:
+    case 6: return drawStride(rng, bytes, false) - span;
+    case 7: return some(bytes) - span;
+    case 8: return -drawStride(rng, bytes, false) - span;
+    default: return -1 - some(bytes) - span;
+  }
+}
+
+// Destination plane of a remap: rows of pixels at pixelStride, one row pitch
+// apart, so that the guards sit right outside the bytes the walk may write.
 void remapDestination(Arena& arena, Rng& rng, const RemapCase& c) {
-  const int32_t rowBytes = (std::max(c.pixels, 1) - 1) * c.pixelStride + c.spp;
-  arena.plane("destination", std::max(c.rows, 1), rowBytes, c.destinationAdvance, static_cast<int>(rng.below(64)), rng);
+  arena.plane("destination", std::max(c.rows, 1), c.rowBytes(), c.rowPitch(), static_cast<int>(rng.below(64)), rng);
 }
 
 // Guard pages more often than the other checks: reads one past the last column
@@ -559,15 +585,15 @@ RemapCase drawRemapCase(Rng& rng, int64_t i) {
   c.inside = rng.chance(3);
   // Side by side (whole groups stored at once) more often when inside.
   c.pixelStride = c.spp + (c.inside && rng.chance(2) ? 0 : static_cast<int32_t>(rng.below(3)));
-  c.destinationAdvance = drawStride(rng, (c.pixels - 1) * c.pixelStride + c.spp, false);
+  if (i % 53 == 52) c.rows = 0;
+  if (i % 59 == 58) c.pixels = -2;
+  c.destinationAdvance = drawAdvance(rng, c);
   for (int axis = 0; axis < 2; ++axis) {
     c.first[axis] = static_cast<int32_t>(rng.range(-3, 5));
     c.end[axis] = c.first[axis] + static_cast<int32_t>(1 + rng.below(rng.chance(4) ? 2 : 40));
     if (rng.chance(40)) c.end[axis] = c.first[axis] - static_cast<int32_t>(rng.below(2));  // an empty range
   }
   c.interpolate = static_cast<int16_t>(i % 2 == 0 ? 0 : rng.chance(3) ? 0x100 : 1);
-  if (i % 53 == 52) c.rows = 0;
-  if (i % 59 == 58) c.pixels = -2;
   return c;
 }
 
@@ -592,7 +618,8 @@ void verifyRemapAxis(Context& ctx, HostRoutine host, HostRoutine module) {
     for (int32_t k = 0; k < lines * std::max(c.pixels, 1); ++k)
       coords[k] = drawCoordinate(rng, c.first[0], c.end[0], c.interpolate != 0, c.inside);
     const std::string what = words("rows", c.rows, "pixels", c.pixels, "spp", c.spp, "first", c.first[0], "end",
-                                      c.end[0], "interpolate", c.interpolate, down ? "down" : "across");
+                                      c.end[0], "interpolate", c.interpolate, down ? "down" : "across",
+                                      "destination advance", c.destinationAdvance, "pixel stride", c.pixelStride);
     if (!runCase(ctx, a, what, [&](int s) {
           as<slot::RemapAxis8>(s == 0 ? host : module)(a.side<uint32_t>(0, s), a.side<uint8_t>(1, s),
                                                       a.side<uint8_t>(2, s), c.rows, c.pixels, c.spp, advance, step,
@@ -622,7 +649,8 @@ void verifyRemapPlane(Context& ctx, HostRoutine host, HostRoutine module) {
       coords[2 * k + 1] = drawCoordinate(rng, c.first[1], c.end[1], c.interpolate != 0, c.inside);
     }
     const std::string what = words("rows", c.rows, "pixels", c.pixels, "spp", c.spp, "x", c.first[0], c.end[0],
-                                      "y", c.first[1], c.end[1], "interpolate", c.interpolate);
+                                      "y", c.first[1], c.end[1], "interpolate", c.interpolate, "destination advance",
+                                      c.destinationAdvance, "pixel stride", c.pixelStride);
     if (!runCase(ctx, a, what, [&](int s) {
           as<slot::RemapPlane8>(s == 0 ? host : module)(a.side<uint32_t>(0, s), a.side<uint8_t>(1, s),
                                                       a.side<uint8_t>(2, s), c.rows, c.pixels, c.spp, ps, rs,
@@ -634,7 +662,8 @@ void verifyRemapPlane(Context& ctx, HostRoutine host, HostRoutine module) {
 }
 
 // Bench: four-sample pixels, a quarter as many pixels per row as the bench's
-// width in samples, bilinear, coordinates a gentle warp of the source inside it.
+// width in samples, bilinear, coordinates a gentle warp of the source inside it;
+// destination rows back to back (advance 0).
 struct RemapBench final : BenchCase {
   RemapBench(int width, int height, bool plane) : arena(Placement::Heap), twoAxes(plane) {
     Rng rng(0xB0C7);
@@ -657,10 +686,10 @@ struct RemapBench final : BenchCase {
     const int32_t stride = (pixels + 1) * 4;
     if (twoAxes)
       as<slot::RemapPlane8>(routine)(arena.side<uint32_t>(0, 1), arena.side<uint8_t>(1, 1), arena.side<uint8_t>(2, 1),
-                                  rows, pixels, 4, 4, stride, pixels * 4, 4, 0, pixels + 1, 0, rows + 1, 1);
+                                  rows, pixels, 4, 4, stride, 0, 4, 0, pixels + 1, 0, rows + 1, 1);
     else
       as<slot::RemapAxis8>(routine)(arena.side<uint32_t>(0, 1), arena.side<uint8_t>(1, 1), arena.side<uint8_t>(2, 1),
-                                  rows, pixels, 4, stride, 4, pixels * 4, 4, 0, pixels + 1, 1);
+                                  rows, pixels, 4, stride, 4, 0, 4, 0, pixels + 1, 1);
   }
   Arena arena;
   bool twoAxes;

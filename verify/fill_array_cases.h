@@ -62,12 +62,17 @@ FillArrayCase drawFillArray(Source& src, const refhost::FillArraySettings& setti
   const uint32_t range = chance(4) ? 0x7FFFFFFF : 4 + src.below(60);
   auto position = [&] { return src.below(range + 1); };
   const int64_t capacity = stride - 2;
+  // Hostile crossing counts reach past the crossings' room into the counts and
+  // spans (capacity + 1 and + 2: all of the block but the span count, and all of
+  // it), beyond the block, and below 0; the direction check counts exactly the
+  // words such a count names.
   auto count = [&](int64_t valid) -> uint32_t {
-    switch (src.below(12)) {
-      case 0: return static_cast<uint32_t>(capacity + 1 + src.below(4));  // beyond the row
+    switch (src.below(13)) {
+      case 0: return static_cast<uint32_t>(capacity + 1 + src.below(4));  // just beyond the room
       case 1: return static_cast<uint32_t>(-static_cast<int32_t>(1 + src.below(5)));  // negative
       case 2: return any();
       case 3: return static_cast<uint32_t>(valid | 1) <= capacity ? static_cast<uint32_t>(valid | 1) : 1;  // odd
+      case 4: return static_cast<uint32_t>(stride) + src.below(3 * static_cast<uint32_t>(stride));  // past the block
       default: return static_cast<uint32_t>(valid);
     }
   };

@@ -315,9 +315,12 @@ void resize(Planes& p) {
   cv::resize(p.s().mat(), p.d().mat(), p.d().mat().size(), 0, 0, Interpolation);
 }
 
+// The destination walks a pixel at a time and then by the advance: the advance is
+// the row's padding, its stride less the pixels' bytes.
 void remapPlane(HostRoutine r, Planes& p) {
+  const int32_t padding = p.d().stride() - p.columns * p.channels;
   slot<code::rsmp, 19>(r)(p.coordinates.data(), p.s().data(), p.d().data(), p.rows, p.columns, p.channels, p.channels,
-                          p.s().stride(), p.d().stride(), p.channels, 0, p.sourceColumns, 0, p.sourceRows, 1);
+                          p.s().stride(), padding, p.channels, 0, p.sourceColumns, 0, p.sourceRows, 1);
 }
 void remap(Planes& p) { cv::remap(p.s().mat(), p.d().mat(), p.map1, p.map2, cv::INTER_LINEAR); }
 

@@ -31,6 +31,9 @@ TARNELL_SLOT(rsmp, 24, BoxReduce8, void, const uint8_t* source, uint8_t* destina
              int32_t sourceStride, int32_t destinationStride, int32_t samplesPerPixel, int32_t a, int32_t b)
 
 // --- 'rsmp': remaps from 16.16 source coordinates -----------------------------
+// Both: the destination walks, by destinationPixelStride after each pixel and by
+// destinationAdvance after each output row (pixel p of row r at r * (pixels *
+// destinationPixelStride + destinationAdvance) + p * destinationPixelStride).
 // Slot 18: one output row is a run along one source line (the line starts at
 // source + r * sourceAdvance; a coordinate's integer part steps along it by
 // sourceRowStride bytes).

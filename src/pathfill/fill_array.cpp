@@ -2,9 +2,10 @@
 // sorted in place, turned into span edges by the even-odd or non-zero rule,
 // cleared of coincident pairs, merged with the row's spans through the
 // operation's truth table into the scratch row after the rows, and copied back
-// through the live 'memo' slot 0. Every count is clamped to the row's capacity
-// before it is used, so a hostile array is processed within its own words and its
-// working space. Nothing allocates; the only state read is the two debug values.
+// through the live 'memo' slot 0. The operation clamps every count to the row's
+// capacity before using it, so a hostile array is processed within its own words
+// and its working space; the validation counts what the count names, within the
+// row. Nothing allocates; the only state read is the two debug values.
 #include "pathfill/fill_array.h"
 
 #include <emmintrin.h>
@@ -294,8 +295,10 @@ void ValidateFillArray(const uint32_t* fillArray, const char* sourceName, int32_
     if (count > g.capacity) reportAt("ValidateFillArray: count too large.", sourceName, line);
     if (count < 0) reportAt("ValidateFillArray: count is negative.", sourceName, line);
     if ((count & 1) != 0) continue;
-    // The crossings the operation will take: a count beyond the row is clamped.
-    const int64_t n = static_cast<uint32_t>(count) > g.capacity ? evenFloor(g.capacity) : count;
+    // The last count words of the block, unclamped (unlike the operation): a count
+    // beyond the crossings' room takes in the counts and spans before them, up to
+    // the whole block; a negative one takes none.
+    const int64_t n = std::clamp<int64_t>(count, 0, g.stride);
     int64_t up = 0;
     for (int64_t i = g.stride - n; i < g.stride; ++i) up += block[i] & 1;
     if (2 * up != n) reportAt("ValidateFillArray: Up does not match down.", sourceName, line);

@@ -1,7 +1,9 @@
 // RemapAxis8: each output row is a run fetched along one source line from 16.16
 // coordinates, by nearest sample or by linear interpolation through
 // SignedMul255Table. Pixels whose coordinate falls outside [first, end) are left
-// untouched.
+// untouched. The destination is one walking pointer: a pixel stride after each
+// pixel, the advance after each row (so row r starts r x (pixels x pixel stride +
+// advance) in).
 #include "resample/remap_common.h"
 #include "resample/resample_routines.h"
 
@@ -17,15 +19,15 @@ void RemapAxis8(const uint32_t* coordinates, const uint8_t* source, uint8_t* des
   if (axis.limit < 0) return;
   const auto limit = static_cast<uint32_t>(axis.limit);
   const bool fits = interiorFits(sourceRowStride, limit, 0, 0, false);
-  for (int32_t r = 0; r < rows; ++r) {
+  uint8_t* d = destination;
+  for (int32_t r = 0; r < rows; ++r, d += destinationAdvance) {
     const uint8_t* line = source + intptr_t{r} * sourceAdvance;
-    uint8_t* d = destination + intptr_t{r} * destinationAdvance;
     const RemapRun run{line, sourceRowStride, 0, destinationPixelStride, axis.origin, limit, 0, 0, fits};
     // Interpolated four-sample pixels: groups of eight interior ones in pairs, the
     // others one vector step each; a zero fraction interpolates toward the pixel
     // itself (the identity), so its neighbour is never read.
     if (axis.interpolate && samplesPerPixel == 4) {
-      lerpRow4<false>(coordinates, run, d, pixels, [&](const uint32_t* c, uint8_t* out) {
+      d = lerpRow4<false>(coordinates, run, d, pixels, [&](const uint32_t* c, uint8_t* out) {
         const uint32_t offset = *c - axis.origin;
         if (offset > limit) return;
         const uint8_t* a = line + intptr_t{offset >> 16} * sourceRowStride;

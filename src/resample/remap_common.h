@@ -363,9 +363,10 @@ inline bool lerpInteriorPairs(const __m128i cx[2], const __m128i cy[2], const Re
 
 // An interpolating row of four-sample pixels: groups of eight interior ones
 // through lerpInteriorPairs (when the run allows it), every other pixel through
-// pixel(its coordinates, its destination).
+// pixel(its coordinates, its destination). Returns the destination after the
+// row's last pixel stride, where the caller adds its row advance.
 template <bool TwoAxes, class Pixel>
-inline void lerpRow4(const uint32_t* coordinates, const RemapRun& run, uint8_t* d, int32_t pixels, Pixel pixel) {
+inline uint8_t* lerpRow4(const uint32_t* coordinates, const RemapRun& run, uint8_t* d, int32_t pixels, Pixel pixel) {
   constexpr std::ptrdiff_t step = TwoAxes ? 2 : 1;
   int32_t p = 0;
   if (run.interior)
@@ -376,6 +377,7 @@ inline void lerpRow4(const uint32_t* coordinates, const RemapRun& run, uint8_t* 
         for (std::ptrdiff_t k = 0; k < 8; ++k) pixel(coordinates + k * step, d + k * run.dps);
     }
   for (; p < pixels; ++p, coordinates += step, d += run.dps) pixel(coordinates, d);
+  return d;
 }
 
 // Interpolating: across by fx (between rows j and j + 1 first when TwoAxes).

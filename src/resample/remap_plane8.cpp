@@ -1,7 +1,8 @@
 // RemapPlane8: each output pixel fetched from an (x, y) pair of 16.16 source
 // coordinates, by nearest pixel or bilinearly: down by fy in columns i and i + 1
 // (each kept as a byte), then across by fx. A pixel is written only when both
-// coordinates are inside their ranges.
+// coordinates are inside their ranges. The destination walks as in RemapAxis8: a
+// pixel stride after each pixel, the advance after each row.
 //
 // Bilinear four-sample pixels take a vector path: the two columns are
 // interpolated down in one step and then across, with the table's rounding
@@ -37,8 +38,9 @@ void bilinearPlane4(const uint32_t* coordinates, uint8_t* destination, int32_t r
     bilinear4(run.source + intptr_t{cx >> 16} * run.ps + intptr_t{cy >> 16} * run.rs, fx != 0 ? run.ps : 0,
               fy != 0 ? run.rs : 0, fx, fy, d);
   };
+  uint8_t* d = destination;
   for (int32_t r = 0; r < rows; ++r, coordinates += 2 * intptr_t{pixels})
-    lerpRow4<true>(coordinates, run, destination + r * destinationAdvance, pixels, pixel);
+    d = lerpRow4<true>(coordinates, run, d, pixels, pixel) + destinationAdvance;
 }
 
 }  // namespace
@@ -60,8 +62,8 @@ void RemapPlane8(const uint32_t* coordinates, const uint8_t* source, uint8_t* de
   if (lerpOn && samplesPerPixel == 4) return bilinearPlane4(coordinates, destination, rows, pixels, destinationAdvance, run);
   // One to four samples: groups of eight pixels, the rest of each row below.
   const bool groups = samplesPerPixel >= 1 && samplesPerPixel <= 4;
-  for (int32_t r = 0; r < rows; ++r) {
-    uint8_t* d = destination + intptr_t{r} * destinationAdvance;
+  uint8_t* d = destination;
+  for (int32_t r = 0; r < rows; ++r, d += destinationAdvance) {
     const int32_t done = groups ? remapRow8<true>(coordinates, run, lerpOn, d, pixels, samplesPerPixel) : 0;
     coordinates += 2 * done;
     d += intptr_t{done} * destinationPixelStride;
