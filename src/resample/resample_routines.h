@@ -12,21 +12,21 @@ namespace tarnell::resample {
 
 // Slot 5
 SlotTypeOf<slot::FilterRowsSse2_8> FilterRowsScalar8;  // filter_rows8_scalar.cpp
-SlotTypeOf<slot::FilterRowsSse2_8> FilterRowsSse2_8;   // filter_rows8_sse2.cpp
+SlotTypeOf<slot::FilterRowsSse2_8> FilterRowsSse2_8;   // kernel_filters_sse2.cpp
 // Slot 6
 SlotTypeOf<slot::FilterColumnsSse2_8> FilterColumns8;       // filter_columns8_scalar.cpp
-SlotTypeOf<slot::FilterColumnsSse2_8> FilterColumnsSse2_8;  // filter_columns8_sse2.cpp
+SlotTypeOf<slot::FilterColumnsSse2_8> FilterColumnsSse2_8;  // kernel_filters_sse2.cpp
 // Slot 13
-SlotTypeOf<slot::FilterRows16> FilterRows16;  // filter_rows16_sse2.cpp
+SlotTypeOf<slot::FilterRows16> FilterRows16;  // kernel_filters_sse2.cpp
 // Slot 27
 SlotTypeOf<slot::FilterColumnsFloat> FilterColumnsFloat;  // filter_columns_float_sse2.cpp
 // Slot 3
 SlotTypeOf<slot::BoxAverageRows8> BoxAverageRows8;  // box_average_rows8_sse2.cpp
 // Slot 24
-SlotTypeOf<slot::BoxReduce8> BoxReduce8;  // box_reduce8.cpp
+SlotTypeOf<slot::BoxReduce8> BoxReduce8;  // box_reduce8_sse2.cpp
 // Slots 18, 19
-SlotTypeOf<slot::RemapAxis8> RemapAxis8;   // remap_axis8.cpp
-SlotTypeOf<slot::RemapPlane8> RemapPlane8;  // remap_plane8.cpp
+SlotTypeOf<slot::RemapAxis8> RemapAxis8;   // remap8_sse2.cpp
+SlotTypeOf<slot::RemapPlane8> RemapPlane8;  // remap8_sse2.cpp
 
 // Widest output row BoxReduce8 sums itself; wider rows go to the host's routine.
 constexpr int32_t kBoxReduceMaxWidth = 1500;
