@@ -18,7 +18,7 @@
 #include <vector>
 
 #include "convert/convert_sse2.h"
-#include "convert/noise_table.h"
+#include "host/noise_table.h"
 #include "host/install.h"
 #include "host/module_state.h"
 #include "tests/install_recorder.h"

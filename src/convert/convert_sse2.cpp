@@ -13,7 +13,7 @@
 
 #include <cstring>
 
-#include "convert/noise_table.h"
+#include "host/noise_table.h"
 #include "host/module_state.h"
 
 namespace tarnell {

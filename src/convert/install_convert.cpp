@@ -1,5 +1,4 @@
 #include "convert/convert_sse2.h"
-#include "convert/noise_table.h"
 #include "host/install.h"
 #include "host/module_state.h"
 
@@ -18,15 +17,6 @@ void installConvert(const SuiteWriter<code::conv>& writer, const CpuFeatureFlags
 
 int32_t installConvertSuite(HostInfo* /*hostInfo*/) {
   installConvert(SuiteWriter<code::conv>(g_liveTables[kConv], g_kernels), g_cpuFeatureFlags);
-  return 1;
-}
-
-// The noise hook goes in whatever the processor: the dithering routines of every
-// suite read the table it keeps.
-void installNoiseHookInto(const SuiteWriter<code::core>& writer) { writer.put(slot::registerNoiseTable, &registerNoiseTable); }
-
-int32_t installNoiseHook(HostInfo* /*hostInfo*/) {
-  installNoiseHookInto(SuiteWriter<code::core>(g_liveTables[kCore], g_kernels));
   return 1;
 }
 

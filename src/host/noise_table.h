@@ -1,5 +1,6 @@
 // The host's dither-noise buffer as the host last registered it through 'core'
-// slot 3. Written only by registerNoiseTable; the dithering conversions read it.
+// slot 3. Written only by registerNoiseTable; the dithering conversions and the
+// painting routines read it.
 #pragma once
 
 #include <cstdint>
