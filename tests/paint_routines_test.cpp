@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "convert/noise_table.h"
+#include "host/noise_table.h"
 #include "paint/paint.h"
 #include "refhost/refhost.h"
 #include "tests/module_start.h"

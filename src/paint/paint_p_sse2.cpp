@@ -2,7 +2,7 @@
 // scales the distance to the colour by the mask and then by the opacity, each
 // division by 255 ending on a dither byte (two per pixel); the 16-bit worker
 // blends by mask times opacity, without dither.
-#include "paint/paint_rows.h"
+#include "paint/paint_rows_sse2.h"
 
 namespace tarnell::paint {
 

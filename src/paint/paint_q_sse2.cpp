@@ -1,7 +1,7 @@
 // Family Q: a colour painted through the mask. The 8-bit worker scales the
 // distance to the colour by the mask, the division by 255 ending on one dither
 // byte per pixel; the 16-bit worker blends by the mask, without dither.
-#include "paint/paint_rows.h"
+#include "paint/paint_rows_sse2.h"
 
 namespace tarnell::paint {
 

@@ -3,7 +3,7 @@
 // the sample becomes the colour (its low byte, or low 16 bits); nothing is
 // blended or dithered. A vector step
 // whose mask is all below the threshold writes nothing.
-#include "paint/paint_rows.h"
+#include "paint/paint_rows_sse2.h"
 
 namespace tarnell::paint {
 

@@ -2,7 +2,7 @@
 // channel. The worker's second argument picks the channel and is the x of the
 // dither start too; the companions add the plane's number, so each plane reads
 // its own channel and starts its dither from its own x.
-#include "paint/paint_rows.h"
+#include "paint/paint_rows_sse2.h"
 
 namespace tarnell::paint {
 

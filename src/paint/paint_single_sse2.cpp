@@ -1,13 +1,13 @@
 // The single paint entries: raise-only painting (5, 81), the raise-only
 // threshold fill (9), and the two-row moves inside the record's buffer (18, 92).
-#include "paint/paint_rows.h"
+#include "paint/paint_rows_sse2.h"
 
 namespace tarnell::paint {
 
 namespace {
 
 // Family Q's step where the colour is above the sample; elsewhere w is 0.
-PAINT_INLINE __m128i raiseQV(__m128i d, __m128i c, __m128i m, const uint8_t* n) {
+TARNELL_INLINE __m128i raiseQV(__m128i d, __m128i c, __m128i m, const uint8_t* n) {
   const __m128i up = _mm_subs_epu8(c, d);
   const __m128i r = loadu(n);
   const __m128i lo = ditherScaleV(_mm_mullo_epi16(lo16(up), lo16(m)), lo16(r));
@@ -17,7 +17,7 @@ PAINT_INLINE __m128i raiseQV(__m128i d, __m128i c, __m128i m, const uint8_t* n) 
 
 // Row n of the record's buffer at the call's offset.
 template <class T>
-PAINT_INLINE T* bufferRow(const PaintRecord* record, int32_t n, int32_t offset) {
+TARNELL_INLINE T* bufferRow(const PaintRecord* record, int32_t n, int32_t offset) {
   return rowOf(static_cast<T*>(record->buffer), record->bufferStride, n) + offset;
 }
 

@@ -2,7 +2,7 @@
 // channel, as in family S (the second argument is the channel and the dither
 // start's x); the opacity is the low byte (8-bit) or the low 16 bits (16-bit)
 // of a 32-bit argument that all planes share.
-#include "paint/paint_rows.h"
+#include "paint/paint_rows_sse2.h"
 
 namespace tarnell::paint {
 
