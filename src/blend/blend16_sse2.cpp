@@ -26,63 +26,59 @@
 
 #include "blend/blend16.h"
 #include "host/constants.h"
+#include "host/inline.h"
 
 namespace tarnell::blend16 {
 
 namespace {
 
-#if defined(__GNUC__)
-#define BLEND16_INLINE inline __attribute__((always_inline))
-#else
-#define BLEND16_INLINE inline
-#endif
 
 using Byte = unsigned char;
 constexpr uint32_t kFull = 32768;
 
 // ------------------------------------------------------------------ scalar
 
-BLEND16_INLINE uint32_t get(const Byte* row, int32_t i) {
+TARNELL_INLINE uint32_t get(const Byte* row, int32_t i) {
   uint16_t v;
   std::memcpy(&v, row + 2 * static_cast<intptr_t>(i), 2);
   return v;
 }
-BLEND16_INLINE void set(Byte* row, int32_t i, uint32_t v) {
+TARNELL_INLINE void set(Byte* row, int32_t i, uint32_t v) {
   const auto w = static_cast<uint16_t>(v);
   std::memcpy(row + 2 * static_cast<intptr_t>(i), &w, 2);
 }
-BLEND16_INLINE uint32_t p16(uint32_t a, uint32_t b) { return (a * b + 16384) >> 15; }
+TARNELL_INLINE uint32_t p16(uint32_t a, uint32_t b) { return (a * b + 16384) >> 15; }
 
 // ------------------------------------------------------------------ vector
 
 struct Vectors {
   __m128i zero, full;
-  BLEND16_INLINE Vectors() : zero(load(kVecZero)), full(load(kVecWords8000)) {}
-  static BLEND16_INLINE __m128i load(ConstantVectorIndex i) {
+  TARNELL_INLINE Vectors() : zero(load(kVecZero)), full(load(kVecWords8000)) {}
+  static TARNELL_INLINE __m128i load(ConstantVectorIndex i) {
     return _mm_load_si128(reinterpret_cast<const __m128i*>(g_constantVectors[i].bytes));
   }
 };
 
 // The second operand of a product, doubled: 2b for b below 32768, and 65535 (the
 // saturated 65536) for b = 32768.
-BLEND16_INLINE __m128i doubled(__m128i b) { return _mm_adds_epu16(b, b); }
+TARNELL_INLINE __m128i doubled(__m128i b) { return _mm_adds_epu16(b, b); }
 
 // P(a, b) per lane from a and b2 = doubled(b), for a in 0..32768. For b below
 // 32768 the product a 2b fits 32 bits, so its high half is (a b) >> 15 and bit 15
 // of its low half is bit 14 of a b, the rounding bit. For b = 32768 the high half
 // of a 65535 = 65536 a - a is a - 1 (a > 0) and bit 15 of its low half 65536 - a
 // is set, which gives a again (and 0 for a = 0).
-BLEND16_INLINE __m128i productDoubled(__m128i a, __m128i b2) {
+TARNELL_INLINE __m128i productDoubled(__m128i a, __m128i b2) {
   return _mm_add_epi16(_mm_mulhi_epu16(a, b2), _mm_srli_epi16(_mm_mullo_epi16(a, b2), 15));
 }
-BLEND16_INLINE __m128i product(__m128i a, __m128i b) { return productDoubled(a, doubled(b)); }
+TARNELL_INLINE __m128i product(__m128i a, __m128i b) { return productDoubled(a, doubled(b)); }
 
 // 32768 - x per lane (x in 0..32768).
-BLEND16_INLINE __m128i complement(const Vectors& v, __m128i x) { return _mm_sub_epi16(v.full, x); }
+TARNELL_INLINE __m128i complement(const Vectors& v, __m128i x) { return _mm_sub_epi16(v.full, x); }
 
 // ((y + 16384) >> 15) for y = 65536 h + l, taken apart: 2h + ((l + 16384) >> 15),
 // the last term 0, 1 or 2, formed as the rounded half of l >> 14.
-BLEND16_INLINE __m128i roundedHalves(const Vectors& v, __m128i h, __m128i l) {
+TARNELL_INLINE __m128i roundedHalves(const Vectors& v, __m128i h, __m128i l) {
   return _mm_add_epi16(_mm_add_epi16(h, h), _mm_avg_epu16(_mm_srli_epi16(l, 14), v.zero));
 }
 
@@ -91,7 +87,7 @@ BLEND16_INLINE __m128i roundedHalves(const Vectors& v, __m128i h, __m128i l) {
 // arithmetically. t runs -32768..32768 (17 bits), so its sign comes from comparing
 // x and d, not from bit 15; the unsigned high half of w t is then corrected by
 // subtracting w where t is negative.
-BLEND16_INLINE __m128i mix(const Vectors& v, __m128i x, __m128i w, __m128i d) {
+TARNELL_INLINE __m128i mix(const Vectors& v, __m128i x, __m128i w, __m128i d) {
   const __m128i t = _mm_sub_epi16(x, d);
   const __m128i rising = _mm_cmpeq_epi16(_mm_subs_epu16(d, x), v.zero);  // t >= 0
   const __m128i h = _mm_sub_epi16(_mm_mulhi_epu16(t, w), _mm_andnot_si128(rising, w));
@@ -100,20 +96,20 @@ BLEND16_INLINE __m128i mix(const Vectors& v, __m128i x, __m128i w, __m128i d) {
 
 // The same mix for x <= d: with u = d - x >= 0, the result is d - ((w u + 16383)
 // >> 15), and the rounding term of a low half l is that of max(l - 1, 0).
-BLEND16_INLINE __m128i mixDown(const Vectors& v, __m128i x, __m128i w, __m128i d) {
+TARNELL_INLINE __m128i mixDown(const Vectors& v, __m128i x, __m128i w, __m128i d) {
   const __m128i u = _mm_sub_epi16(d, x);
   const __m128i below = _mm_subs_epu16(_mm_mullo_epi16(u, w), _mm_set1_epi16(1));
   return _mm_sub_epi16(d, roundedHalves(v, _mm_mulhi_epu16(u, w), below));
 }
 
-BLEND16_INLINE const __m128i* at(const Byte* row, int32_t i) {
+TARNELL_INLINE const __m128i* at(const Byte* row, int32_t i) {
   return reinterpret_cast<const __m128i*>(row + 2 * static_cast<intptr_t>(i));
 }
-BLEND16_INLINE __m128i* at(Byte* row, int32_t i) { return reinterpret_cast<__m128i*>(row + 2 * static_cast<intptr_t>(i)); }
-BLEND16_INLINE __m128i loadu(const Byte* row, int32_t i) { return _mm_loadu_si128(at(row, i)); }
+TARNELL_INLINE __m128i* at(Byte* row, int32_t i) { return reinterpret_cast<__m128i*>(row + 2 * static_cast<intptr_t>(i)); }
+TARNELL_INLINE __m128i loadu(const Byte* row, int32_t i) { return _mm_loadu_si128(at(row, i)); }
 // The destination (or alignment reference) row: aligned on the aligned path.
 template <bool Aligned>
-BLEND16_INLINE __m128i loadd(const Byte* row, int32_t i, std::bool_constant<Aligned>) {
+TARNELL_INLINE __m128i loadd(const Byte* row, int32_t i, std::bool_constant<Aligned>) {
   return Aligned ? _mm_load_si128(at(row, i)) : _mm_loadu_si128(at(row, i));
 }
 
@@ -132,7 +128,7 @@ constexpr intptr_t kAheadBytes = 1024;
 // returns the eight destination samples from i, aligned telling whether the
 // destination at i is 16-byte aligned. The rows read are prefetched ahead.
 template <Store S, class Scalar, class Vector, class... Read>
-BLEND16_INLINE void row(Byte* destination, int32_t columns, Scalar scalar, Vector vector, const Read*... read) {
+TARNELL_INLINE void row(Byte* destination, int32_t columns, Scalar scalar, Vector vector, const Read*... read) {
   const auto address = reinterpret_cast<uintptr_t>(destination);
   int32_t i = 0;
   if ((address & 1) == 0) {
@@ -171,16 +167,16 @@ struct Plane {
   B* row;
   intptr_t step;
 };
-BLEND16_INLINE Plane<Byte> plane(uint16_t* first, int32_t stride) {
+TARNELL_INLINE Plane<Byte> plane(uint16_t* first, int32_t stride) {
   return {reinterpret_cast<Byte*>(first), static_cast<intptr_t>(stride >> 1) * 2};
 }
-BLEND16_INLINE Plane<const Byte> plane(const uint16_t* first, int32_t stride) {
+TARNELL_INLINE Plane<const Byte> plane(const uint16_t* first, int32_t stride) {
   return {reinterpret_cast<const Byte*>(first), static_cast<intptr_t>(stride >> 1) * 2};
 }
 
 // Calls body with every plane's row, rows times, each plane advancing by its step.
 template <class Body, class... B>
-BLEND16_INLINE void eachRow(int32_t rows, Body body, Plane<B>... planes) {
+TARNELL_INLINE void eachRow(int32_t rows, Body body, Plane<B>... planes) {
   for (; rows-- > 0; ((planes.row += planes.step), ...)) body(planes.row...);
 }
 

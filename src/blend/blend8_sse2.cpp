@@ -12,34 +12,30 @@
 
 #include "blend/blend8.h"
 #include "host/constants.h"
+#include "host/inline.h"
 #include "host/startup_tables.h"
 
 namespace tarnell::blend8 {
 
 namespace {
 
-#if defined(__GNUC__)
-#define BLEND8_INLINE inline __attribute__((always_inline))
-#else
-#define BLEND8_INLINE inline
-#endif
 
 // ------------------------------------------------------------------ scalar
 
-BLEND8_INLINE uint8_t mul(int a, int b) { return Mul255Table[a][b]; }
+TARNELL_INLINE uint8_t mul(int a, int b) { return Mul255Table[a][b]; }
 
 // d + L(w, x - d): the signed mix entry for weight w and difference x - d.
-BLEND8_INLINE uint8_t mix(int d, int x, int w) { return static_cast<uint8_t>(d + SignedMul255Table[w][x - d + 255]); }
+TARNELL_INLINE uint8_t mix(int d, int x, int w) { return static_cast<uint8_t>(d + SignedMul255Table[w][x - d + 255]); }
 
 // ------------------------------------------------------------------ vector
 
 // The shared constants, loaded once per call.
 struct Vectors {
   __m128i zero, words128, words255, words257;
-  BLEND8_INLINE Vectors()
+  TARNELL_INLINE Vectors()
       : zero(load(kVecZero)), words128(load(kVecWords128)), words255(load(kVecWords255)),
         words257(_mm_set1_epi16(257)) {}
-  static BLEND8_INLINE __m128i load(ConstantVectorIndex i) {
+  static TARNELL_INLINE __m128i load(ConstantVectorIndex i) {
     return _mm_load_si128(reinterpret_cast<const __m128i*>(g_constantVectors[i].bytes));
   }
 };
@@ -48,18 +44,18 @@ struct Vectors {
 // (t + (t >> 8)) >> 8. That equals (t * 257) >> 16 -- t * 257 is 256 * t + t, and
 // the fraction t / 256 dropped by the inner shift can never carry into the outer
 // one -- so a single high multiply does it.
-BLEND8_INLINE __m128i reduce255(const Vectors& v, __m128i t) { return _mm_mulhi_epu16(t, v.words257); }
+TARNELL_INLINE __m128i reduce255(const Vectors& v, __m128i t) { return _mm_mulhi_epu16(t, v.words257); }
 
 // round255(a * b) on 16-bit lanes holding 0..255: chained products stay widened
 // between steps instead of being packed and unpacked again.
-BLEND8_INLINE __m128i mul16(const Vectors& v, __m128i a, __m128i b) {
+TARNELL_INLINE __m128i mul16(const Vectors& v, __m128i a, __m128i b) {
   return reduce255(v, _mm_add_epi16(_mm_mullo_epi16(a, b), v.words128));
 }
-BLEND8_INLINE __m128i widenLo(const Vectors& v, __m128i x) { return _mm_unpacklo_epi8(x, v.zero); }
-BLEND8_INLINE __m128i widenHi(const Vectors& v, __m128i x) { return _mm_unpackhi_epi8(x, v.zero); }
+TARNELL_INLINE __m128i widenLo(const Vectors& v, __m128i x) { return _mm_unpacklo_epi8(x, v.zero); }
+TARNELL_INLINE __m128i widenHi(const Vectors& v, __m128i x) { return _mm_unpackhi_epi8(x, v.zero); }
 
 // round255(a * b) per byte.
-BLEND8_INLINE __m128i mulv(const Vectors& v, __m128i a, __m128i b) {
+TARNELL_INLINE __m128i mulv(const Vectors& v, __m128i a, __m128i b) {
   const __m128i lo = _mm_add_epi16(_mm_mullo_epi16(_mm_unpacklo_epi8(a, v.zero), _mm_unpacklo_epi8(b, v.zero)), v.words128);
   const __m128i hi = _mm_add_epi16(_mm_mullo_epi16(_mm_unpackhi_epi8(a, v.zero), _mm_unpackhi_epi8(b, v.zero)), v.words128);
   return _mm_packus_epi16(reduce255(v, lo), reduce255(v, hi));
@@ -69,31 +65,31 @@ BLEND8_INLINE __m128i mulv(const Vectors& v, __m128i a, __m128i b) {
 // because no quotient of 255 is a tie. The sum is d * (255 - w) + x * w, in
 // 0..65025, so forming it modulo 2^16 (d * 255 plus the wrapped signed product)
 // gives it exactly; 255 * d is one multiply rather than a widening and a subtract.
-BLEND8_INLINE __m128i mixHalf(const Vectors& v, __m128i d16, __m128i x16, __m128i w16) {
+TARNELL_INLINE __m128i mixHalf(const Vectors& v, __m128i d16, __m128i x16, __m128i w16) {
   const __m128i base = _mm_add_epi16(_mm_mullo_epi16(d16, v.words255), v.words128);
   return reduce255(v, _mm_add_epi16(base, _mm_mullo_epi16(w16, _mm_sub_epi16(x16, d16))));
 }
-BLEND8_INLINE __m128i mixv(const Vectors& v, __m128i d, __m128i x, __m128i w) {
+TARNELL_INLINE __m128i mixv(const Vectors& v, __m128i d, __m128i x, __m128i w) {
   const __m128i lo = mixHalf(v, _mm_unpacklo_epi8(d, v.zero), _mm_unpacklo_epi8(x, v.zero), _mm_unpacklo_epi8(w, v.zero));
   const __m128i hi = mixHalf(v, _mm_unpackhi_epi8(d, v.zero), _mm_unpackhi_epi8(x, v.zero), _mm_unpackhi_epi8(w, v.zero));
   return _mm_packus_epi16(lo, hi);
 }
 
 // Bytes whose top bit is set (m >= 128) become 0xFF.
-BLEND8_INLINE __m128i topBit(const Vectors& v, __m128i m) { return _mm_cmplt_epi8(m, v.zero); }
-BLEND8_INLINE __m128i select(__m128i where, __m128i yes, __m128i no) {
+TARNELL_INLINE __m128i topBit(const Vectors& v, __m128i m) { return _mm_cmplt_epi8(m, v.zero); }
+TARNELL_INLINE __m128i select(__m128i where, __m128i yes, __m128i no) {
   return _mm_or_si128(_mm_and_si128(where, yes), _mm_andnot_si128(where, no));
 }
 
-BLEND8_INLINE __m128i loadu(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
-BLEND8_INLINE __m128i loada(const uint8_t* p) { return _mm_load_si128(reinterpret_cast<const __m128i*>(p)); }
-BLEND8_INLINE void storea(uint8_t* p, __m128i x) { _mm_store_si128(reinterpret_cast<__m128i*>(p), x); }
-BLEND8_INLINE void stream(uint8_t* p, __m128i x) { _mm_stream_si128(reinterpret_cast<__m128i*>(p), x); }
+TARNELL_INLINE __m128i loadu(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
+TARNELL_INLINE __m128i loada(const uint8_t* p) { return _mm_load_si128(reinterpret_cast<const __m128i*>(p)); }
+TARNELL_INLINE void storea(uint8_t* p, __m128i x) { _mm_store_si128(reinterpret_cast<__m128i*>(p), x); }
+TARNELL_INLINE void stream(uint8_t* p, __m128i x) { _mm_stream_si128(reinterpret_cast<__m128i*>(p), x); }
 
 // Fetches both planes 2 KiB ahead once per 64-byte line of the (aligned)
 // destination: the processor's own prefetch falls behind on these streams once
 // the planes leave the caches. A prefetch never faults, so it may run past them.
-BLEND8_INLINE void fetchAhead(const uint8_t* d, const uint8_t* s) {
+TARNELL_INLINE void fetchAhead(const uint8_t* d, const uint8_t* s) {
   if ((reinterpret_cast<uintptr_t>(d) & 63) != 0) return;
   _mm_prefetch(reinterpret_cast<const char*>(d) + 2048, _MM_HINT_T0);
   _mm_prefetch(reinterpret_cast<const char*>(s) + 2048, _MM_HINT_T0);
@@ -105,7 +101,7 @@ BLEND8_INLINE void fetchAhead(const uint8_t* d, const uint8_t* s) {
 // vector steps, scalar tail. scalar(i) handles sample i; vector(i) samples
 // i .. i + Step - 1 with the destination at i aligned.
 template <int Step, class Scalar, class Vector>
-BLEND8_INLINE void row(const uint8_t* destination, int32_t columns, Scalar scalar, Vector vector) {
+TARNELL_INLINE void row(const uint8_t* destination, int32_t columns, Scalar scalar, Vector vector) {
   const auto misalign = static_cast<int32_t>(reinterpret_cast<uintptr_t>(destination) & 15);
   int32_t head = misalign == 0 ? 0 : 16 - misalign;
   if (head > columns) head = columns;
@@ -129,17 +125,17 @@ template <class T>
 struct Plane {
   T* row;
   int32_t stride;
-  BLEND8_INLINE void next() { row += static_cast<std::ptrdiff_t>(stride); }
+  TARNELL_INLINE void next() { row += static_cast<std::ptrdiff_t>(stride); }
 };
 template <class T>
-BLEND8_INLINE Plane<T> plane(T* first, int32_t stride) {
+TARNELL_INLINE Plane<T> plane(T* first, int32_t stride) {
   return {first, stride};
 }
 
 // Calls body with every plane's row pointer, rows times, each plane advancing by
 // its own stride.
 template <class Body, class... T>
-BLEND8_INLINE void eachRow(int32_t rows, Body body, Plane<T>... planes) {
+TARNELL_INLINE void eachRow(int32_t rows, Body body, Plane<T>... planes) {
   for (; rows-- > 0; (planes.next(), ...)) body(planes.row...);
 }
 

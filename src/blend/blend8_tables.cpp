@@ -10,23 +10,19 @@
 #include <cstring>
 
 #include "blend/blend8.h"
+#include "host/inline.h"
 #include "host/startup_tables.h"
 
 namespace tarnell::blend8 {
 
 namespace {
 
-#if defined(__GNUC__)
-#define BLEND8T_INLINE inline __attribute__((always_inline))
-#else
-#define BLEND8T_INLINE inline
-#endif
 
 constexpr int32_t kStagedColumns = 4096;
 
-BLEND8T_INLINE int M(int a, int b) { return Mul255Table[a][b]; }
-BLEND8T_INLINE int S(int a, int b) { return Screen255Table[a][b]; }
-BLEND8T_INLINE uint8_t mixTo(int d, int target, int w) {
+TARNELL_INLINE int M(int a, int b) { return Mul255Table[a][b]; }
+TARNELL_INLINE int S(int a, int b) { return Screen255Table[a][b]; }
+TARNELL_INLINE uint8_t mixTo(int d, int target, int w) {
   return static_cast<uint8_t>(d + SignedMul255Table[w][target - d + 255]);
 }
 
@@ -37,11 +33,11 @@ BLEND8T_INLINE uint8_t mixTo(int d, int target, int w) {
 // image data the branch would be mispredicted about every other sample.
 using TableRow = uint8_t[256];
 constexpr const TableRow* kHalfTables[2] = {Mul255Table, Screen255Table};
-BLEND8T_INLINE int O(int base, int x) {
+TARNELL_INLINE int O(int base, int x) {
   const int upper = base >> 7;  // base < 128 ? M(2b, x) : S(2b - 255, x)
   return kHalfTables[upper][2 * base - 255 * upper][x];
 }
-BLEND8T_INLINE int H(int base, int x) {
+TARNELL_INLINE int H(int base, int x) {
   const int upper = base >> 7;  // base < 128 ? M(2b, x) : S(2b - 256, x)
   return kHalfTables[upper][(2 * base) & 255][x];
 }
@@ -50,7 +46,7 @@ BLEND8T_INLINE int H(int base, int x) {
 // row copied to the stack buffer for rows of up to 4096 samples; `other` is a
 // second read-only plane (the mask of the three-plane members), or none.
 template <bool HasOther, class PerSample>
-BLEND8T_INLINE void runRows(const uint8_t* staged, int32_t stagedStride, uint8_t* destination,
+TARNELL_INLINE void runRows(const uint8_t* staged, int32_t stagedStride, uint8_t* destination,
                             int32_t destinationStride, const uint8_t* other, int32_t otherStride, int32_t rows,
                             int32_t columns, PerSample f) {
   if (rows < 1 || columns < 1) return;

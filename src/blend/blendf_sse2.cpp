@@ -18,17 +18,13 @@
 #include <type_traits>
 
 #include "blend/blendf.h"
+#include "host/inline.h"
 #include "host/module_state.h"
 
 namespace tarnell::blendf {
 
 namespace {
 
-#if defined(__GNUC__)
-#define BLENDF_INLINE inline __attribute__((always_inline))
-#else
-#define BLENDF_INLINE inline
-#endif
 
 // Rounding toward zero for the guard's life; the caller's whole control and
 // status word comes back when it ends, whichever way the routine returns.
@@ -51,20 +47,20 @@ class TruncatingRounding {
 // through here is one it can neither compute before the mode in force was set nor
 // fold into an identity that flush-to-zero or denormals-are-zero would break (a
 // sample kept as d must keep its bits, not become d + -0).
-BLENDF_INLINE float opaque(float v) {
+TARNELL_INLINE float opaque(float v) {
   asm volatile("" : "+x"(v));
   return v;
 }
-BLENDF_INLINE __m128 opaque(__m128 v) {
+TARNELL_INLINE __m128 opaque(__m128 v) {
   asm("" : "+x"(v));
   return v;
 }
-BLENDF_INLINE float opacityWeight(uint8_t opacity) { return opaque(static_cast<float>(opacity)) / 255.0f; }
+TARNELL_INLINE float opacityWeight(uint8_t opacity) { return opaque(static_cast<float>(opacity)) / 255.0f; }
 
 // Byte strides and steps become float strides by an arithmetic shift.
-BLENDF_INLINE std::ptrdiff_t floats(int32_t bytes) { return static_cast<std::ptrdiff_t>(bytes >> 2); }
+TARNELL_INLINE std::ptrdiff_t floats(int32_t bytes) { return static_cast<std::ptrdiff_t>(bytes >> 2); }
 
-BLENDF_INLINE __m128 select(__m128 where, __m128 yes, __m128 no) {
+TARNELL_INLINE __m128 select(__m128 where, __m128 yes, __m128 no) {
   return _mm_or_ps(_mm_and_ps(where, yes), _mm_andnot_ps(where, no));
 }
 
@@ -77,14 +73,14 @@ BLENDF_INLINE __m128 select(__m128 where, __m128 yes, __m128 no) {
 template <bool Below>
 struct Toward {
   template <bool Weighted>
-  static BLENDF_INLINE float apply(float d, float s, float w) {
+  static TARNELL_INLINE float apply(float d, float s, float w) {
     if (!(Below ? d > s : s > d)) return d;
     float t = s - d;
     if (Weighted) t = t * w;
     return opaque(d + t);
   }
   template <bool Weighted>
-  static BLENDF_INLINE __m128 apply(__m128 d, __m128 s, __m128 w) {
+  static TARNELL_INLINE __m128 apply(__m128 d, __m128 s, __m128 w) {
     __m128 t = _mm_sub_ps(s, d);
     if (Weighted) t = _mm_mul_ps(t, w);
     return select(Below ? _mm_cmpgt_ps(d, s) : _mm_cmpgt_ps(s, d), opaque(_mm_add_ps(d, t)), d);
@@ -96,11 +92,11 @@ using Darken = Toward<true>;
 // d + w s, no clamping.
 struct Add {
   template <bool Weighted>
-  static BLENDF_INLINE float apply(float d, float s, float w) {
+  static TARNELL_INLINE float apply(float d, float s, float w) {
     return d + (Weighted ? w * s : s);
   }
   template <bool Weighted>
-  static BLENDF_INLINE __m128 apply(__m128 d, __m128 s, __m128 w) {
+  static TARNELL_INLINE __m128 apply(__m128 d, __m128 s, __m128 w) {
     return _mm_add_ps(d, Weighted ? _mm_mul_ps(w, s) : s);
   }
 };
@@ -108,14 +104,14 @@ struct Add {
 // r = 2 d s below d = 0.5, else 1 - 2 (1 - d)(1 - s); then d + (r - d) w.
 struct Overlay {
   template <bool Weighted>
-  static BLENDF_INLINE float apply(float d, float s, float w) {
+  static TARNELL_INLINE float apply(float d, float s, float w) {
     const float r = d < 0.5f ? (2.0f * d) * s : 1.0f - (2.0f * (1.0f - d)) * (1.0f - s);
     float t = r - d;
     if (Weighted) t = t * w;
     return d + t;
   }
   template <bool Weighted>
-  static BLENDF_INLINE __m128 apply(__m128 d, __m128 s, __m128 w) {
+  static TARNELL_INLINE __m128 apply(__m128 d, __m128 s, __m128 w) {
     const __m128 half = _mm_set1_ps(0.5f), one = _mm_set1_ps(1.0f), two = _mm_set1_ps(2.0f);
     const __m128 low = _mm_mul_ps(_mm_mul_ps(two, d), s);
     const __m128 high = _mm_sub_ps(one, _mm_mul_ps(_mm_mul_ps(two, _mm_sub_ps(one, d)), _mm_sub_ps(one, s)));
@@ -130,11 +126,11 @@ struct Overlay {
 // compare and a move would not.
 struct Min {
   template <bool>
-  static BLENDF_INLINE float apply(float d, float s, float) {
+  static TARNELL_INLINE float apply(float d, float s, float) {
     return _mm_cvtss_f32(_mm_min_ss(_mm_set_ss(s), _mm_set_ss(d)));
   }
   template <bool>
-  static BLENDF_INLINE __m128 apply(__m128 d, __m128 s, __m128) {
+  static TARNELL_INLINE __m128 apply(__m128 d, __m128 s, __m128) {
     return _mm_min_ps(s, d);
   }
 };
@@ -147,7 +143,7 @@ enum class Weight { None, Opacity, Mask, OpacityMask };
 // One row of packed samples (step 4 in every present plane). Without a source
 // plane every source sample is c; m is read only by the mask weights.
 template <class Op, Weight W, bool SourcePlane = true>
-BLENDF_INLINE void packedRow(float* d, const float* s, float c, const float* m, float k, int32_t columns) {
+TARNELL_INLINE void packedRow(float* d, const float* s, float c, const float* m, float k, int32_t columns) {
   constexpr bool weighted = W != Weight::None;
   auto weight = [&](int32_t i) {
     if constexpr (W == Weight::Mask) return m[i];

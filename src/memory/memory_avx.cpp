@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "host/inline.h"
 #include "memory/memory_routines.h"
 
 namespace tarnell::memory {
@@ -36,7 +37,7 @@ uint64_t repeated(uint32_t value) { return uint64_t{value} * 0x100000001ULL; }
 // Fills n <= 32 bytes (a whole number of elements, at least one) with the value:
 // two stores from the two ends, each a whole number of elements in.
 template <typename T>
-inline __attribute__((always_inline)) void fillShort(Byte* d, std::size_t n, T value) {
+TARNELL_INLINE void fillShort(Byte* d, std::size_t n, T value) {
   if (n >= 16) {
     const __m128i x = broadcast(value);
     store16(d, x), store16(d + n - 16, x);

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "host/inline.h"
 #include "memory/memory_routines.h"
 
 // The C library's copies (declared here: this file includes no library header
@@ -30,7 +31,7 @@ void store(Byte* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p),
 
 // Copies n <= 64 bytes with every load before the first store: a copy through a
 // temporary, whichever way the runs overlap.
-inline __attribute__((always_inline)) void copySmall(const Byte* s, Byte* d, std::size_t n) {
+TARNELL_INLINE void copySmall(const Byte* s, Byte* d, std::size_t n) {
   if (n > 32) {
     const __m128i a0 = load(s), a1 = load(s + 16), b0 = load(s + n - 32), b1 = load(s + n - 16);
     store(d, a0), store(d + 16, a1), store(d + n - 32, b0), store(d + n - 16, b1);
