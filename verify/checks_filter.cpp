@@ -246,12 +246,12 @@ void verifyDifferenceSum(Context& ctx, HostRoutine host, HostRoutine module) {
     const Run run = [&](HostRoutine r, const Call& c) {
       const auto* a = static_cast<const uint8_t*>(c.plane[0]);
       const auto* b = static_cast<const uint8_t*>(c.plane[1]);
-      if constexpr (Slot == 188)
+      if constexpr (Slot == slot::blockDifferenceSum.number)
         return uint64_t{as<slot::blockDifferenceSum>(r)(a, b)};
       else
         return uint64_t{as<slot::maskedDifferenceSum>(r)(a, b, static_cast<const uint8_t*>(c.plane[2]))};
     };
-    if (!runCase(ctx, host, module, spans, Slot == 188 ? 2 : 3, run, words("case", i))) return;
+    if (!runCase(ctx, host, module, spans, Slot == slot::blockDifferenceSum.number ? 2 : 3, run, words("case", i))) return;
   }
 }
 
@@ -421,7 +421,7 @@ BenchCase* benchDifferenceSum(int w, int h) {
                            const intptr_t n = intptr_t{w} * h - 2 * kDifferenceBlockBytes;
                            uint32_t sink = 0;
                            for (intptr_t i = 0; i < n; i += kDifferenceBlockBytes) {
-                             if constexpr (Slot == 188)
+                             if constexpr (Slot == slot::blockDifferenceSum.number)
                                sink += as<slot::blockDifferenceSum>(r)(a + i, b + i);
                              else
                                sink += as<slot::maskedDifferenceSum>(r)(a + i, b + i + kDifferenceBlockBytes, b + i);
@@ -461,18 +461,18 @@ BenchCase* benchRemap(int w, int h) {
 
 const Check kChecks[] = {
     customCheck(slot::localDeviation3x3, &verifyDeviation, &benchDeviation),
-    customCheck(slot::filterSlot28, &verifyWeightedSum<28, uint8_t>, &benchWeightedSum<28, uint8_t>),
-    customCheck(slot::filterSlot74, &verifyWeightedSum<74, uint16_t>, &benchWeightedSum<74, uint16_t>),
+    customCheck(slot::filterSlot28, &verifyWeightedSum<slot::filterSlot28.number, uint8_t>, &benchWeightedSum<slot::filterSlot28.number, uint8_t>),
+    customCheck(slot::filterSlot74, &verifyWeightedSum<slot::filterSlot74.number, uint16_t>, &benchWeightedSum<slot::filterSlot74.number, uint16_t>),
     customCheck(slot::filterSlot75, &verifyBoxMean, &benchBoxMeanCheck),
-    customCheck(slot::blockDifferenceSum, &verifyDifferenceSum<188>, &benchDifferenceSum<188>),
-    customCheck(slot::maskedDifferenceSum, &verifyDifferenceSum<189>, &benchDifferenceSum<189>),
-    customCheck(slot::blockMatrixFilter2, &verifyBlockMatrix<191, 2>, &benchBlockMatrix<191, 2>),
-    customCheck(slot::blockMatrixFilter3, &verifyBlockMatrix<192, 3>, &benchBlockMatrix<192, 3>),
-    customCheck(slot::blockMatrixFilter4, &verifyBlockMatrix<193, 4>, &benchBlockMatrix<193, 4>),
-    customCheck(slot::blockMatrixFilter5, &verifyBlockMatrix<194, 5>, &benchBlockMatrix<194, 5>),
-    customCheck(slot::angularRemap8, &verifyRemap<200, uint8_t, uint8_t>, &benchRemap<200, uint8_t>),
-    customCheck(slot::angularRemap16, &verifyRemap<201, uint16_t, uint16_t>, &benchRemap<201, uint16_t>),
-    customCheck(slot::angularRemapSlot202, &verifyRemap<202, float, int32_t>, &benchRemap<202, float>),
+    customCheck(slot::blockDifferenceSum, &verifyDifferenceSum<slot::blockDifferenceSum.number>, &benchDifferenceSum<slot::blockDifferenceSum.number>),
+    customCheck(slot::maskedDifferenceSum, &verifyDifferenceSum<slot::maskedDifferenceSum.number>, &benchDifferenceSum<slot::maskedDifferenceSum.number>),
+    customCheck(slot::blockMatrixFilter2, &verifyBlockMatrix<slot::blockMatrixFilter2.number, 2>, &benchBlockMatrix<slot::blockMatrixFilter2.number, 2>),
+    customCheck(slot::blockMatrixFilter3, &verifyBlockMatrix<slot::blockMatrixFilter3.number, 3>, &benchBlockMatrix<slot::blockMatrixFilter3.number, 3>),
+    customCheck(slot::blockMatrixFilter4, &verifyBlockMatrix<slot::blockMatrixFilter4.number, 4>, &benchBlockMatrix<slot::blockMatrixFilter4.number, 4>),
+    customCheck(slot::blockMatrixFilter5, &verifyBlockMatrix<slot::blockMatrixFilter5.number, 5>, &benchBlockMatrix<slot::blockMatrixFilter5.number, 5>),
+    customCheck(slot::angularRemap8, &verifyRemap<slot::angularRemap8.number, uint8_t, uint8_t>, &benchRemap<slot::angularRemap8.number, uint8_t>),
+    customCheck(slot::angularRemap16, &verifyRemap<slot::angularRemap16.number, uint16_t, uint16_t>, &benchRemap<slot::angularRemap16.number, uint16_t>),
+    customCheck(slot::angularRemapSlot202, &verifyRemap<slot::angularRemapSlot202.number, float, int32_t>, &benchRemap<slot::angularRemapSlot202.number, float>),
 };
 
 }  // namespace

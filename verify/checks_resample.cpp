@@ -289,7 +289,7 @@ void verifyRowCopyCalls(Context& ctx, HostRoutine host, HostRoutine module) {
     k.sourceStride = drawStride(rng, k.width + 16, true);
     k.destinationStride = drawStride(rng, k.width, true);
     Arena a(drawPlacement(rng));
-    buildKernelCase(a, rng, {Axis::Columns, 1, Samples::Bytes, &callKernel<6, uint8_t>}, k);
+    buildKernelCase(a, rng, {Axis::Columns, 1, Samples::Bytes, &callKernel<slot::FilterColumnsSse2_8.number, uint8_t>}, k);
     a.reset();
     std::vector<refhost::CallRecord> calls[2];
     for (int s = 0; s < 2; ++s) {
@@ -351,7 +351,7 @@ struct KernelBench final : BenchCase {
 template <int Slot, typename T, Axis A, Samples S>
 void verifyKernelOf(Context& ctx, HostRoutine host, HostRoutine module) {
   verifyKernel(ctx, host, module, {A, sizeof(T), S, &callKernel<Slot, T>});
-  if constexpr (Slot == 6) verifyRowCopyCalls(ctx, host, module);
+  if constexpr (Slot == slot::FilterColumnsSse2_8.number) verifyRowCopyCalls(ctx, host, module);
 }
 template <int Slot, typename T, Axis A, Samples S>
 BenchCase* benchKernelOf(int width, int height) {
@@ -700,19 +700,19 @@ BenchCase* benchRemapPlane(int width, int height) { return new RemapBench(width,
 
 const Check kChecks[] = {
     customCheck(slot::BoxAverageRows8, &verifyBoxAverageRows, &benchBoxAverageRows),
-    customCheck(slot::FilterRowsSse2_8, &verifyKernelOf<5, uint8_t, Axis::Rows, Samples::Bytes>,
-                               &benchKernelOf<5, uint8_t, Axis::Rows, Samples::Bytes>),
-    customCheck(slot::FilterColumnsSse2_8, &verifyKernelOf<6, uint8_t, Axis::Columns, Samples::Bytes>,
-                               &benchKernelOf<6, uint8_t, Axis::Columns, Samples::Bytes>),
-    customCheck(slot::FilterRows16, &verifyKernelOf<13, uint16_t, Axis::Rows, Samples::Words16>,
-                                &benchKernelOf<13, uint16_t, Axis::Rows, Samples::Words15>),
+    customCheck(slot::FilterRowsSse2_8, &verifyKernelOf<slot::FilterRowsSse2_8.number, uint8_t, Axis::Rows, Samples::Bytes>,
+                               &benchKernelOf<slot::FilterRowsSse2_8.number, uint8_t, Axis::Rows, Samples::Bytes>),
+    customCheck(slot::FilterColumnsSse2_8, &verifyKernelOf<slot::FilterColumnsSse2_8.number, uint8_t, Axis::Columns, Samples::Bytes>,
+                               &benchKernelOf<slot::FilterColumnsSse2_8.number, uint8_t, Axis::Columns, Samples::Bytes>),
+    customCheck(slot::FilterRows16, &verifyKernelOf<slot::FilterRows16.number, uint16_t, Axis::Rows, Samples::Words16>,
+                                &benchKernelOf<slot::FilterRows16.number, uint16_t, Axis::Rows, Samples::Words15>),
     customCheck(slot::RemapAxis8, &verifyRemapAxis, &benchRemapAxis),
     customCheck(slot::RemapPlane8, &verifyRemapPlane, &benchRemapPlane),
     customCheck(slot::BoxReduce8, &verifyBoxReduce, &benchBoxReduce),
-    customCheck(slot::FilterRowsFloat, &verifyKernelOf<26, float, Axis::Rows, Samples::FloatsWide>,
-                                &benchKernelOf<26, float, Axis::Rows, Samples::FloatsWide>),
-    customCheck(slot::FilterColumnsFloat, &verifyKernelOf<27, float, Axis::Columns, Samples::FloatsWide>,
-                                &benchKernelOf<27, float, Axis::Columns, Samples::FloatsWide>),
+    customCheck(slot::FilterRowsFloat, &verifyKernelOf<slot::FilterRowsFloat.number, float, Axis::Rows, Samples::FloatsWide>,
+                                &benchKernelOf<slot::FilterRowsFloat.number, float, Axis::Rows, Samples::FloatsWide>),
+    customCheck(slot::FilterColumnsFloat, &verifyKernelOf<slot::FilterColumnsFloat.number, float, Axis::Columns, Samples::FloatsWide>,
+                                &benchKernelOf<slot::FilterColumnsFloat.number, float, Axis::Columns, Samples::FloatsWide>),
 };
 
 }  // namespace

@@ -18,15 +18,11 @@ namespace {
 
 using Byte = unsigned char;
 
-template <int Slot>
-SlotFn<code::sele, Slot> fn(HostRoutine r) {
-  return reinterpret_cast<SlotFn<code::sele, Slot>>(r);
-}
 
 // ------------------------------------------------------------ 26: mark spread
 
 uint64_t invokeSpread(HostRoutine r, const PlaneCall& c) {
-  fn<26>(r)(static_cast<uint8_t*>(c.plane[0]), c.rows, c.columns, c.stride[0]);
+  as<slot::spreadMarkVertical>(r)(static_cast<uint8_t*>(c.plane[0]), c.rows, c.columns, c.stride[0]);
   return 0;
 }
 constexpr PlaneShape kShapeSpread = [] {
@@ -95,8 +91,8 @@ bool propagateCase(Context& ctx, HostRoutine host, HostRoutine module, const Lan
   for (std::size_t i = 0; i < span; ++i) strength.at(i) = drawStrength(rng);
   strength.reset();
   const std::ptrdiff_t origin = static_cast<std::ptrdiff_t>(misalign) - l.low();
-  fn<35>(host)(strength.host(origin), value.host(origin), l.lanes, l.length, l.laneStep, l.alongStep);
-  fn<35>(module)(strength.module(origin), value.module(origin), l.lanes, l.length, l.laneStep, l.alongStep);
+  as<slot::propagateDecaying>(host)(strength.host(origin), value.host(origin), l.lanes, l.length, l.laneStep, l.alongStep);
+  as<slot::propagateDecaying>(module)(strength.module(origin), value.module(origin), l.lanes, l.length, l.laneStep, l.alongStep);
   std::ostringstream what;
   what << "lanes " << l.lanes << " length " << l.length << " lane step " << l.laneStep << " along step "
        << l.alongStep << ' ' << placementName(placement);
@@ -126,7 +122,7 @@ struct PropagateBench final : BenchCase {
   std::size_t size() const { return static_cast<std::size_t>(w) * static_cast<std::size_t>(h); }
   // Lanes along the rows' adjacent bytes: the data settles after the first call
   // and every later call walks it again.
-  void run(HostRoutine routine) override { fn<35>(routine)(strength.data(), value.data(), w, h, 1, w); }
+  void run(HostRoutine routine) override { as<slot::propagateDecaying>(routine)(strength.data(), value.data(), w, h, 1, w); }
   int32_t w, h;
   std::vector<Byte> strength, value;
 };
@@ -165,8 +161,8 @@ bool classifyCase(Context& ctx, HostRoutine host, HostRoutine module, int32_t ro
                                                                                                : static_cast<Byte>(128 + rng.below(128));
   }
   region.reset();
-  const auto hostResult = static_cast<uint32_t>(fn<33>(host)(region.host(first), rows, count, step));
-  const auto moduleResult = static_cast<uint32_t>(fn<33>(module)(region.module(first), rows, count, step));
+  const auto hostResult = static_cast<uint32_t>(as<slot::selectionSlot33>(host)(region.host(first), rows, count, step));
+  const auto moduleResult = static_cast<uint32_t>(as<slot::selectionSlot33>(module)(region.module(first), rows, count, step));
   std::ostringstream what;
   what << "rows " << rows << " count " << count << " step " << step << " class " << cls;
   return compare(ctx, what.str(), {&region}, hostResult, moduleResult);
@@ -192,7 +188,7 @@ struct ClassifyBench final : BenchCase {
   }
   std::size_t size() const { return static_cast<std::size_t>(w) * static_cast<std::size_t>(h); }
   void run(HostRoutine routine) override {
-    result = fn<33>(routine)(region.data(), h, w, w);
+    result = as<slot::selectionSlot33>(routine)(region.data(), h, w, w);
     if (++calls % 4096 == 0)  // the host logs each call; keep its log short
       if (refhost::ReferenceHost* host = refhost::ReferenceHost::active()) host->clearLogs();
   }
