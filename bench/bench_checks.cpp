@@ -16,7 +16,9 @@ using namespace tarnell;
 
 void registerChecks(refhost::ReferenceHost& host) {
   for (const verify::Check& check : verify::allChecks()) {
-    if (!host.replaced(check.suite, check.slot) || !host.hasPortable(check.suite, check.slot)) continue;
+    if (!host.replaced(check.suite, check.slot) || !host.hasPortable(check.suite, check.slot) ||
+        !verify::hasBench(check))
+      continue;
     for (int size : {256, 4096}) {
       for (bool moduleSide : {false, true}) {
         const HostRoutine routine = moduleSide ? host.live(check.suite, check.slot) : host.original(check.suite, check.slot);

@@ -1,10 +1,11 @@
 # tarnell-host bench --report: renders the page for a filtered run and checks its
-# structure against the run's own JSON: one bar per slot benched, in its suite's
-# group, with its label, name and speedup; the header; nothing fetched, no scripts.
+# structure against the run's own JSON: one row and bar per slot benched, in its
+# suite's group, with its label, name and speedup; the header and summary; no fixed
+# width a phone's window could not hold; nothing fetched, no scripts.
 set(TOOL ${EMULATOR} ${TOOL_PATH})
 set(page ${WORK}/bench-report.html)
 file(REMOVE ${page})
-execute_process(COMMAND ${TOOL} bench --module ${MODULE} --filter "memo:0,memo:17,blnd:1,blnd:7,conv:18"
+execute_process(COMMAND ${TOOL} bench --module ${MODULE} --filter "memo:0,memo:17,blnd:1,blnd:7,conv:18,blnd:275"
                         --size 64x32 --min-time 0.01 --json --report ${page}
                 RESULT_VARIABLE rc OUTPUT_VARIABLE json ERROR_VARIABLE err)
 if(NOT rc EQUAL 0)
@@ -24,17 +25,17 @@ function(count_of out pattern)
 endfunction()
 
 # The slots benched, from the JSON (the same numbers, formatted alike).
-string(REGEX MATCHALL "\"suite\": \"[a-z]+\", \"slot\": [0-9]+, \"name\": \"[A-Za-z0-9_]+\"[^}]*\"speedup\": [0-9.]+"
+string(REGEX MATCHALL "\"suite\": \"[a-z]+\", \"slot\": [0-9]+, \"name\": \"[A-Za-z0-9_]+\", \"host_ns\"[^}]*\"speedup\": [0-9.]+"
        results "${json}")
 list(LENGTH results benched)
 if(benched LESS 3)
   message(FATAL_ERROR "expected at least three slots benched, got ${benched}:\n${json}")
 endif()
-count_of(bars "<div class=\"bar (up|down)\"")
+count_of(bars "<div class=\"bar (up|down|fixed)\"")
 if(NOT bars EQUAL benched)
   message(FATAL_ERROR "${benched} slots benched but ${bars} bars in the report")
 endif()
-count_of(speedups "<td class=\"num speedup\">[0-9]+\\.[0-9][0-9]×</td>")
+count_of(speedups "<td class=\"num c-head speedup\">[0-9]+\\.[0-9][0-9]×</td>")
 if(NOT speedups EQUAL benched)
   message(FATAL_ERROR "${benched} slots benched but ${speedups} speedup figures in the report")
 endif()
@@ -45,10 +46,10 @@ foreach(result IN LISTS results)
   set(suite ${CMAKE_MATCH_1})
   set(label "${CMAKE_MATCH_1}:${CMAKE_MATCH_2}")
   list(APPEND suites ${suite})
-  expect("the row of ${label}" "<td class=\"slot\">${label}</td><td>${CMAKE_MATCH_3}</td>")
+  expect("the row of ${label}" "<td class=\"c-key\">${label}</td><td class=\"c-name\">${CMAKE_MATCH_3}</?[ts]")
   expect("the bar of ${label} at ${CMAKE_MATCH_4}x" "data-slot=\"${label}\" data-speedup=\"${CMAKE_MATCH_4}\"")
   # The bar sits in its suite's group.
-  string(REGEX MATCH "<tbody class=\"suite\" data-suite=\"${suite}\">\n<tr class=\"group\">[^\n]*\n(<tr class=\"row\">[^\n]*\n)*" group "${html}")
+  string(REGEX MATCH "<tbody class=\"suite\" data-suite=\"${suite}\">\n<tr class=\"group\">[^\n]*\n(<tr class=\"row[^\n]*\n)*" group "${html}")
   if(NOT group MATCHES "data-slot=\"${label}\"")
     message(FATAL_ERROR "the bar of ${label} is not in the '${suite}' group")
   endif()
@@ -68,11 +69,53 @@ if(NOT flags EQUAL 10)
 endif()
 expect("the size" "<dt>Plane size</dt><dd>64 × 32 samples")
 expect("the date" "<dt>Date</dt><dd>20[0-9][0-9]-[01][0-9]-[0-3][0-9] [0-9:]+ UTC</dd>")
-expect("the filter" "<dt>Slots</dt><dd>filter <code>memo:0,memo:17,blnd:1,blnd:7,conv:18</code>")
+expect("the filter" "<dt>Slots</dt><dd>filter <code>memo:0,memo:17,blnd:1,blnd:7,conv:18,blnd:275</code>")
+expect("the topology" "<dt>Topology</dt><dd>[0-9]+ physical cores?, [0-9]+ logical processors?, L2 ([0-9]+ [KM]iB|[0-9]+ bytes|unknown)</dd>")
 expect("the 1x reference line" "<div class=\"grid one\"")
 expect("the 1x tick" "<span class=\"tick one\"[^>]*>1×</span>")
 expect("the median" "<b>[0-9]+\\.[0-9][0-9]×</b><span>median speedup</span>")
-expect("the share of memcpy" "<td class=\"num\"><span class=\"share[^\"]*\"><i style=\"width:[0-9.]+%\"></i></span>[0-9]+%</td>")
+expect("the slot left out of the summary" "<p class=\"leftout\">Left out of the median and the lowest: blnd:275 FloatCompositeRecord275 \\(fixed work: ")
+expect("the fixed-work row" "<tr class=\"row fixed\"><td class=\"c-key\">blnd:275</td>")
+if(html MATCHES "<span>lowest: blnd:275")
+  message(FATAL_ERROR "the slot of fixed work is the summary's lowest")
+endif()
+# The JSON carries what the page shows.
+string(JSON report_path GET "${json}" report)
+string(JSON json_module GET "${json}" module)
+string(JSON json_median GET "${json}" summary median_speedup)
+string(JSON json_lowest GET "${json}" summary lowest slot)
+string(JSON json_lowest_suite GET "${json}" summary lowest suite)
+string(JSON json_width GET "${json}" width)
+string(JSON json_min_time GET "${json}" min_time)
+string(FIND "${html}" "<code>${json_module}</code>" module_at)
+if(NOT report_path MATCHES "bench-report.html$" OR module_at EQUAL -1
+   OR NOT json_width EQUAL 64 OR NOT json_min_time EQUAL 0.01)
+  message(FATAL_ERROR "bench --json does not match the page: report '${report_path}', module '${json_module}', "
+                      "width ${json_width}, minimum time ${json_min_time}")
+endif()
+# The page's median (two decimals) is the JSON's (three), rounded.
+string(REGEX MATCH "<b>([0-9]+)\\.([0-9][0-9])×</b><span>median speedup</span>" _ "${html}")
+math(EXPR page_median "${CMAKE_MATCH_1} * 100 + 1${CMAKE_MATCH_2} - 100")
+string(REGEX MATCH "\"median_speedup\": ([0-9]+)\\.([0-9][0-9][0-9])," _ "${json}")
+math(EXPR json_median_scaled "(${CMAKE_MATCH_1} * 1000 + 1${CMAKE_MATCH_2} - 1000 + 5) / 10")
+math(EXPR median_gap "${page_median} - ${json_median_scaled}")
+if(median_gap GREATER 1 OR median_gap LESS -1)
+  message(FATAL_ERROR "the page's median (${page_median}/100) is not the JSON's (${json_median})")
+endif()
+expect("the JSON's lowest" "<span>lowest: ${json_lowest_suite}:${json_lowest} ")
+# Fits a phone's window: no width in pixels beyond 320, the viewport follows the
+# device, and narrow windows get the card layout.
+string(REGEX MATCHALL "(^|[^-a-z])(min-)?width *: *[0-9.]+px" widths "${html}")
+foreach(width IN LISTS widths)
+  string(REGEX MATCH "[0-9.]+px" pixels "${width}")
+  string(REPLACE "px" "" pixels "${pixels}")
+  if(pixels GREATER 320)
+    message(FATAL_ERROR "the report has a fixed width wider than a phone's window: '${width}'")
+  endif()
+endforeach()
+expect("the viewport" "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">")
+expect("the narrow layout" "@media \\(max-width: 860px\\)")
+expect("the share of memcpy" "<td class=\"num\" data-label=\"share of memcpy\"><span class=\"share[^\"]*\"><i style=\"width:[0-9.]+%\"></i></span>[0-9]+%</td>")
 foreach(banned "<script" "<link" "<img" "<iframe" "src=" "url\\(" "https?://" "@import")
   if(html MATCHES "${banned}")
     message(FATAL_ERROR "the report must be self-contained, found '${banned}'")

@@ -10,6 +10,7 @@
 #include "host/install.h"
 #include "host/module_state.h"
 #include "tests/install_recorder.h"
+#include "verify/forwarded.h"
 
 using namespace tarnell;
 
@@ -34,7 +35,7 @@ const std::vector<int> kSse2Group = installs::listedOrder(code::blnd, flagsWith(
 // Slots filled with forwarders to the host's own routine.
 std::vector<int> forwardedInGroup() {
   std::vector<int> out;
-  for (const verify::SlotRef& s : verify::forwardedSlots())
+  for (const verify::SlotName& s : verify::forwardedSlots())
     if (s.suite == code::blnd) out.push_back(s.slot);
   return out;
 }

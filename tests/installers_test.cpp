@@ -13,6 +13,7 @@
 #include "host/module_state.h"
 #include "refhost/refhost.h"
 #include "tests/install_recorder.h"
+#include "verify/forwarded.h"
 #include "verify/installs.h"
 
 using namespace tarnell;
@@ -150,9 +151,9 @@ TEST(Installers, ForwardedSlotsReachTheSavedHostRoutineOfTheirSlot) {
   static uintptr_t seenArguments[6];
   static int current[2];
   using Probe = int(uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t, uintptr_t);
-  const std::vector<verify::SlotRef> forwarded = verify::forwardedSlots();
+  const auto forwarded = verify::forwardedSlots();
   EXPECT_FALSE(forwarded.empty());
-  for (const verify::SlotRef& s : forwarded) {
+  for (const verify::SlotName& s : forwarded) {
     const installs::Installed got = record(s.suite, all);
     const int row = suiteIndexOf(s.suite);
     HostRoutine& saved = tarnell_saved_tables[row][s.slot];
@@ -169,10 +170,10 @@ TEST(Installers, ForwardedSlotsReachTheSavedHostRoutineOfTheirSlot) {
     const uintptr_t base = 0xABCD00 + static_cast<uintptr_t>(s.slot);
     const int result = reinterpret_cast<Probe*>(got.at(s.slot))(base, base + 1, base + 2, base + 3, base + 4, base + 5);
     saved = keep;
-    EXPECT_EQ(result, 7) << verify::slotLabel(s);
-    EXPECT_EQ(seenSuite, row) << verify::slotLabel(s);
-    EXPECT_EQ(seenSlot, s.slot) << verify::slotLabel(s);
-    for (int i = 0; i < 6; ++i) EXPECT_EQ(seenArguments[i], base + static_cast<uintptr_t>(i)) << verify::slotLabel(s);
+    EXPECT_EQ(result, 7) << verify::slotLabel(s.suite, s.slot, s.name);
+    EXPECT_EQ(seenSuite, row) << verify::slotLabel(s.suite, s.slot, s.name);
+    EXPECT_EQ(seenSlot, s.slot) << verify::slotLabel(s.suite, s.slot, s.name);
+    for (int i = 0; i < 6; ++i) EXPECT_EQ(seenArguments[i], base + static_cast<uintptr_t>(i)) << verify::slotLabel(s.suite, s.slot, s.name);
   }
 }
 

@@ -7,23 +7,19 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "host/cpu_features.h"
 #include "refhost/refhost.h"
 #include "tools/bench_report.h"
+#include "tools/machine.h"
 #include "tools/output.h"
+#include "verify/forwarded.h"
 #include "verify/installs.h"
 #include "verify/runner.h"
 #include "verify/session.h"
-
-#if defined(__x86_64__) || defined(__i386__)
-#include <cpuid.h>
-#endif
 
 namespace {
 
@@ -33,19 +29,21 @@ constexpr const char* kUsage =
     "usage: tarnell-host <command> [options]\n"
     "\n"
     "commands:\n"
-    "  report   load the module, run its start-up, print the processor features\n"
-    "           and the slots it replaced in each suite\n"
+    "  report   load the module, run its start-up, print the processor features,\n"
+    "           the slots it replaced in each suite and how each is accounted for\n"
     "  verify   compare every replaced slot with the host's routine, byte for byte\n"
     "  bench    time host against module for every replaced slot\n"
     "  list     list the checks (with --module: and whether the module replaces each slot here)\n"
+    "  help     print this text\n"
     "\n"
-    "options:\n"
+    "options (an option a command does not use is an error):\n"
     "  --module PATH        every command: the module to load (default: Tarnell.qrx beside this\n"
     "                       program, else the installed one, " TARNELL_MODULE_FROM_TOOL "/Tarnell.qrx)\n"
     "  --json               every command: machine-readable output on stdout, no progress\n"
+    "  --filter GLOB[,GLOB]  verify/bench/list: only checks whose name or suite:slot matches one of\n"
+    "                       them (* and ?; blanks around commas ignored; each must match a check)\n"
     "  --no-progress        verify/bench: no progress line, even on a terminal\n"
     "  --seed N             verify: random seed (default: 1; printed with every failure)\n"
-    "  --filter GLOB[,GLOB]  verify/bench: only checks whose name or suite:slot matches one of them\n"
     "  --quick              verify: fewer alignment combinations\n"
     "  --guard-pages        verify: place rows against inaccessible pages\n"
     "  --size WxH           bench: plane size (default 256x256)\n"
@@ -53,13 +51,44 @@ constexpr const char* kUsage =
     "  --report FILE.html   bench: also write a self-contained HTML page of the results\n"
     "  --omit-suite KEY     host: leave a suite out of the directory\n"
     "  --suite-version KEY=V, --suite-revision KEY=R   host: change a suite's entry\n"
-    "  --version            print the version\n";
+    "                       (host options: report, verify, bench, and list with --module)\n"
+    "  --version            print the version\n"
+    "\n"
+    "exit: 0 done, 1 a mismatch or an unaccounted slot, 2 bad arguments, 3 the module does not\n"
+    "load, 4 its start-up failed, 5 the report cannot be written\n";
+
+// The commands, as a bit set for the options that apply to them.
+enum Command : unsigned { kReport = 1, kVerify = 2, kBench = 4, kList = 8 };
+
+struct OptionRule {
+  const char* name;
+  bool takesValue;
+  unsigned commands;
+  bool repeatable;  // host options name one suite each
+};
+
+constexpr OptionRule kOptions[] = {
+    {"--module", true, kReport | kVerify | kBench | kList, false},
+    {"--json", false, kReport | kVerify | kBench | kList, false},
+    {"--filter", true, kVerify | kBench | kList, false},
+    {"--no-progress", false, kVerify | kBench, false},
+    {"--seed", true, kVerify, false},
+    {"--quick", false, kVerify, false},
+    {"--guard-pages", false, kVerify, false},
+    {"--size", true, kBench, false},
+    {"--min-time", true, kBench, false},
+    {"--report", true, kBench, false},
+    {"--omit-suite", true, kReport | kVerify | kBench | kList, true},
+    {"--suite-version", true, kReport | kVerify | kBench | kList, true},
+    {"--suite-revision", true, kReport | kVerify | kBench | kList, true},
+};
 
 struct Options {
   std::string command;
+  unsigned commandBit = 0;
   std::string module;
   uint64_t seed = 1;
-  std::string filter;
+  std::optional<std::string> filter;
   bool quick = false;
   bool guardPages = false;
   int width = 256, height = 256;
@@ -67,6 +96,7 @@ struct Options {
   bool json = false;
   bool progress = true;
   std::string reportFile;
+  bool hostOptions = false;
   refhost::HostOptions host;
 };
 
@@ -92,33 +122,66 @@ bool parseNumber(const std::string& text, T& out, long long lo, long long hi) {
   return true;
 }
 
-verify::FeatureSet featuresOf(const CpuFeatureFlags& f) {
-  return {f.sseSecond != 0, f.sse2 != 0, f.ssse3 != 0, f.sse41 != 0, f.avx != 0, f.avx2 != 0};
+// "verify", "verify and bench", "report, verify, bench and list".
+std::string commandsOf(unsigned bits) {
+  static constexpr std::pair<unsigned, const char*> kNames[] = {
+      {kReport, "report"}, {kVerify, "verify"}, {kBench, "bench"}, {kList, "list"}};
+  std::vector<std::string> names;
+  for (const auto& [bit, name] : kNames)
+    if ((bits & bit) != 0) names.push_back(name);
+  std::string text;
+  for (std::size_t i = 0; i < names.size(); ++i)
+    text += (i == 0 ? "" : i + 1 == names.size() ? " and " : ", ") + names[i];
+  return text;
+}
+
+unsigned commandBit(const std::string& command) {
+  if (command == "report") return kReport;
+  if (command == "verify") return kVerify;
+  if (command == "bench") return kBench;
+  if (command == "list") return kList;
+  return 0;
 }
 
 Options parse(int argc, char** argv) {
   Options o;
   std::vector<std::string> args(argv + 1, argv + argc);
   if (args.empty()) usageError("no command given");
+  std::vector<std::string> given;  // options in the order given, once each
   std::size_t i = 0;
-  auto value = [&](const std::string& flag) -> std::string {
-    if (i + 1 >= args.size()) usageError("option " + flag + " needs a value");
-    return args[++i];
-  };
   for (; i < args.size(); ++i) {
     const std::string& a = args[i];
     if (a == "--help" || a == "-h") {
       std::fputs(kUsage, stdout);
       std::exit(0);
-    } else if (a == "--version") {
+    }
+    if (a == "--version") {
       std::printf("tarnell-host %s\n", TARNELL_VERSION);
       std::exit(0);
-    } else if (a == "--module") {
-      o.module = value(a);
+    }
+    if (a.empty() || a[0] != '-') {
+      if (!o.command.empty()) usageError("unexpected argument '" + a + "'");
+      o.command = a;
+      continue;
+    }
+    const OptionRule* rule = nullptr;
+    for (const OptionRule& r : kOptions)
+      if (a == r.name) rule = &r;
+    if (rule == nullptr) usageError("unknown option '" + a + "'");
+    if (!rule->repeatable && std::find(given.begin(), given.end(), a) != given.end())
+      usageError("option " + a + " given twice");
+    given.push_back(a);
+    std::string v;
+    if (rule->takesValue) {
+      if (i + 1 >= args.size()) usageError("option " + a + " needs a value");
+      v = args[++i];
+    }
+    if (a == "--module") {
+      o.module = v;
     } else if (a == "--seed") {
-      if (!parseNumber(value(a), o.seed, 0, INT64_MAX)) usageError("--seed takes a non-negative integer");
+      if (!parseNumber(v, o.seed, 0, INT64_MAX)) usageError("--seed takes a non-negative integer");
     } else if (a == "--filter") {
-      o.filter = value(a);
+      o.filter = v;
     } else if (a == "--quick") {
       o.quick = true;
     } else if (a == "--guard-pages") {
@@ -128,9 +191,9 @@ Options parse(int argc, char** argv) {
     } else if (a == "--no-progress") {
       o.progress = false;
     } else if (a == "--report") {
-      o.reportFile = value(a);
+      if (v.empty()) usageError("--report takes a file name, for example bench.html");
+      o.reportFile = v;
     } else if (a == "--size") {
-      const std::string v = value(a);
       const auto x = v.find('x');
       // Heights past 16384 give planes several times a large last-level cache.
       if (x == std::string::npos || !parseNumber(v.substr(0, x), o.width, 1, 16384) ||
@@ -138,33 +201,71 @@ Options parse(int argc, char** argv) {
         usageError("--size takes WxH with W 1..16384 and H 1..131072, for example 256x256");
     } else if (a == "--min-time") {
       char* end = nullptr;
-      const std::string v = value(a);
       o.minTime = std::strtod(v.c_str(), &end);
       if (v.empty() || *end != '\0' || !(o.minTime > 0 && o.minTime <= 60)) usageError("--min-time takes seconds, 0 < s <= 60");
     } else if (a == "--omit-suite") {
-      auto key = parseKey(value(a));
+      auto key = parseKey(v);
       if (!key) usageError("--omit-suite takes one of the ten suite keys, for example blnd");
       o.host.omit.push_back(*key);
-    } else if (a == "--suite-version" || a == "--suite-revision") {
-      const std::string v = value(a);
+      o.hostOptions = true;
+    } else {  // --suite-version, --suite-revision
       const auto eq = v.find('=');
       std::optional<uint32_t> key = eq == std::string::npos ? std::nullopt : parseKey(v.substr(0, eq));
       int16_t n = 0;
       if (!key || !parseNumber(v.substr(eq + 1), n, INT16_MIN, INT16_MAX))
         usageError(a + " takes KEY=N with a suite key and a 16-bit number, for example blnd=6");
       (a == "--suite-version" ? o.host.version : o.host.revision)[*key] = n;
-    } else if (!a.empty() && a[0] == '-') {
-      usageError("unknown option '" + a + "'");
-    } else if (o.command.empty()) {
-      o.command = a;
-    } else {
-      usageError("unexpected argument '" + a + "'");
+      o.hostOptions = true;
     }
   }
-  if (o.command != "report" && o.command != "verify" && o.command != "bench" && o.command != "list")
-    usageError("unknown command '" + o.command + "'");
-  if (!o.reportFile.empty() && o.command != "bench") usageError("--report is an option of bench");
+  if (o.command == "help") {
+    std::fputs(kUsage, stdout);
+    std::exit(0);
+  }
+  if (o.command.empty()) usageError("no command given");
+  o.commandBit = commandBit(o.command);
+  if (o.commandBit == 0) usageError("unknown command '" + o.command + "'");
+  // One rule: an option the command does not use is an error, never ignored.
+  for (const std::string& name : given) {
+    for (const OptionRule& r : kOptions) {
+      if (name != r.name || (r.commands & o.commandBit) != 0) continue;
+      usageError(name + " is an option of " + commandsOf(r.commands) + ", not of " + o.command);
+    }
+  }
+  if (o.command == "list" && o.hostOptions && o.module.empty())
+    usageError("host options apply to list only with --module (list loads no module otherwise)");
   return o;
+}
+
+// Every glob of --filter must select something: a glob that matches no check would
+// otherwise pass having verified nothing.
+void checkFilter(const Options& o) {
+  if (!o.filter) return;
+  if (verify::filterGlobs(*o.filter).empty())
+    usageError("--filter takes one or more globs separated by commas, for example 'blnd:*,memo:0'");
+  const std::vector<std::string> unmatched = verify::unmatchedGlobs(*o.filter);
+  if (unmatched.empty()) return;
+  std::string names, forwarded;
+  for (const std::string& glob : unmatched) {
+    names += (names.empty() ? "'" : ", '") + glob + "'";
+    for (const verify::SlotName& f : verify::forwardedSlots()) {
+      const std::string key = std::string(kSuites[suiteIndexOf(f.suite)].name) + ":" + std::to_string(f.slot);
+      if (glob == key) forwarded += "; " + key + " (" + f.name + ") is forwarded to the host's own routine: nothing to check";
+    }
+  }
+  std::fprintf(stderr, "tarnell-host: --filter %s %s no check%s ('tarnell-host list' shows every check)\n",
+               names.c_str(), unmatched.size() == 1 ? "matches" : "match", forwarded.c_str());
+  std::exit(2);
+}
+
+// The report is written after the run; whether it can be is known now, so a long
+// bench does not end in an error.
+void checkReportWritable(const Options& o) {
+  if (o.reportFile.empty()) return;
+  const std::string why = tool::whyNotWritable(o.reportFile);
+  if (why.empty()) return;
+  std::fprintf(stderr, "tarnell-host: cannot write the report '%s': %s\n", o.reportFile.c_str(), why.c_str());
+  std::exit(5);
 }
 
 // The module to load: --module, else Tarnell.qrx beside the tool (the build tree),
@@ -210,69 +311,133 @@ Started start(const Options& o, const char* argv0) {
 
 const char* suiteName(uint32_t key) { return kSuites[suiteIndexOf(key)].name; }
 
-// The ten flags as "MMX=1 SSE=1 ...", the form report prints and scripts grep.
-std::string flagList(const CpuFeatureFlags& f) {
-  char text[160];
-  std::snprintf(text, sizeof text, "MMX=%u SSE=%u SSE(2nd)=%u SSE2=%u SSE3=%u SSSE3=%u SSE4.1=%u AVX=%u AVX2=%u SMT=%u",
-                f.mmx, f.sse, f.sseSecond, f.sse2, f.sse3, f.ssse3, f.sse41, f.avx, f.avx2, f.smt);
-  return text;
+std::string keyOf(uint32_t suite, int slot) { return std::string(suiteName(suite)) + ":" + std::to_string(slot); }
+
+verify::FeatureSet featuresOf(const CpuFeatureFlags& f) {
+  return {f.sseSecond != 0, f.sse2 != 0, f.ssse3 != 0, f.sse41 != 0, f.avx != 0, f.avx2 != 0};
 }
 
-// The processor's brand string (extended leaves 0x80000002..4), else the vendor.
-std::string processorName(const CpuIdentification& id) {
-  std::string brand;
-#if defined(__x86_64__) || defined(__i386__)
-  unsigned regs[12] = {};
-  if (static_cast<unsigned>(__get_cpuid_max(0x80000000u, nullptr)) >= 0x80000004u) {
-    for (unsigned leaf = 0; leaf < 3; ++leaf)
-      __get_cpuid(0x80000002u + leaf, &regs[4 * leaf], &regs[4 * leaf + 1], &regs[4 * leaf + 2], &regs[4 * leaf + 3]);
-    char text[49] = {};
-    std::memcpy(text, regs, 48);
-    brand = text;
-    brand.erase(0, brand.find_first_not_of(' '));
-    brand.erase(brand.find_last_not_of(' ') + 1);
-  }
-#endif
-  return brand.empty() ? std::string(id.vendor) : brand + " (" + id.vendor + ")";
+// Every check a --filter selects, grouped by suite in the ten suites' order and by
+// slot: one order for every command.
+std::vector<const verify::Check*> selectedChecks(const Options& o) {
+  std::vector<const verify::Check*> checks;
+  for (const verify::Check& check : verify::allChecks())
+    if (verify::matchesFilter(check, o.filter.value_or(""))) checks.push_back(&check);
+  std::stable_sort(checks.begin(), checks.end(), [](const verify::Check* a, const verify::Check* b) {
+    const int sa = suiteIndexOf(a->suite), sb = suiteIndexOf(b->suite);
+    return sa != sb ? sa < sb : a->slot < b->slot;
+  });
+  return checks;
 }
+
+bool showProgress(const Options& o) { return o.progress && !o.json && tool::isTerminal(stderr); }
+
+// ----------------------------------------------------------------- JSON parts
+
+void jsonSlots(tool::JsonWriter& j, const std::vector<verify::SlotName>& slots) {
+  j.beginArray();
+  for (const verify::SlotName& s : slots) {
+    j.beginObject().key("suite").string(suiteName(s.suite)).key("slot").integer(s.slot).key("name");
+    if (*s.name != '\0') j.string(s.name);
+    else j.null();
+    j.endObject();
+  }
+  j.endArray();
+}
+
+void jsonCoverage(tool::JsonWriter& j, const verify::Coverage& c) {
+  j.key("coverage").beginObject();
+  j.key("replaced").integer(static_cast<int64_t>(c.replaced.size()));
+  j.key("checked").integer(static_cast<int64_t>(c.checked.size()));
+  j.key("forwarded").integer(static_cast<int64_t>(c.forwarded.size()));
+  j.key("uncovered").integer(static_cast<int64_t>(c.uncovered.size()));
+  j.key("forwarded_slots");
+  jsonSlots(j, c.forwarded);
+  j.key("uncovered_slots");
+  jsonSlots(j, c.uncovered);
+  j.endObject();
+}
+
+void jsonMachine(tool::JsonWriter& j, const tool::Machine& m) {
+  j.key("processor").string(m.processor);
+  j.key("flags").beginObject();
+  for (const auto& [name, value] : m.namedFlags) j.key(name).integer(value);
+  j.endObject();
+  j.key("topology").beginObject().key("physical_cores").integer(m.physicalCores);
+  j.key("logical_processors").integer(m.logicalProcessors).key("l2_bytes");
+  if (m.l2Bytes) j.integer(*m.l2Bytes);
+  else j.null();
+  j.key("l2_line");
+  if (m.l2Line) j.integer(*m.l2Line);
+  else j.null();
+  j.endObject();
+}
+
+// ------------------------------------------------------------- text parts
+
+// "blnd:53 BlendPlaneRoutine53, blnd:66 ..." wrapped after about 100 columns,
+// continuation lines indented.
+std::string slotList(const std::vector<verify::SlotName>& slots, std::size_t indent) {
+  std::string text, line;
+  for (std::size_t i = 0; i < slots.size(); ++i) {
+    const std::string item = keyOf(slots[i].suite, slots[i].slot) + (*slots[i].name != '\0' ? " " : "") +
+                             slots[i].name + (i + 1 < slots.size() ? "," : "");
+    if (!line.empty() && indent + line.size() + 1 + item.size() > 100) {
+      text += line + "\n" + std::string(indent, ' ');
+      line.clear();
+    }
+    line += (line.empty() ? "" : " ") + item;
+  }
+  return text + line;
+}
+
+// The coverage paragraph of report and verify (the forwarded slots by name unless
+// only the counts are asked for).
+void printCoverage(const verify::Coverage& c, std::size_t indent, bool names) {
+  std::printf("%-*s%zu slots replaced: %zu checked by verify, %zu forwarded to the host's own routine%s\n",
+              static_cast<int>(indent), "coverage", c.replaced.size(), c.checked.size(), c.forwarded.size(),
+              c.uncovered.empty() ? "" : (", " + std::to_string(c.uncovered.size()) + " neither").c_str());
+  if (!c.forwarded.empty() && !names)
+    std::printf("%*s(the forwarded slots by name: tarnell-host report)\n", static_cast<int>(indent), "");
+  if (!c.forwarded.empty() && names)
+    std::printf("%-*s%s\n%*s(the module's routine jumps to the host's with the same arguments: nothing to compare)\n",
+                static_cast<int>(indent), "forwarded", slotList(c.forwarded, indent).c_str(), static_cast<int>(indent), "");
+  if (!c.uncovered.empty())
+    std::printf("%-*s%s\n%*s(replaced, but neither checked nor a documented forwarder)\n", static_cast<int>(indent),
+                "UNCOVERED", slotList(c.uncovered, indent).c_str(), static_cast<int>(indent), "");
+}
+
+// --------------------------------------------------------------- commands
 
 int report(const Options& o, const char* argv0) {
   Started s = start(o, argv0);
-  const CpuIdentification& id = identification();
-  const Topology t = topology();
-  const CpuFeatureFlags f = computeFeatureFlags(id, t);
-  const std::string flags = flagList(f);
+  const tool::Machine m = tool::thisMachine();
+  const verify::Coverage coverage = verify::coverageOf(*s.host);
+  tool::JsonWriter j;
   if (o.json) {
-    std::printf("{\"module\": %s, \"processor\": %s, \"vendor\": %s, \"vendor_kind\": %d,\n \"flags\": {",
-                tool::jsonString(s.module->path()).c_str(), tool::jsonString(processorName(id)).c_str(),
-                tool::jsonString(id.vendor).c_str(), vendorKind(id));
-    const std::pair<const char*, unsigned> named[] = {{"MMX", f.mmx},     {"SSE", f.sse},     {"SSE(2nd)", f.sseSecond},
-                                                      {"SSE2", f.sse2},   {"SSE3", f.sse3},   {"SSSE3", f.ssse3},
-                                                      {"SSE4.1", f.sse41}, {"AVX", f.avx},    {"AVX2", f.avx2},
-                                                      {"SMT", f.smt}};
-    for (const auto& [name, value] : named) std::printf("%s\"%s\": %u", name == named[0].first ? "" : ", ", name, value);
-    std::printf("},\n \"topology\": {\"physical_cores\": %u, \"logical_processors\": %u, \"l2_bytes\": %u, \"l2_line\": %u},\n"
-                " \"startup\": \"ok\", \"suites\": [",
-                t.physicalCores, t.logicalProcessors, t.l2Size, t.l2Line);
+    j.beginObject().key("version").string(TARNELL_VERSION).key("module").string(s.module->path());
+    jsonMachine(j, m);
+    j.key("vendor").string(m.vendor).key("vendor_kind").integer(m.vendorKind);
+    j.key("startup").string("ok").key("suites").beginArray();
   } else {
     std::printf("module     %s\n", s.module->path().c_str());
-    std::printf("processor  %s\n", processorName(id).c_str());
-    std::printf("vendor     %s (kind %d)\n", id.vendor, vendorKind(id));
-    std::printf("flags      %s\n", flags.c_str());
-    std::printf("topology   %u physical cores, %u logical processors, L2 %u bytes (line value %u)\n", t.physicalCores,
-                t.logicalProcessors, t.l2Size, t.l2Line);
+    std::printf("processor  %s\n", m.processor.c_str());
+    std::printf("vendor     %s (kind %d)\n", m.vendor.c_str(), m.vendorKind);
+    std::printf("flags      %s\n", m.flagList().c_str());
+    std::printf("topology   %s%s\n", m.topologyText().c_str(),
+                m.l2Line ? (" (line value " + std::to_string(*m.l2Line) + ")").c_str() : "");
     std::printf("start-up   ok\n\nslots replaced:\n");
   }
   bool asExpected = true;
   for (const SuiteSpec& desc : kSuites) {
     const std::vector<int> slots = s.host->replacedSlots(desc.key);
-    const std::vector<int> expected = verify::expectedReplacedSlots(desc.key, featuresOf(f));
+    const std::vector<int> expected = verify::expectedReplacedSlots(desc.key, featuresOf(m.flags));
     asExpected = asExpected && slots == expected;
     if (o.json) {
-      std::printf("%s\n  {\"suite\": \"%s\", \"as_expected\": %s, \"replaced\": [", &desc == kSuites ? "" : ",", desc.name,
-                  slots == expected ? "true" : "false");
-      for (std::size_t k = 0; k < slots.size(); ++k) std::printf("%s%d", k == 0 ? "" : ", ", slots[k]);
-      std::printf("]}");
+      j.beginObject().key("suite").string(desc.name).key("as_expected").boolean(slots == expected);
+      j.key("replaced").beginArray();
+      for (int slot : slots) j.integer(slot);
+      j.endArray().endObject();
       continue;
     }
     std::printf("  %s  %3zu", desc.name, slots.size());
@@ -280,7 +445,15 @@ int report(const Options& o, const char* argv0) {
     if (slots != expected) std::printf("   (expected %zu slots for these flags)", expected.size());
     std::printf("\n");
   }
-  if (o.json) std::printf("\n]}\n");
+  if (o.json) {
+    j.endArray();
+    jsonCoverage(j, coverage);
+    j.endObject();
+    std::fputs(j.text().c_str(), stdout);
+  } else {
+    std::printf("\n");
+    printCoverage(coverage, 11, true);
+  }
   if (!asExpected) {
     std::fprintf(stderr, "tarnell-host: the module replaced other slots than its installer tables give for these flags\n");
     return 1;
@@ -288,28 +461,22 @@ int report(const Options& o, const char* argv0) {
   return 0;
 }
 
-// The checks a --filter selects, in the harness's order.
-std::vector<const verify::Check*> selectedChecks(const Options& o) {
-  std::vector<const verify::Check*> checks;
-  for (const verify::Check& check : verify::allChecks())
-    if (verify::matchesFilter(check, o.filter)) checks.push_back(&check);
-  return checks;
-}
-
-bool showProgress(const Options& o) { return o.progress && !o.json && tool::isTerminal(stderr); }
-
 int runVerify(const Options& o, const char* argv0) {
   Started s = start(o, argv0);
   verify::VerifyOptions vo;
   vo.seed = o.seed;
   vo.thorough = !o.quick;
-  vo.filter = o.filter;
   int failed = 0, passed = 0, skipped = 0;
   const std::vector<const verify::Check*> checks = selectedChecks(o);
+  const verify::Coverage coverage = verify::coverageOf(*s.host);
   tool::Progress progress(showProgress(o), "verify", static_cast<int>(checks.size()));
-  if (o.json)
-    std::printf("{\"seed\": %" PRIu64 ", \"quick\": %s, \"guard_pages\": %s, \"results\": [", o.seed,
-                o.quick ? "true" : "false", o.guardPages ? "true" : "false");
+  tool::JsonWriter j;
+  if (o.json) {
+    j.beginObject().key("version").string(TARNELL_VERSION).key("module").string(s.module->path());
+    j.key("processor").string(tool::thisMachine().processor);
+    j.key("seed").integer(static_cast<int64_t>(o.seed)).key("quick").boolean(o.quick);
+    j.key("guard_pages").boolean(o.guardPages).key("filter").stringOrNull(o.filter).key("results").beginArray();
+  }
   for (const verify::Check* check : checks) {
     const std::string label = verify::checkLabel(*check);
     progress.start(label);
@@ -326,10 +493,12 @@ int runVerify(const Options& o, const char* argv0) {
     r.cases = cases;
     static constexpr const char* kOutcome[] = {"passed", "failed", "not installed", "no host routine"};
     if (o.json) {
-      std::printf("%s\n  {\"suite\": \"%s\", \"slot\": %d, \"name\": \"%s\", \"outcome\": \"%s\", \"cases\": %" PRId64
-                  ", \"mismatches\": %d, \"first_failure\": %s}",
-                  check == checks.front() ? "" : ",", suiteName(check->suite), check->slot, check->name,
-                  kOutcome[static_cast<int>(r.outcome)], r.cases, r.failures, tool::jsonString(r.firstFailure).c_str());
+      j.beginObject().key("suite").string(suiteName(check->suite)).key("slot").integer(check->slot);
+      j.key("name").string(check->name).key("outcome").string(kOutcome[static_cast<int>(r.outcome)]);
+      j.key("cases").integer(r.cases).key("mismatches").integer(r.failures).key("first_failure");
+      if (r.failures > 0) j.string(r.firstFailure);
+      else j.null();
+      j.endObject();
     }
     switch (r.outcome) {
       case verify::Outcome::Passed:
@@ -352,97 +521,157 @@ int runVerify(const Options& o, const char* argv0) {
         break;
     }
   }
-  if (o.json)
-    std::printf("\n], \"passed\": %d, \"failed\": %d, \"skipped\": %d}\n", passed, failed, skipped);
-  else
-    progress.print("verify: %d passed, %d failed, %d skipped (seed %" PRIu64 ")\n", passed, failed, skipped, o.seed);
-  return failed == 0 ? 0 : 1;
+  if (o.json) {
+    j.endArray().key("passed").integer(passed).key("failed").integer(failed).key("skipped").integer(skipped);
+    jsonCoverage(j, coverage);
+    j.endObject();
+    std::fputs(j.text().c_str(), stdout);
+  } else {
+    progress.print("\n");
+    printCoverage(coverage, 11, !o.filter);
+    progress.print("verify: %d passed, %d failed, %d skipped (seed %" PRIu64 ")%s\n", passed, failed, skipped, o.seed,
+                   coverage.uncovered.empty() ? "" : "; replaced slots neither checked nor forwarded");
+  }
+  return failed == 0 && coverage.uncovered.empty() ? 0 : 1;
 }
 
-std::string utcNow() {
-  const std::time_t now = std::time(nullptr);
-  char text[40] = "";
-  if (const std::tm* tm = std::gmtime(&now)) std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S UTC", tm);
-  return text;
-}
-
-bool writeBenchReport(const Options& o, const Started& s, const std::vector<tool::BenchReportRow>& rows) {
-  const CpuIdentification& id = identification();
-  const Topology t = topology();
+// Writes the page; "" when it was written, else why not.
+std::string writeBenchReport(const Options& o, const Started& s, const tool::Machine& m,
+                             const std::vector<tool::BenchReportRow>& rows, const std::string& date) {
   tool::BenchReportHeader h;
-  h.processor = processorName(id);
-  h.flags = flagList(computeFeatureFlags(id, t));
-  char topology[120];
-  std::snprintf(topology, sizeof topology, "%u physical cores, %u logical processors, L2 %u KiB", t.physicalCores,
-                t.logicalProcessors, t.l2Size / 1024);
-  h.topology = topology;
+  h.processor = m.processor;
+  h.flags = m.flagList();
+  h.topology = m.topologyText();
   h.width = o.width;
   h.height = o.height;
   h.minSeconds = o.minTime;
-  h.date = utcNow();
+  h.date = date;
   h.module = s.module->path();
-  h.filter = o.filter;
+  h.filter = o.filter.value_or("");
   h.version = TARNELL_VERSION;
   const std::string page = tool::renderBenchReport(h, rows);
   std::FILE* file = std::fopen(o.reportFile.c_str(), "wb");
-  const bool ok = file != nullptr && std::fwrite(page.data(), 1, page.size(), file) == page.size();
-  if (file != nullptr && std::fclose(file) != 0) return false;
-  return ok;
+  if (file == nullptr) return std::strerror(errno);
+  const bool wrote = std::fwrite(page.data(), 1, page.size(), file) == page.size();
+  const std::string why = wrote ? "" : std::strerror(errno);
+  if (std::fclose(file) != 0 && wrote) return std::strerror(errno);
+  return why;
 }
 
 int runBench(const Options& o, const char* argv0) {
   Started s = start(o, argv0);
+  const tool::Machine m = tool::thisMachine();
   verify::BenchOptions bo;
   bo.width = o.width;
   bo.height = o.height;
   bo.minSeconds = o.minTime;
   const std::vector<const verify::Check*> checks = selectedChecks(o);
   tool::Progress progress(showProgress(o), "bench", static_cast<int>(checks.size()));
-  if (o.json)
-    std::printf("{\"width\": %d, \"height\": %d, \"results\": [", o.width, o.height);
-  else
+  if (!o.json)
     std::printf("%-48s %12s %12s %9s %10s %9s\n", "slot", "host ns", "module ns", "speedup", "module GB/s", "vs memcpy");
   std::vector<tool::BenchReportRow> rows;
+  std::vector<std::pair<const verify::Check*, const char*>> skipped;
   for (const verify::Check* check : checks) {
     const std::string label = verify::checkLabel(*check);
     progress.start(label);
     const verify::BenchResult r = verify::benchCheck(*check, *s.host, bo);
-    if (!r.ran) continue;
+    if (!r.ran) {
+      const char* why = !s.host->replaced(check->suite, check->slot)      ? "not installed on this processor"
+                        : !s.host->hasPortable(check->suite, check->slot) ? "the host has no portable routine"
+                                                                          : "nothing to bench (it moves no planes)";
+      skipped.emplace_back(check, why);
+      if (!o.json) progress.print("%-48s skipped: %s\n", label.c_str(), why);
+      continue;
+    }
     const double gbps = r.moduleNs > 0 ? static_cast<double>(r.bytesMoved) / r.moduleNs : 0;
     rows.push_back({suiteName(check->suite), check->slot, check->name, r.hostNs, r.moduleNs, r.speedup(),
-                    r.memcpyShare(), gbps});
-    if (o.json) {
-      std::printf("%s\n  {\"suite\": \"%s\", \"slot\": %d, \"name\": \"%s\", \"host_ns\": %.1f, \"module_ns\": %.1f, "
-                  "\"speedup\": %.3f, \"bytes\": %" PRIu64 ", \"module_gbps\": %.3f, \"memcpy_ns\": %.1f, "
-                  "\"memcpy_share\": %.3f}",
-                  rows.size() == 1 ? "" : ",", suiteName(check->suite), check->slot, check->name, r.hostNs,
-                  r.moduleNs, r.speedup(), r.bytesMoved, gbps, r.memcpyNs, r.memcpyShare());
-    } else {
-      progress.print("%-48s %12.0f %12.0f %8.2fx %10.2f %8.0f%%\n", label.c_str(), r.hostNs, r.moduleNs, r.speedup(),
-                     gbps, 100 * r.memcpyShare());
-    }
+                    r.memcpyShare(), gbps, r.fixedWork, r.bytesMoved, r.memcpyNs});
+    if (!o.json)
+      progress.print("%-48s %12.0f %12.0f %8.2fx %10.2f %8.0f%%%s\n", label.c_str(), r.hostNs, r.moduleNs, r.speedup(),
+                     gbps, 100 * r.memcpyShare(), r.fixedWork ? "  fixed work" : "");
   }
+  const std::string date = tool::utcNow();
+  const tool::BenchSummary sum = tool::summarize(rows);
+  std::string fixedNames;
+  for (const tool::BenchReportRow& r : sum.leftOut)
+    fixedNames += (fixedNames.empty() ? "" : ", ") + r.suite + ":" + std::to_string(r.slot) + " " + r.name;
+  const std::string writeError = o.reportFile.empty() ? "" : writeBenchReport(o, s, m, rows, date);
+  const bool written = writeError.empty();
+  const std::string reportPath =
+      o.reportFile.empty() ? std::string() : std::filesystem::absolute(o.reportFile).lexically_normal().string();
+
   if (o.json) {
-    std::printf("\n]}\n");
-  } else if (!rows.empty()) {
-    const tool::BenchSummary sum = tool::summarize(rows);
-    const tool::BenchReportRow& slowest = sum.slowest;
-    const tool::BenchReportRow& leastShare = sum.leastShare;
-    progress.print("bench: %zu slots at %dx%d; median speedup %.2fx; lowest %.2fx (%s:%d %s); lowest share of memcpy "
-                   "%.0f%% (%s:%d %s)\n",
-                   rows.size(), o.width, o.height, sum.medianSpeedup, slowest.speedup, slowest.suite.c_str(), slowest.slot,
-                   slowest.name.c_str(), 100 * leastShare.memcpyShare, leastShare.suite.c_str(), leastShare.slot,
-                   leastShare.name.c_str());
+    tool::JsonWriter j;
+    j.beginObject().key("version").string(TARNELL_VERSION).key("module").string(s.module->path());
+    jsonMachine(j, m);
+    j.key("width").integer(o.width).key("height").integer(o.height).key("min_time").number(o.minTime, 3);
+    j.key("filter").stringOrNull(o.filter).key("date").string(date);
+    j.key("report").stringOrNull(o.reportFile.empty() || !written ? std::nullopt : std::optional<std::string>(reportPath));
+    j.key("results").beginArray();
+    for (const tool::BenchReportRow& r : rows) {
+      j.beginObject().key("suite").string(r.suite).key("slot").integer(r.slot).key("name").string(r.name);
+      j.key("host_ns").number(r.hostNs, 1).key("module_ns").number(r.moduleNs, 1).key("speedup").number(r.speedup, 3);
+      j.key("bytes").integer(static_cast<int64_t>(r.bytes)).key("module_gbps").number(r.moduleGBps, 3);
+      j.key("memcpy_ns").number(r.memcpyNs, 1).key("memcpy_share").number(r.memcpyShare, 3);
+      j.key("fixed_work").boolean(r.fixedWork).endObject();
+    }
+    j.endArray().key("skipped").beginArray();
+    for (const auto& [check, why] : skipped)
+      j.beginObject()
+          .key("suite").string(suiteName(check->suite)).key("slot").integer(check->slot).key("name").string(check->name)
+          .key("reason").string(why).endObject();
+    j.endArray();
+    j.key("summary").beginObject().key("benched").integer(static_cast<int64_t>(rows.size()));
+    j.key("counted").integer(static_cast<int64_t>(sum.counted)).key("median_speedup");
+    if (sum.counted > 0) j.number(sum.medianSpeedup, 3);
+    else j.null();
+    j.key("lowest");
+    if (sum.counted > 0)
+      j.beginObject().key("suite").string(sum.slowest.suite).key("slot").integer(sum.slowest.slot)
+          .key("name").string(sum.slowest.name).key("speedup").number(sum.slowest.speedup, 3).endObject();
+    else
+      j.null();
+    j.key("lowest_memcpy_share");
+    if (sum.counted > 0)
+      j.beginObject().key("suite").string(sum.leastShare.suite).key("slot").integer(sum.leastShare.slot)
+          .key("name").string(sum.leastShare.name).key("memcpy_share").number(sum.leastShare.memcpyShare, 3).endObject();
+    else
+      j.null();
+    j.key("left_out").beginArray();
+    for (const tool::BenchReportRow& r : sum.leftOut)
+      j.beginObject().key("suite").string(r.suite).key("slot").integer(r.slot).key("name").string(r.name)
+          .key("reason").string(std::string("fixed work: ") + tool::kFixedWorkReason).endObject();
+    j.endArray().endObject().endObject();
+    std::fputs(j.text().c_str(), stdout);
+  } else if (rows.empty()) {
+    progress.print("bench: nothing benched: none of the %zu selected slots could be benched here\n", checks.size());
+  } else {
+    if (sum.counted > 0) {
+      const tool::BenchReportRow& slowest = sum.slowest;
+      const tool::BenchReportRow& leastShare = sum.leastShare;
+      progress.print("bench: %zu slots at %dx%d; median speedup %.2fx; lowest %.2fx (%s:%d %s); lowest share of memcpy "
+                     "%.0f%% (%s:%d %s)\n",
+                     rows.size(), o.width, o.height, sum.medianSpeedup, slowest.speedup, slowest.suite.c_str(),
+                     slowest.slot, slowest.name.c_str(), 100 * leastShare.memcpyShare, leastShare.suite.c_str(),
+                     leastShare.slot, leastShare.name.c_str());
+    } else {
+      progress.print("bench: %zu slots at %dx%d\n", rows.size(), o.width, o.height);
+    }
+    if (!sum.leftOut.empty())
+      progress.print("bench: left out of the median and the lowest: %s (fixed work: %s)\n", fixedNames.c_str(),
+                     tool::kFixedWorkReason);
   }
-  if (!o.reportFile.empty() && !writeBenchReport(o, s, rows)) {
-    std::fprintf(stderr, "tarnell-host: cannot write the report '%s': %s\n", o.reportFile.c_str(), std::strerror(errno));
+  if (!written) {
+    std::fprintf(stderr, "tarnell-host: cannot write the report '%s': %s\n", o.reportFile.c_str(), writeError.c_str());
     return 5;
   }
+  if (!o.reportFile.empty() && !o.json) progress.print("bench: report written to %s\n", reportPath.c_str());
   return 0;
 }
 
-// Every check; with --module, also whether that module replaces the slot on this
-// processor (list needs no module otherwise).
+// The checks (a --filter selects some); with --module, also whether that module
+// replaces each slot on this processor (list needs no module otherwise). Without
+// a filter, the forwarded slots follow: they have no check.
 int runList(const Options& o, const char* argv0) {
   Started s;
   if (!o.module.empty()) s = start(o, argv0);
@@ -450,23 +679,37 @@ int runList(const Options& o, const char* argv0) {
     const std::vector<int> slots = s.host->replacedSlots(check.suite);
     return std::find(slots.begin(), slots.end(), check.slot) != slots.end();
   };
-  if (o.json) std::printf("[");
-  bool first = true;
-  for (const verify::Check& check : verify::allChecks()) {
-    if (o.json) {
-      std::printf("%s\n  {\"suite\": \"%s\", \"slot\": %d, \"name\": \"%s\", \"signature\": %s", first ? "" : ",",
-                  suiteName(check.suite), check.slot, check.name, tool::jsonString(check.signature).c_str());
-      if (s.host) std::printf(", \"replaced\": %s", replaced(check) ? "true" : "false");
-      std::printf("}");
-    } else if (s.host) {
-      std::printf("%-48s %-8s %s\n", verify::checkLabel(check).c_str(), replaced(check) ? "replaced" : "host",
-                  check.signature);
-    } else {
-      std::printf("%-48s %s\n", verify::checkLabel(check).c_str(), check.signature);
+  const std::vector<const verify::Check*> checks = selectedChecks(o);
+  std::vector<verify::SlotName> forwarded;
+  if (!o.filter)
+    for (const verify::SlotName& f : verify::forwardedSlots()) forwarded.push_back(f);
+  if (o.json) {
+    tool::JsonWriter j;
+    j.beginObject().key("version").string(TARNELL_VERSION).key("module").stringOrNull(s.module ? std::optional<std::string>(s.module->path()) : std::nullopt);
+    j.key("filter").stringOrNull(o.filter).key("checks").beginArray();
+    for (const verify::Check* check : checks) {
+      j.beginObject().key("suite").string(suiteName(check->suite)).key("slot").integer(check->slot);
+      j.key("name").string(check->name).key("signature").string(check->signature).key("replaced");
+      if (s.host) j.boolean(replaced(*check));
+      else j.null();
+      j.endObject();
     }
-    first = false;
+    j.endArray().key("forwarded");
+    jsonSlots(j, forwarded);
+    j.endObject();
+    std::fputs(j.text().c_str(), stdout);
+    return 0;
   }
-  if (o.json) std::printf("\n]\n");
+  for (const verify::Check* check : checks) {
+    if (s.host)
+      std::printf("%-48s %-8s %s\n", verify::checkLabel(*check).c_str(), replaced(*check) ? "replaced" : "host",
+                  check->signature);
+    else
+      std::printf("%-48s %s\n", verify::checkLabel(*check).c_str(), check->signature);
+  }
+  if (!forwarded.empty())
+    std::printf("\nforwarded, no check (the module's routine jumps to the host's own):\n  %s\n",
+                slotList(forwarded, 2).c_str());
   return 0;
 }
 
@@ -474,6 +717,8 @@ int runList(const Options& o, const char* argv0) {
 
 int main(int argc, char** argv) {
   const Options o = parse(argc, argv);
+  checkFilter(o);
+  checkReportWritable(o);
   if (o.command == "list") return runList(o, argv[0]);
   if (o.command == "report") return report(o, argv[0]);
   if (o.command == "verify") return runVerify(o, argv[0]);

@@ -111,7 +111,8 @@ struct Check {
   const char* signature;  // for listings
   const PlaneShape* shape;  // plane check, or null with the two below set
   // Custom checks: verify reports mismatches through the context; bench runs the
-  // routine once at the given size on data it prepares (see Bench below).
+  // routine once at the given size on data it prepares (see Bench below), or is
+  // null for a slot with nothing to time (a registration).
   void (*customVerify)(Context& context, HostRoutine host, HostRoutine module);
   struct BenchCase* (*customBench)(int width, int height);
 };
@@ -138,6 +139,9 @@ struct BenchCase {
   virtual ~BenchCase() = default;
   virtual void run(HostRoutine routine) = 0;
   uint64_t bytesMoved = 0;
+  // One call does the same work whatever the plane size (a forwarded record):
+  // its speedup says nothing about the routines that do grow with the plane.
+  bool fixedWork = false;
 };
 
 template <uint32_t Suite, int Slot>

@@ -433,6 +433,7 @@ struct FloatCompositeBench final : BenchCase {
       // The forwarded slot moves nothing of its own but the record.
       bytesMoved += slot == 275 ? sizeof(Record) : 4 * n * ((c & 2) != 0 ? 4 : 3);
     }
+    fixedWork = slot == 275;
   }
   void run(HostRoutine routine) override {
     for (const Record& r : records) call(routine, r);

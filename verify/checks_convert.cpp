@@ -1,7 +1,12 @@
-// Checks of the 'conv' suite. All five are plane checks; dithered conversions read
-// the noise buffer that the reference host registered, and the runner's widths of
+// Checks of the 'conv' suite and of the noise hook its installer puts in 'core'
+// slot 3. The five conversions are plane checks; dithered conversions read the
+// noise buffer that the reference host registered, and the runner's widths of
 // 4095..4097 and 8191/8193 columns pass the 2048 columns that the host's default
 // 8192 bytes of repeated noise allow, so the column splitting is exercised.
+#include <string>
+#include <vector>
+
+#include "refhost/refhost.h"
 #include "verify/families.h"
 
 namespace tarnell::verify {
@@ -139,9 +144,38 @@ const PlaneShape kFloatTo8{
     .benchParams = kBenchNoDither,
     .sameAddresses = true};
 
+// --- 'core' slot 3: the noise hook keeps the buffer for the dithered routines and
+// hands the registration on. Each call must reach the host's routine once, with the
+// same three arguments, and return its result (the reference host answers with
+// its count of registrations). The hook is given the host's own buffer, so what
+// the module keeps stays what the dithered checks expect. It moves no planes:
+// nothing to bench.
+
+void verifyNoiseHook(Context& ctx, HostRoutine /*host*/, HostRoutine module) {
+  refhost::ReferenceHost& host = ctx.host();
+  const auto hook = as<slot::registerNoiseTable>(module);
+  for (int i = 1; i <= 3; ++i) {
+    const std::size_t before = host.noiseRegistrations().size();
+    const int32_t result = hook(host.noiseBase(), host.noiseSizeBytes(), host.noisePeriodBytes());
+    const std::vector<refhost::NoiseRegistration> after = host.noiseRegistrations();
+    std::string problem;
+    if (after.size() != before + 1) {
+      problem = "the host's routine was called " + std::to_string(after.size() - before) + " times, not once";
+    } else if (after.back().base != host.noiseBase() || after.back().size != host.noiseSizeBytes() ||
+               after.back().period != host.noisePeriodBytes()) {
+      problem = "the host's routine got other arguments (size " + std::to_string(after.back().size) + ", period " +
+                std::to_string(after.back().period) + ")";
+    } else {
+      problem = resultMismatch(static_cast<uint64_t>(after.size()), static_cast<uint64_t>(result));
+    }
+    if (!ctx.judge(words("registration", i), problem)) return;
+  }
+}
+
 const Check kChecks[] = {
     planeCheck(slot::convert16To8Planar3, kPlanar3), planeCheck(slot::convert16To8, k16To8),    planeCheck(slot::convert8To16, k8To16),
     planeCheck(slot::rescale16, kRescale), planeCheck(slot::convertFloatTo8, kFloatTo8),
+    customCheck(slot::registerNoiseTable, &verifyNoiseHook, nullptr),
 };
 
 }  // namespace

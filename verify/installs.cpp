@@ -13,8 +13,8 @@ std::vector<SlotRef> refs(Ids... ids) {
 
 }  // namespace
 
-std::string slotLabel(const SlotRef& s) {
-  return std::string(kSuites[suiteIndexOf(s.suite)].name) + ":" + std::to_string(s.slot) + " " + s.name;
+std::string slotLabel(uint32_t suite, int slot, const char* name) {
+  return std::string(kSuites[suiteIndexOf(suite)].name) + ":" + std::to_string(slot) + " " + name;
 }
 
 bool gateHolds(Gate gate, const FeatureSet& f) {
@@ -141,19 +141,6 @@ std::vector<int> expectedReplacedSlots(uint32_t suite, const FeatureSet& feature
   std::sort(slots.begin(), slots.end());
   slots.erase(std::unique(slots.begin(), slots.end()), slots.end());
   return slots;
-}
-
-std::vector<SlotRef> forwardedSlots() {
-  const FeatureSet every{true, true, true, true, true, true};
-  std::vector<SlotRef> out;
-  for (const InstallerWrites& installer : installerWrites())
-    for (const SlotRef& s : writesOf(installer, every))
-      if (s.forwarded && std::find(out.begin(), out.end(), s) == out.end()) out.push_back(s);
-  std::sort(out.begin(), out.end(), [](const SlotRef& a, const SlotRef& b) {
-    const int sa = suiteIndexOf(a.suite), sb = suiteIndexOf(b.suite);
-    return sa != sb ? sa < sb : a.slot < b.slot;
-  });
-  return out;
 }
 
 }  // namespace tarnell::verify

@@ -2,7 +2,8 @@
 // written down from the installer tables independently of the module's installers.
 // It is the one statement of that fact on this side: the installer tests compare
 // the module's recorded writes with it, and the slot sets that `tarnell-host
-// report` and the tests expect, and the list of forwarded slots, derive from it.
+// report` and the tests expect, and the list of forwarded slots (forwarded.h),
+// derive from it.
 #pragma once
 
 #include <tarnell/host_interface.h>
@@ -37,7 +38,8 @@ template <uint32_t Suite, int Slot>
 constexpr SlotRef ref(SlotId<Suite, Slot>) {
   return {Suite, Slot, SlotSignature<Suite, Slot>::name, SlotSignature<Suite, Slot>::forwarded};
 }
-std::string slotLabel(const SlotRef& s);  // "blnd:74 MultiplyInto8"
+std::string slotLabel(uint32_t suite, int slot, const char* name);  // "blnd:74 MultiplyInto8"
+inline std::string slotLabel(const SlotRef& s) { return slotLabel(s.suite, s.slot, s.name); }
 
 // When a step runs.
 enum class Gate : uint8_t { always, sse, sse2, ssse3, sse41, avx, withoutSse2 };
@@ -62,8 +64,5 @@ const std::vector<InstallerWrites>& installerWrites();
 std::vector<SlotRef> writesOf(const InstallerWrites& installer, const FeatureSet& features);
 // Sorted slot numbers of one suite that some installer writes for these features.
 std::vector<int> expectedReplacedSlots(uint32_t suite, const FeatureSet& features);
-// Every slot an installer fills with a forwarder (for a processor with every feature),
-// sorted by suite order and slot.
-std::vector<SlotRef> forwardedSlots();
 
 }  // namespace tarnell::verify

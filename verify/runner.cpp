@@ -250,21 +250,55 @@ double timeCall(void (*fn)(void*), void* context, double minSeconds) {
   return samples[2];
 }
 
-// A filter is one or more globs separated by commas; a check matches when any of
-// them matches its name, its "suite:slot" key or its whole label.
-bool matchesFilter(const Check& check, const std::string& filter) {
-  if (filter.empty()) return true;
-  const std::string label = checkLabel(check);
-  const std::string key = label.substr(0, label.find(' '));
+std::vector<std::string> filterGlobs(const std::string& filter) {
+  std::vector<std::string> globs;
   for (std::size_t begin = 0; begin <= filter.size();) {
     const std::size_t end = std::min(filter.find(',', begin), filter.size());
-    const std::string glob = filter.substr(begin, end - begin);
-    if (!glob.empty() && (globMatch(glob.c_str(), check.name) || globMatch(glob.c_str(), key.c_str()) ||
-                          globMatch(glob.c_str(), label.c_str())))
-      return true;
+    std::string glob = filter.substr(begin, end - begin);
+    glob.erase(0, glob.find_first_not_of(" \t"));
+    glob.erase(glob.find_last_not_of(" \t") + 1);
+    if (!glob.empty()) globs.push_back(glob);
     begin = end + 1;
   }
-  return false;
+  return globs;
+}
+
+namespace {
+
+// The glob against a key or a label: its part up to the first blank (the key's
+// part) in lower case, as suite keys are.
+std::string keyCase(const std::string& glob) {
+  std::string out = glob;
+  const std::size_t end = std::min(out.find(' '), out.size());
+  for (std::size_t i = 0; i < end; ++i)
+    if (out[i] >= 'A' && out[i] <= 'Z') out[i] = static_cast<char>(out[i] - 'A' + 'a');
+  return out;
+}
+
+bool globMatchesCheck(const std::string& glob, const Check& check) {
+  const std::string label = checkLabel(check);
+  const std::string key = label.substr(0, label.find(' '));
+  const std::string lowered = keyCase(glob);
+  return globMatch(glob.c_str(), check.name) || globMatch(lowered.c_str(), key.c_str()) ||
+         globMatch(lowered.c_str(), label.c_str());
+}
+
+}  // namespace
+
+bool matchesFilter(const Check& check, const std::string& filter) {
+  const std::vector<std::string> globs = filterGlobs(filter);
+  if (globs.empty()) return true;
+  return std::any_of(globs.begin(), globs.end(), [&](const std::string& glob) { return globMatchesCheck(glob, check); });
+}
+
+std::vector<std::string> unmatchedGlobs(const std::string& filter) {
+  std::vector<std::string> unmatched;
+  for (const std::string& glob : filterGlobs(filter)) {
+    const std::span<const Check> all = allChecks();
+    if (std::none_of(all.begin(), all.end(), [&](const Check& check) { return globMatchesCheck(glob, check); }))
+      unmatched.push_back(glob);
+  }
+  return unmatched;
 }
 
 CheckResult runCheckOn(const Check& check, refhost::ReferenceHost& host, HostRoutine reference, HostRoutine candidate,
@@ -343,7 +377,10 @@ struct MemcpyBench {
 
 }  // namespace
 
+bool hasBench(const Check& check) { return check.shape != nullptr || check.customBench != nullptr; }
+
 std::unique_ptr<BenchCase> makeBenchCase(const Check& check, int width, int height, uint64_t seed) {
+  if (!hasBench(check)) return nullptr;
   if (check.shape != nullptr) {
     Rng rng(seed);
     return std::make_unique<PlaneBench>(*check.shape, width, height, rng);
@@ -354,7 +391,8 @@ std::unique_ptr<BenchCase> makeBenchCase(const Check& check, int width, int heig
 BenchResult benchCheck(const Check& check, refhost::ReferenceHost& host, const BenchOptions& options) {
   BenchResult result;
   result.check = &check;
-  if (!host.replaced(check.suite, check.slot) || !host.hasPortable(check.suite, check.slot)) return result;
+  if (!host.replaced(check.suite, check.slot) || !host.hasPortable(check.suite, check.slot) || !hasBench(check))
+    return result;
   // Separate but identical data for each side, so neither inherits the other's output.
   const uint64_t seed = checkSeed(1, check);
   std::unique_ptr<BenchCase> forHost = makeBenchCase(check, options.width, options.height, seed);
@@ -368,6 +406,7 @@ BenchResult benchCheck(const Check& check, refhost::ReferenceHost& host, const B
   result.hostNs = timeCall(timedRun, &h, options.minSeconds);
   result.moduleNs = timeCall(timedRun, &m, options.minSeconds);
   result.bytesMoved = forModule->bytesMoved;
+  result.fixedWork = forModule->fixedWork;
 
   MemcpyBench copy;
   copy.from.assign(std::max<uint64_t>(1, result.bytesMoved / 2), 1);

@@ -38,7 +38,16 @@ struct CheckResult {
 // The check's own seed: derived from the run's seed and the slot, so a filtered
 // run reproduces what the full run did for that check.
 uint64_t checkSeed(uint64_t seed, const Check& check);
+
+// A filter is globs separated by commas, blanks around them ignored ("*" any run
+// of characters, "?" one). A glob matches a check when it matches its routine
+// name, its "suite:slot" key or its whole label; the suite key in any case
+// ("BLND:1" is "blnd:1"). An empty filter selects every check.
+std::vector<std::string> filterGlobs(const std::string& filter);
 bool matchesFilter(const Check& check, const std::string& filter);
+// The globs of the filter that match no check at all (a misspelt name, a suite
+// without the slot number): a run with them would silently verify less.
+std::vector<std::string> unmatchedGlobs(const std::string& filter);
 std::string checkLabel(const Check& check);  // "blnd:7 DarkenTowardSourceThroughMask8"
 
 // Compares the host's original routine of the slot with what is installed now.
@@ -56,6 +65,7 @@ struct BenchOptions {
 struct BenchResult {
   const Check* check = nullptr;
   bool ran = false;
+  bool fixedWork = false;  // see BenchCase::fixedWork
   double hostNs = 0;     // median time of one call
   double moduleNs = 0;
   double memcpyNs = 0;   // memcpy of as many bytes as one call moves (read + written)
@@ -65,7 +75,10 @@ struct BenchResult {
   double memcpyShare() const { return moduleNs > 0 ? memcpyNs / moduleNs : 0; }
 };
 
-// A prepared case of the check at width x height, with data drawn from seed.
+// False for a check with nothing to time (its slot moves no planes).
+bool hasBench(const Check& check);
+// A prepared case of the check at width x height, with data drawn from seed; null
+// when the check has no bench.
 std::unique_ptr<BenchCase> makeBenchCase(const Check& check, int width, int height, uint64_t seed);
 
 BenchResult benchCheck(const Check& check, refhost::ReferenceHost& host, const BenchOptions& options);

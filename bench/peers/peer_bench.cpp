@@ -1,6 +1,7 @@
 // The module against the libraries users would otherwise reach for (OpenCV and
 // pixman), on the very same planes, single-threaded, at 256x256, 1024x1024 and
-// 4096x4096, with a summary of module / peer per operation at the end.
+// 4096x4096, with a summary of module / peer per operation at the end; with
+// --report FILE.html also as a self-contained page in the bench report's style.
 //
 // The module is loaded from its file and started against the reference host, and
 // its routines are called through the host's live table, as a host calls them.
@@ -19,11 +20,13 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cerrno>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <memory>
@@ -34,6 +37,9 @@
 #include <vector>
 
 #include "refhost/refhost.h"
+#include "tools/machine.h"
+#include "tools/output.h"
+#include "tools/peer_report.h"
 #include "verify/session.h"
 
 namespace {
@@ -510,6 +516,12 @@ void add(const Operation& op, int32_t size, const std::string& side, Call call) 
   })->Unit(benchmark::kMicrosecond);
 }
 
+// The operations measured, with their largest differences, for the page.
+std::vector<tool::PeerOperation>& measured() {
+  static std::vector<tool::PeerOperation> operations;
+  return operations;
+}
+
 // The largest difference between a sample the module writes and the peer's, on the
 // first destination plane at 256x256, both sides starting from the same
 // destination: a check that both do the same work (rounding aside).
@@ -518,11 +530,15 @@ void printAgreement(const Operation& op, HostRoutine routine) {
   const cv::Mat before = p.d().mat().clone();
   op.module(routine, p);
   const cv::Mat module = p.d().mat().clone();
+  tool::PeerOperation& kept = measured().emplace_back();
+  kept.name = op.name;
+  kept.slot = std::string(kSuites[suiteIndexOf(op.suite)].name) + ":" + std::to_string(op.slot);
   for (const Peer& peer : op.peers) {
     before.copyTo(p.d().mat());
     peer.call(p);
-    std::fprintf(stderr, "tarnell_peer_bench: %s against %s: largest difference %g\n", op.name, peer.name,
-                 cv::norm(module, p.d().mat(), cv::NORM_INF));
+    const double difference = cv::norm(module, p.d().mat(), cv::NORM_INF);
+    kept.largestDifference.emplace_back(peer.name, difference);
+    std::fprintf(stderr, "tarnell_peer_bench: %s against %s: largest difference %g\n", op.name, peer.name, difference);
   }
 }
 
@@ -570,8 +586,10 @@ class Collector : public benchmark::ConsoleReporter {
 };
 
 // Per output sample and as throughput of the region bytes read and written; the
-// ratio is the peer's time over the module's for the same outputs.
-void printSummary(Collector& collector) {
+// ratio is the peer's time over the module's for the same outputs. Returns the
+// table's rows.
+std::vector<tool::PeerReportRow> printSummary(Collector& collector) {
+  std::vector<tool::PeerReportRow> rows;
   std::printf("\nmodule / peer (per output sample; above 1 the module is faster)\n");
   std::printf("%-22s %-10s %10s %8s %-8s %10s %8s %8s\n", "operation", "size", "module ns", "GB/s", "peer", "peer ns",
               "GB/s", "ratio");
@@ -585,13 +603,60 @@ void printSummary(Collector& collector) {
     std::printf("%-22s %-10s %10.3f %8.2f %-8s %10.3f %8.2f %7.2fx\n", e.operation.c_str(), e.size.c_str(),
                 moduleSeconds * ns, gb / moduleSeconds, e.side.c_str(), peerSeconds * ns, gb / peerSeconds,
                 peerSeconds / moduleSeconds);
+    rows.push_back({e.operation, e.size, e.side, moduleSeconds * ns, peerSeconds * ns, gb / moduleSeconds,
+                    gb / peerSeconds});
   }
+  return rows;
+}
+
+// --report FILE.html (or --report=FILE.html), taken out of the arguments before
+// the benchmark library sees them; "" when not given.
+std::string takeReportOption(int& argc, char** argv) {
+  std::string file;
+  int kept = 1;
+  for (int i = 1; i < argc; ++i) {
+    const std::string a = argv[i];
+    if (a == "--report" && i + 1 < argc) {
+      file = argv[++i];
+    } else if (a.rfind("--report=", 0) == 0) {
+      file = a.substr(9);
+    } else {
+      argv[kept++] = argv[i];
+    }
+  }
+  argc = kept;
+  return file;
+}
+
+bool writePeerReport(const std::string& file, const std::vector<tool::PeerReportRow>& rows) {
+  const tool::Machine m = tool::thisMachine();
+  tool::PeerReportHeader h;
+  h.processor = m.processor;
+  h.flags = m.flagList();
+  h.topology = m.topologyText();
+  h.peers = std::string("OpenCV ") + CV_VERSION + " (loops on the calling thread), pixman " + pixman_version_string();
+  h.sizes = "256\u00d7256, 1024\u00d71024 and 4096\u00d74096 source pixels, one thread; times per output sample";
+  h.module = TARNELL_MODULE_PATH;
+  h.date = tool::utcNow();
+  h.version = TARNELL_VERSION;
+  const std::string page = tool::renderPeerReport(h, measured(), rows);
+  std::FILE* out = std::fopen(file.c_str(), "wb");
+  const bool ok = out != nullptr && std::fwrite(page.data(), 1, page.size(), out) == page.size();
+  return out != nullptr && std::fclose(out) == 0 && ok;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   cv::setNumThreads(0);  // OpenCV runs everything on the calling thread
+  const std::string reportFile = takeReportOption(argc, argv);
+  if (!reportFile.empty()) {  // known before the run, not after it
+    const std::string why = tool::whyNotWritable(reportFile);
+    if (!why.empty()) {
+      std::fprintf(stderr, "tarnell_peer_bench: cannot write the report '%s': %s\n", reportFile.c_str(), why.c_str());
+      return 5;
+    }
+  }
   std::string error;
   static auto module = verify::LoadedModule::load(TARNELL_MODULE_PATH, &error);
   if (!module) {
@@ -612,7 +677,15 @@ int main(int argc, char** argv) {
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   Collector collector;
   benchmark::RunSpecifiedBenchmarks(&collector);
-  printSummary(collector);
+  const std::vector<tool::PeerReportRow> rows = printSummary(collector);
   benchmark::Shutdown();
+  if (!reportFile.empty()) {
+    if (!writePeerReport(reportFile, rows)) {
+      std::fprintf(stderr, "tarnell_peer_bench: cannot write the report '%s': %s\n", reportFile.c_str(),
+                   std::strerror(errno));
+      return 5;
+    }
+    std::printf("\nreport written to %s\n", std::filesystem::absolute(reportFile).lexically_normal().string().c_str());
+  }
   return 0;
 }
