@@ -25,7 +25,7 @@ function(count_of out pattern)
 endfunction()
 
 # The slots benched, from the JSON (the same numbers, formatted alike).
-string(REGEX MATCHALL "\"suite\": \"[a-z]+\", \"slot\": [0-9]+, \"name\": \"[A-Za-z0-9_]+\", \"host_ns\"[^}]*\"speedup\": [0-9.]+"
+string(REGEX MATCHALL "\"suite\": \"[a-z]+\", \"slot\": [0-9]+, \"name\": \"[A-Za-z0-9_]+\", \"tier\": \"[a-z0-9]+\", \"host_ns\"[^}]*\"speedup\": [0-9.]+"
        results "${json}")
 list(LENGTH results benched)
 if(benched LESS 3)

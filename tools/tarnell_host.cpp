@@ -8,14 +8,18 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "host/kernels.h"
 #include "refhost/refhost.h"
 #include "tools/bench_report.h"
 #include "tools/machine.h"
 #include "tools/output.h"
+#include "tools/tiers.h"
 #include "verify/forwarded.h"
 #include "verify/installs.h"
 #include "verify/runner.h"
@@ -46,6 +50,11 @@ constexpr const char* kUsage =
     "  --seed N             verify: random seed (default: 1; printed with every failure)\n"
     "  --quick              verify: fewer alignment combinations\n"
     "  --guard-pages        verify: place rows against inaccessible pages\n"
+    "  --tier LEVEL         verify: only the bodies of one level (sse2, ssse3, sse41, avx, avx2; at\n"
+    "                       most this processor's); without it, this processor's level and then\n"
+    "                       every narrower body it does not run\n"
+    "  --tier LEVEL[,LEVEL] bench: time the bodies of these levels side by side (default: this\n"
+    "                       processor's)\n"
     "  --size WxH           bench: plane size (default 256x256)\n"
     "  --min-time SECONDS   bench: measuring time per routine (default 0.1)\n"
     "  --report FILE.html   bench: also write a self-contained HTML page of the results\n"
@@ -75,6 +84,7 @@ constexpr OptionRule kOptions[] = {
     {"--seed", true, kVerify, false},
     {"--quick", false, kVerify, false},
     {"--guard-pages", false, kVerify, false},
+    {"--tier", true, kVerify | kBench, false},
     {"--size", true, kBench, false},
     {"--min-time", true, kBench, false},
     {"--report", true, kBench, false},
@@ -96,6 +106,7 @@ struct Options {
   bool json = false;
   bool progress = true;
   std::string reportFile;
+  std::vector<Level> tiers;  // --tier; empty: the default of the command
   bool hostOptions = false;
   refhost::HostOptions host;
 };
@@ -193,6 +204,15 @@ Options parse(int argc, char** argv) {
     } else if (a == "--report") {
       if (v.empty()) usageError("--report takes a file name, for example bench.html");
       o.reportFile = v;
+    } else if (a == "--tier") {
+      for (const std::string& name : verify::filterGlobs(v)) {
+        Level level{};
+        if (!levelFromName(name.c_str(), &level) || level == Level::plain)
+          usageError("--tier takes sse2, ssse3, sse41, avx or avx2 (a level named as the module's file suffixes), not '" +
+                     name + "'");
+        if (std::find(o.tiers.begin(), o.tiers.end(), level) == o.tiers.end()) o.tiers.push_back(level);
+      }
+      if (o.tiers.empty()) usageError("--tier takes a level, for example sse2");
     } else if (a == "--size") {
       const auto x = v.find('x');
       // Heights past 16384 give planes several times a large last-level cache.
@@ -231,6 +251,14 @@ Options parse(int argc, char** argv) {
       if (name != r.name || (r.commands & o.commandBit) != 0) continue;
       usageError(name + " is an option of " + commandsOf(r.commands) + ", not of " + o.command);
     }
+  }
+  if (o.command == "verify" && o.tiers.size() > 1) usageError("verify --tier takes one level");
+  std::sort(o.tiers.begin(), o.tiers.end());
+  if (!o.tiers.empty() && o.tiers.back() > tool::widestHere()) {
+    std::string here;
+    for (Level l : tool::levelsHere()) here += std::string(here.empty() ? "" : ", ") + levelName(l);
+    usageError(std::string("this processor does not run ") + levelName(o.tiers.back()) +
+               " code: its levels are " + here);
   }
   if (o.command == "list" && o.hostOptions && o.module.empty())
     usageError("host options apply to list only with --module (list loads no module otherwise)");
@@ -426,17 +454,28 @@ int report(const Options& o, const char* argv0) {
     std::printf("flags      %s\n", m.flagList().c_str());
     std::printf("topology   %s%s\n", m.topologyText().c_str(),
                 m.l2Line ? (" (line value " + std::to_string(*m.l2Line) + ")").c_str() : "");
-    std::printf("start-up   ok\n\nslots replaced:\n");
+    std::printf("start-up   ok\n\nslots replaced (the bodies of other levels than sse2, the baseline, below each suite):\n");
   }
+  // The level of each slot's body, from the module's code built into the tool,
+  // started with this processor's flags (the loaded module's installers decide
+  // the same way; only the tool can watch them write).
+  tool::BuiltInModule builtIn(tool::widestHere(), o.host);
+  const tool::BodyMap bodies = tool::bodiesAt(builtIn);
   bool asExpected = true;
   for (const SuiteSpec& desc : kSuites) {
     const std::vector<int> slots = s.host->replacedSlots(desc.key);
     const std::vector<int> expected = verify::expectedReplacedSlots(desc.key, featuresOf(m.flags));
     asExpected = asExpected && slots == expected;
+    auto bodyOf = [&](int slot) {
+      const auto b = bodies.find({desc.key, slot});
+      return b == bodies.end() ? "unknown" : tool::bodyName(b->second);
+    };
     if (o.json) {
       j.beginObject().key("suite").string(desc.name).key("as_expected").boolean(slots == expected);
       j.key("replaced").beginArray();
       for (int slot : slots) j.integer(slot);
+      j.endArray().key("bodies").beginArray();
+      for (int slot : slots) j.beginObject().key("slot").integer(slot).key("body").string(bodyOf(slot)).endObject();
       j.endArray().endObject();
       continue;
     }
@@ -444,6 +483,17 @@ int report(const Options& o, const char* argv0) {
     for (std::size_t k = 0; k < slots.size(); ++k) std::printf("%s%d", k == 0 ? "  " : " ", slots[k]);
     if (slots != expected) std::printf("   (expected %zu slots for these flags)", expected.size());
     std::printf("\n");
+    // The slots whose body is not baseline code, by level.
+    std::string wider;
+    for (const char* level : {"ssse3", "sse41", "avx", "avx2", "forwarded"}) {
+      std::string list;
+      for (int slot : slots)
+        if (std::strcmp(bodyOf(slot), level) == 0) list.append(" ").append(std::to_string(slot));
+      if (list.empty()) continue;
+      if (!wider.empty()) wider.append("   ");
+      wider.append(level).append(":").append(list);
+    }
+    if (!wider.empty()) std::printf("             %s\n", wider.c_str());
   }
   if (o.json) {
     j.endArray();
@@ -461,64 +511,124 @@ int report(const Options& o, const char* argv0) {
   return 0;
 }
 
+// One tier's run: which routines (the loaded module's, or the built-in copy's at
+// a level) and which checks to run on them.
+struct TierRun {
+  Level level;
+  bool loaded;  // the loaded module; else the module's code built into the tool
+  std::vector<const verify::Check*> checks;
+};
+
+// The tiers verify runs. With --tier, that level alone: the loaded module when it
+// is this processor's, else the built-in copy at that level with every selected
+// check. Without, this processor's level on the loaded module, then each narrower
+// level on the built-in copy, with the checks whose body there differs from this
+// processor's and from every narrower tier's already run. Each built-in tier is
+// started on a host of its own only while it runs: the host routines log to the
+// host constructed last.
+std::vector<TierRun> verifyTiers(const Options& o) {
+  const std::vector<const verify::Check*> checks = selectedChecks(o);
+  const Level widest = tool::widestHere();
+  if (!o.tiers.empty()) return {{o.tiers.front(), o.tiers.front() == widest, checks}};
+  std::vector<TierRun> runs = {{widest, true, checks}};
+  std::map<const verify::Check*, std::vector<HostRoutine>> seen;
+  {
+    tool::BuiltInModule native(widest, o.host);
+    for (const verify::Check* check : checks)
+      if (native.host().replaced(check->suite, check->slot))
+        seen[check].push_back(native.host().live(check->suite, check->slot));
+  }
+  for (Level level : tool::levelsHere()) {
+    if (level == widest) continue;
+    tool::BuiltInModule tier(level, o.host);
+    TierRun run{level, false, {}};
+    for (const verify::Check* check : checks) {
+      if (!tier.host().replaced(check->suite, check->slot)) continue;
+      std::vector<HostRoutine>& bodies = seen[check];
+      const HostRoutine body = tier.host().live(check->suite, check->slot);
+      if (std::find(bodies.begin(), bodies.end(), body) != bodies.end()) continue;
+      bodies.push_back(body);
+      run.checks.push_back(check);
+    }
+    if (!run.checks.empty()) runs.push_back(std::move(run));
+  }
+  return runs;
+}
+
 int runVerify(const Options& o, const char* argv0) {
   Started s = start(o, argv0);
   verify::VerifyOptions vo;
   vo.seed = o.seed;
   vo.thorough = !o.quick;
   int failed = 0, passed = 0, skipped = 0;
-  const std::vector<const verify::Check*> checks = selectedChecks(o);
   const verify::Coverage coverage = verify::coverageOf(*s.host);
-  tool::Progress progress(showProgress(o), "verify", static_cast<int>(checks.size()));
+  const std::vector<TierRun> runs = verifyTiers(o);
+  int total = 0;
+  for (const TierRun& run : runs) total += static_cast<int>(run.checks.size());
+  tool::Progress progress(showProgress(o), "verify", total);
   tool::JsonWriter j;
   if (o.json) {
     j.beginObject().key("version").string(TARNELL_VERSION).key("module").string(s.module->path());
     j.key("processor").string(tool::thisMachine().processor);
     j.key("seed").integer(static_cast<int64_t>(o.seed)).key("quick").boolean(o.quick);
-    j.key("guard_pages").boolean(o.guardPages).key("filter").stringOrNull(o.filter).key("results").beginArray();
+    j.key("guard_pages").boolean(o.guardPages).key("filter").stringOrNull(o.filter);
+    j.key("tier").stringOrNull(o.tiers.empty() ? std::nullopt : std::optional<std::string>(levelName(o.tiers.front())));
+    j.key("results").beginArray();
   }
-  for (const verify::Check* check : checks) {
-    const std::string label = verify::checkLabel(*check);
-    progress.start(label);
-    std::vector<verify::Placement> placements{verify::Placement::Heap};
-    if (o.guardPages) placements = {verify::Placement::GuardPageAfter, verify::Placement::GuardPageBefore};
-    verify::CheckResult r;
-    int64_t cases = 0;  // over both placements
-    for (verify::Placement p : placements) {
-      vo.placement = p;
-      r = verify::runCheck(*check, *s.host, vo);
-      cases += r.cases;
-      if (r.outcome == verify::Outcome::Failed) break;
-    }
-    r.cases = cases;
-    static constexpr const char* kOutcome[] = {"passed", "failed", "not installed", "no host routine"};
-    if (o.json) {
-      j.beginObject().key("suite").string(suiteName(check->suite)).key("slot").integer(check->slot);
-      j.key("name").string(check->name).key("outcome").string(kOutcome[static_cast<int>(r.outcome)]);
-      j.key("cases").integer(r.cases).key("mismatches").integer(r.failures).key("first_failure");
-      if (r.failures > 0) j.string(r.firstFailure);
-      else j.null();
-      j.endObject();
-    }
-    switch (r.outcome) {
-      case verify::Outcome::Passed:
-        ++passed;
-        if (!o.json) progress.print("ok      %-48s %8" PRId64 " cases\n", label.c_str(), r.cases);
-        break;
-      case verify::Outcome::Failed:
-        ++failed;
-        if (!o.json)
-          progress.print("FAILED  %-48s %d mismatches (seed %" PRIu64 ")\n        %s\n", label.c_str(), r.failures, o.seed,
-                         r.firstFailure.c_str());
-        break;
-      case verify::Outcome::NotInstalled:
-      case verify::Outcome::NoHostRoutine:
-        ++skipped;
-        if (!o.json)
-          progress.print("skip    %-48s %s\n", label.c_str(),
-                         r.outcome == verify::Outcome::NotInstalled ? "not installed on this processor"
-                                                                    : "the host has no portable routine");
-        break;
+  for (std::size_t t = 0; t < runs.size(); ++t) {
+    const TierRun& run = runs[t];
+    const char* tierName = levelName(run.level);
+    std::unique_ptr<tool::BuiltInModule> builtIn;
+    if (!run.loaded) builtIn = std::make_unique<tool::BuiltInModule>(run.level, o.host);
+    refhost::ReferenceHost& host = run.loaded ? *s.host : builtIn->host();
+    if (!o.json && (runs.size() > 1 || !o.tiers.empty()))
+      progress.print("%s%s bodies (%s%s):\n", t == 0 ? "" : "\n", tierName,
+                     run.loaded ? "the module" : "the module's code built into tarnell-host",
+                     t == 0 || !o.tiers.empty() ? "" : "; those this processor does not run");
+    for (const verify::Check* check : run.checks) {
+      const std::string label = verify::checkLabel(*check);
+      progress.start(label);
+      std::vector<verify::Placement> placements{verify::Placement::Heap};
+      if (o.guardPages) placements = {verify::Placement::GuardPageAfter, verify::Placement::GuardPageBefore};
+      verify::CheckResult r;
+      int64_t cases = 0;  // over both placements
+      for (verify::Placement p : placements) {
+        vo.placement = p;
+        r = verify::runCheck(*check, host, vo);
+        cases += r.cases;
+        if (r.outcome == verify::Outcome::Failed) break;
+      }
+      r.cases = cases;
+      static constexpr const char* kOutcome[] = {"passed", "failed", "not installed", "no host routine"};
+      if (o.json) {
+        j.beginObject().key("suite").string(suiteName(check->suite)).key("slot").integer(check->slot);
+        j.key("name").string(check->name).key("tier").string(tierName);
+        j.key("outcome").string(kOutcome[static_cast<int>(r.outcome)]);
+        j.key("cases").integer(r.cases).key("mismatches").integer(r.failures).key("first_failure");
+        if (r.failures > 0) j.string(r.firstFailure);
+        else j.null();
+        j.endObject();
+      }
+      switch (r.outcome) {
+        case verify::Outcome::Passed:
+          ++passed;
+          if (!o.json) progress.print("ok      %-48s %8" PRId64 " cases\n", label.c_str(), r.cases);
+          break;
+        case verify::Outcome::Failed:
+          ++failed;
+          if (!o.json)
+            progress.print("FAILED  %-48s %d mismatches (seed %" PRIu64 ", tier %s)\n        %s\n", label.c_str(),
+                           r.failures, o.seed, tierName, r.firstFailure.c_str());
+          break;
+        case verify::Outcome::NotInstalled:
+        case verify::Outcome::NoHostRoutine:
+          ++skipped;
+          if (!o.json)
+            progress.print("skip    %-48s %s\n", label.c_str(),
+                           r.outcome == verify::Outcome::NotInstalled ? "not installed on this processor"
+                                                                      : "the host has no portable routine");
+          break;
+      }
     }
   }
   if (o.json) {
@@ -566,30 +676,64 @@ int runBench(const Options& o, const char* argv0) {
   bo.height = o.height;
   bo.minSeconds = o.minTime;
   const std::vector<const verify::Check*> checks = selectedChecks(o);
-  tool::Progress progress(showProgress(o), "bench", static_cast<int>(checks.size()));
+  // The tiers to time: this processor's by default (the loaded module); with
+  // --tier, each level named, narrower ones on the module's code built into the
+  // tool, one tier after the other, and their rows side by side per slot.
+  const Level widest = tool::widestHere();
+  const std::vector<Level> tiers = o.tiers.empty() ? std::vector<Level>{widest} : o.tiers;
+  const bool sideBySide = tiers.size() > 1;
+  tool::Progress progress(showProgress(o), "bench", static_cast<int>(checks.size() * tiers.size()));
   if (!o.json)
-    std::printf("%-48s %12s %12s %9s %10s %9s\n", "slot", "host ns", "module ns", "speedup", "module GB/s", "vs memcpy");
-  std::vector<tool::BenchReportRow> rows;
+    std::printf("%-48s %12s %12s %9s %10s %9s\n", sideBySide ? "slot [level]" : "slot", "host ns", "module ns",
+                "speedup", "module GB/s", "vs memcpy");
+  struct Timed {
+    const verify::Check* check;
+    Level tier;
+    tool::BenchReportRow row;
+  };
+  std::vector<Timed> timed;
   std::vector<std::pair<const verify::Check*, const char*>> skipped;
-  for (const verify::Check* check : checks) {
-    const std::string label = verify::checkLabel(*check);
-    progress.start(label);
-    const verify::BenchResult r = verify::benchCheck(*check, *s.host, bo);
-    if (!r.ran) {
-      const char* why = !s.host->replaced(check->suite, check->slot)      ? "not installed on this processor"
-                        : !s.host->hasPortable(check->suite, check->slot) ? "the host has no portable routine"
-                                                                          : "nothing to bench (it moves no planes)";
-      skipped.emplace_back(check, why);
-      if (!o.json) progress.print("%-48s skipped: %s\n", label.c_str(), why);
-      continue;
+  auto line = [&](const tool::BenchReportRow& r, const std::string& label) {
+    progress.print("%-48s %12.0f %12.0f %8.2fx %10.2f %8.0f%%%s\n", label.c_str(), r.hostNs, r.moduleNs, r.speedup,
+                   r.moduleGBps, 100 * r.memcpyShare, r.fixedWork ? "  fixed work" : "");
+  };
+  for (Level tier : tiers) {
+    std::unique_ptr<tool::BuiltInModule> builtIn;
+    if (tier != widest) builtIn = std::make_unique<tool::BuiltInModule>(tier, o.host);
+    refhost::ReferenceHost& host = tier == widest ? *s.host : builtIn->host();
+    for (const verify::Check* check : checks) {
+      std::string label = verify::checkLabel(*check);
+      if (sideBySide) label.append(" [").append(levelName(tier)).append("]");
+      progress.start(label);
+      const verify::BenchResult r = verify::benchCheck(*check, host, bo);
+      if (!r.ran) {
+        const char* why = !host.replaced(check->suite, check->slot)      ? "not installed on this processor"
+                          : !host.hasPortable(check->suite, check->slot) ? "the host has no portable routine"
+                                                                         : "nothing to bench (it moves no planes)";
+        if (tier == tiers.front()) skipped.emplace_back(check, why);
+        if (!o.json) progress.print("%-48s skipped: %s\n", label.c_str(), why);
+        continue;
+      }
+      const double gbps = r.moduleNs > 0 ? static_cast<double>(r.bytesMoved) / r.moduleNs : 0;
+      std::string name = check->name;
+      if (sideBySide) name.append(" [").append(levelName(tier)).append("]");
+      timed.push_back({check, tier,
+                       {suiteName(check->suite), check->slot, name, r.hostNs, r.moduleNs, r.speedup(), r.memcpyShare(),
+                        gbps, r.fixedWork, r.bytesMoved, r.memcpyNs}});
+      if (!o.json && !sideBySide) line(timed.back().row, label);
     }
-    const double gbps = r.moduleNs > 0 ? static_cast<double>(r.bytesMoved) / r.moduleNs : 0;
-    rows.push_back({suiteName(check->suite), check->slot, check->name, r.hostNs, r.moduleNs, r.speedup(),
-                    r.memcpyShare(), gbps, r.fixedWork, r.bytesMoved, r.memcpyNs});
-    if (!o.json)
-      progress.print("%-48s %12.0f %12.0f %8.2fx %10.2f %8.0f%%%s\n", label.c_str(), r.hostNs, r.moduleNs, r.speedup(),
-                     gbps, 100 * r.memcpyShare(), r.fixedWork ? "  fixed work" : "");
   }
+  // Side by side: every tier's row of a slot together, in the slots' order.
+  if (sideBySide) {
+    std::stable_sort(timed.begin(), timed.end(), [&](const Timed& a, const Timed& b) {
+      const auto ia = std::find(checks.begin(), checks.end(), a.check), ib = std::find(checks.begin(), checks.end(), b.check);
+      return ia != ib ? ia < ib : a.tier < b.tier;
+    });
+    if (!o.json)
+      for (const Timed& t : timed) line(t.row, keyOf(t.check->suite, t.check->slot) + " " + t.row.name);
+  }
+  std::vector<tool::BenchReportRow> rows;
+  for (const Timed& t : timed) rows.push_back(t.row);
   const std::string date = tool::utcNow();
   const tool::BenchSummary sum = tool::summarize(rows);
   std::string fixedNames;
@@ -606,10 +750,15 @@ int runBench(const Options& o, const char* argv0) {
     jsonMachine(j, m);
     j.key("width").integer(o.width).key("height").integer(o.height).key("min_time").number(o.minTime, 3);
     j.key("filter").stringOrNull(o.filter).key("date").string(date);
+    j.key("tiers").beginArray();
+    for (Level tier : tiers) j.string(levelName(tier));
+    j.endArray();
     j.key("report").stringOrNull(o.reportFile.empty() || !written ? std::nullopt : std::optional<std::string>(reportPath));
     j.key("results").beginArray();
-    for (const tool::BenchReportRow& r : rows) {
-      j.beginObject().key("suite").string(r.suite).key("slot").integer(r.slot).key("name").string(r.name);
+    for (const Timed& t : timed) {
+      const tool::BenchReportRow& r = t.row;
+      j.beginObject().key("suite").string(r.suite).key("slot").integer(r.slot).key("name").string(t.check->name);
+      j.key("tier").string(levelName(t.tier));
       j.key("host_ns").number(r.hostNs, 1).key("module_ns").number(r.moduleNs, 1).key("speedup").number(r.speedup, 3);
       j.key("bytes").integer(static_cast<int64_t>(r.bytes)).key("module_gbps").number(r.moduleGBps, 3);
       j.key("memcpy_ns").number(r.memcpyNs, 1).key("memcpy_share").number(r.memcpyShare, 3);
@@ -680,6 +829,18 @@ int runList(const Options& o, const char* argv0) {
     return std::find(slots.begin(), slots.end(), check.slot) != slots.end();
   };
   const std::vector<const verify::Check*> checks = selectedChecks(o);
+  // The level of the body each slot runs on this processor, from the module's code
+  // built into the tool (null where nothing is installed here).
+  tool::BodyMap bodies;
+  {
+    tool::BuiltInModule builtIn(tool::widestHere(), o.host);
+    bodies = tool::bodiesAt(builtIn);
+  }
+  auto bodyOf = [&](const verify::Check& check) -> std::optional<std::string> {
+    const auto b = bodies.find({check.suite, check.slot});
+    if (b == bodies.end()) return std::nullopt;
+    return std::string(tool::bodyName(b->second));
+  };
   std::vector<verify::SlotName> forwarded;
   if (!o.filter)
     for (const verify::SlotName& f : verify::forwardedSlots()) forwarded.push_back(f);
@@ -689,7 +850,8 @@ int runList(const Options& o, const char* argv0) {
     j.key("filter").stringOrNull(o.filter).key("checks").beginArray();
     for (const verify::Check* check : checks) {
       j.beginObject().key("suite").string(suiteName(check->suite)).key("slot").integer(check->slot);
-      j.key("name").string(check->name).key("signature").string(check->signature).key("replaced");
+      j.key("name").string(check->name).key("signature").string(check->signature);
+      j.key("body").stringOrNull(bodyOf(*check)).key("replaced");
       if (s.host) j.boolean(replaced(*check));
       else j.null();
       j.endObject();
@@ -701,11 +863,12 @@ int runList(const Options& o, const char* argv0) {
     return 0;
   }
   for (const verify::Check* check : checks) {
+    const std::string body = bodyOf(*check).value_or("-");
     if (s.host)
-      std::printf("%-48s %-8s %s\n", verify::checkLabel(*check).c_str(), replaced(*check) ? "replaced" : "host",
-                  check->signature);
+      std::printf("%-48s %-8s %-6s %s\n", verify::checkLabel(*check).c_str(), replaced(*check) ? "replaced" : "host",
+                  body.c_str(), check->signature);
     else
-      std::printf("%-48s %s\n", verify::checkLabel(*check).c_str(), check->signature);
+      std::printf("%-48s %-6s %s\n", verify::checkLabel(*check).c_str(), body.c_str(), check->signature);
   }
   if (!forwarded.empty())
     std::printf("\nforwarded, no check (the module's routine jumps to the host's own):\n  %s\n",

@@ -2,6 +2,8 @@
 
 #include <xmmintrin.h>
 
+#include <vector>
+
 #include "host/constants.h"
 #include "host/cpu_features.h"
 #include "host/install.h"
@@ -54,6 +56,35 @@ int32_t startup(HostInfo* hostInfo, int16_t* result) {
 int32_t startupAtTier(HostInfo* hostInfo, int16_t* result, const CpuFeatureFlags& flags) {
   g_cpuFeatureFlags = flags;
   return startWithFlags(hostInfo, result);
+}
+
+void recordInstallers(const CpuFeatureFlags& flags, void (*sink)(void* context, uint32_t suite, const SlotWrite& write),
+                      void* context) {
+  struct Recorder {
+    void (*sink)(void*, uint32_t, const SlotWrite&);
+    void* context;
+    uint32_t suite;
+  };
+  const Kernels kernels = resolveKernels(flags);
+  std::vector<HostRoutine> scratch(kMaxSlotCount);
+  Recorder recorder{sink, context, 0};
+  const auto observe = [](void* r, const SlotWrite& w) {
+    const auto* self = static_cast<const Recorder*>(r);
+    self->sink(self->context, self->suite, w);
+  };
+  auto writer = [&]<uint32_t Suite>() {
+    recorder.suite = Suite;
+    return SuiteWriter<Suite>(scratch.data(), kernels, observe, &recorder);
+  };
+  installNoiseHookInto(writer.operator()<code::core>());
+  installBlend(writer.operator()<code::blnd>(), flags);
+  installConvert(writer.operator()<code::conv>(), flags);
+  installFilter(writer.operator()<code::filt>(), flags);
+  installMemory(writer.operator()<code::memo>(), flags);
+  installPaint(writer.operator()<code::pntg>(), flags);
+  installResample(writer.operator()<code::rsmp>(), flags);
+  installSelection(writer.operator()<code::sele>(), flags);
+  installPath(writer.operator()<code::path>(), kModuleName);
 }
 
 }  // namespace tarnell

@@ -15,6 +15,15 @@ int32_t startup(HostInfo* hostInfo, int16_t* result);
 struct CpuFeatureFlags;
 int32_t startupAtTier(HostInfo* hostInfo, int16_t* result, const CpuFeatureFlags& flags);
 
+// What every installer writes for these flags, in start-up order, each write as a
+// (suite, write) pair to `sink`; the tables written are scratch ones. The path
+// installer asks the host's gestalts, so the module must have been started on a
+// host (its live 'core' table is used). For tarnell-host, which says which level's
+// body each slot runs.
+struct SlotWrite;
+void recordInstallers(const CpuFeatureFlags& flags, void (*sink)(void* context, uint32_t suite, const SlotWrite& write),
+                      void* context);
+
 inline constexpr char kModuleName[] = "Tarnell";
 
 }  // namespace tarnell
