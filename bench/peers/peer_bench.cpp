@@ -179,10 +179,24 @@ struct Planes {
 
 // ------------------------------------------------------------- operations
 
+// A routine of the slot's type: as<slot::MultiplySource8>(routine), or by number
+// where one call serves two slots.
+template <auto Id>
+SlotFnOf<Id> as(HostRoutine routine) {
+  return reinterpret_cast<SlotFnOf<Id>>(routine);
+}
 template <uint32_t Suite, int Slot>
-SlotFn<Suite, Slot> slot(HostRoutine routine) {
+SlotFn<Suite, Slot> as(HostRoutine routine) {
   return reinterpret_cast<SlotFn<Suite, Slot>>(routine);
 }
+
+// Which slot an operation times.
+struct SlotKey {
+  template <uint32_t Suite, int Slot>
+  constexpr SlotKey(SlotId<Suite, Slot>) : suite(Suite), slot(Slot) {}
+  uint32_t suite;
+  int slot;
+};
 
 using ModuleCall = void (*)(HostRoutine, Planes&);
 using PeerCall = void (*)(Planes&);
@@ -194,8 +208,7 @@ struct Peer {
 
 struct Operation {
   const char* name;
-  uint32_t suite;
-  int slot;
+  SlotKey key;
   Sample source, destination;
   int planes;  // per side
   ModuleCall module;
@@ -303,7 +316,7 @@ void remapCoordinates(Planes& p) {
 
 template <int Radius>
 void boxMean(HostRoutine r, Planes& p) {
-  slot<code::filt, 75>(r)(p.s().data<uint16_t>(), p.d().data<uint16_t>(), p.rows, p.columns, p.s().stride(),
+  as<slot::filterSlot75>(r)(p.s().data<uint16_t>(), p.d().data<uint16_t>(), p.rows, p.columns, p.s().stride(),
                           p.d().stride(), Radius);
 }
 template <int Radius>
@@ -313,7 +326,7 @@ void boxFilter(Planes& p) {
 
 template <int Slot>
 void kernelFilter(HostRoutine r, Planes& p) {
-  slot<code::rsmp, Slot>(r)(p.s().data(), p.d().data(), p.rows, p.columns, p.indices.data(), p.phases.data(),
+  as<code::rsmp, Slot>(r)(p.s().data(), p.d().data(), p.rows, p.columns, p.indices.data(), p.phases.data(),
                             p.s().stride(), p.d().stride(), p.taps, p.weights.data());
 }
 template <int Interpolation>
@@ -325,7 +338,7 @@ void resize(Planes& p) {
 // the row's padding, its stride less the pixels' bytes.
 void remapPlane(HostRoutine r, Planes& p) {
   const int32_t padding = p.d().stride() - p.columns * p.channels;
-  slot<code::rsmp, 19>(r)(p.coordinates.data(), p.s().data(), p.d().data(), p.rows, p.columns, p.channels, p.channels,
+  as<slot::RemapPlane8>(r)(p.coordinates.data(), p.s().data(), p.d().data(), p.rows, p.columns, p.channels, p.channels,
                           p.s().stride(), padding, p.channels, 0, p.sourceColumns, 0, p.sourceRows, 1);
 }
 void remap(Planes& p) { cv::remap(p.s().mat(), p.d().mat(), p.map1, p.map2, cv::INTER_LINEAR); }
@@ -333,91 +346,91 @@ void remap(Planes& p) { cv::remap(p.s().mat(), p.d().mat(), p.map1, p.map2, cv::
 const std::vector<Operation>& operations() {
   static const std::vector<Operation> list = {
       // 'blnd' 8-bit: d = d * s / 255 rounded; d = max, min(d, s); d = d * k / 255.
-      {"multiply8", code::blnd, 24, Sample::U8, Sample::U8, 1,
+      {"multiply8", slot::MultiplySource8, Sample::U8, Sample::U8, 1,
        [](HostRoutine r, Planes& p) {
-         slot<code::blnd, 24>(r)(p.s().data(), p.d().data(), p.rows, p.columns, p.s().stride(), p.d().stride());
+         as<slot::MultiplySource8>(r)(p.s().data(), p.d().data(), p.rows, p.columns, p.s().stride(), p.d().stride());
        },
        {{"opencv", [](Planes& p) { cv::multiply(p.s().mat(), p.d().mat(), p.d().mat(), 1.0 / 255.0); }},
         {"pixman", [](Planes& p) { pixmanIn(p.s().image(), p); }}}},
-      {"max8", code::blnd, 28, Sample::U8, Sample::U8, 1,
+      {"max8", slot::MaxSource8, Sample::U8, Sample::U8, 1,
        [](HostRoutine r, Planes& p) {
-         slot<code::blnd, 28>(r)(p.s().data(), p.d().data(), p.rows, p.columns, p.s().stride(), p.d().stride());
+         as<slot::MaxSource8>(r)(p.s().data(), p.d().data(), p.rows, p.columns, p.s().stride(), p.d().stride());
        },
        {{"opencv", [](Planes& p) { cv::max(p.s().mat(), p.d().mat(), p.d().mat()); }}}},
-      {"min8", code::blnd, 29, Sample::U8, Sample::U8, 1,
+      {"min8", slot::MinSource8, Sample::U8, Sample::U8, 1,
        [](HostRoutine r, Planes& p) {
-         slot<code::blnd, 29>(r)(p.s().data(), p.d().data(), p.rows, p.columns, p.s().stride(), p.d().stride());
+         as<slot::MinSource8>(r)(p.s().data(), p.d().data(), p.rows, p.columns, p.s().stride(), p.d().stride());
        },
        {{"opencv", [](Planes& p) { cv::min(p.s().mat(), p.d().mat(), p.d().mat()); }}}},
-      {"scale8", code::blnd, 1, Sample::None, Sample::U8, 1,
-       [](HostRoutine r, Planes& p) { slot<code::blnd, 1>(r)(p.d().data(), p.rows, p.columns, p.d().stride(), kScale); },
+      {"scale8", slot::ScaleByConstant8, Sample::None, Sample::U8, 1,
+       [](HostRoutine r, Planes& p) { as<slot::ScaleByConstant8>(r)(p.d().data(), p.rows, p.columns, p.d().stride(), kScale); },
        {{"opencv", [](Planes& p) { p.d().mat().convertTo(p.d().mat(), CV_8U, kScale / 255.0); }},
         {"pixman", [](Planes& p) { pixmanIn(solidScale(), p); }}}},
 
       // 'conv': the depth conversions, each against convertTo with the same scale.
-      {"convert16To8", code::conv, 17, Sample::U16, Sample::U8, 1,
+      {"convert16To8", slot::convert16To8, Sample::U16, Sample::U8, 1,
        [](HostRoutine r, Planes& p) {
-         slot<code::conv, 17>(r)(p.s().data<uint16_t>(), p.d().data(), p.rows, p.columns, p.s().stride(), p.d().stride(),
+         as<slot::convert16To8>(r)(p.s().data<uint16_t>(), p.d().data(), p.rows, p.columns, p.s().stride(), p.d().stride(),
                                  0);
        },
        {{"opencv", [](Planes& p) { p.s().mat().convertTo(p.d().mat(), CV_8U, 255.0 / 32768.0); }}}},
-      {"convert16To8Planar3", code::conv, 16, Sample::U16, Sample::U8, 3,
+      {"convert16To8Planar3", slot::convert16To8Planar3, Sample::U16, Sample::U8, 3,
        [](HostRoutine r, Planes& p) {
-         slot<code::conv, 16>(r)(p.s(0).data<uint16_t>(), p.s(1).data<uint16_t>(), p.s(2).data<uint16_t>(),
+         as<slot::convert16To8Planar3>(r)(p.s(0).data<uint16_t>(), p.s(1).data<uint16_t>(), p.s(2).data<uint16_t>(),
                                  p.d(0).data(), p.d(1).data(), p.d(2).data(), p.rows, p.columns, p.s().stride(),
                                  p.d().stride(), 0);
        },
        {{"opencv", [](Planes& p) {
           for (int k = 0; k < 3; ++k) p.s(k).mat().convertTo(p.d(k).mat(), CV_8U, 255.0 / 32768.0);
         }}}},
-      {"convert8To16", code::conv, 18, Sample::U8, Sample::U16, 1,
+      {"convert8To16", slot::convert8To16, Sample::U8, Sample::U16, 1,
        [](HostRoutine r, Planes& p) {
-         slot<code::conv, 18>(r)(p.s().data(), p.d().data<uint16_t>(), p.rows, p.columns, p.s().stride(),
+         as<slot::convert8To16>(r)(p.s().data(), p.d().data<uint16_t>(), p.rows, p.columns, p.s().stride(),
                                  p.d().stride());
        },
        {{"opencv", [](Planes& p) { p.s().mat().convertTo(p.d().mat(), CV_16U, 32768.0 / 255.0); }}}},
-      {"rescale16", code::conv, 19, Sample::None, Sample::U16, 1,
+      {"rescale16", slot::rescale16, Sample::None, Sample::U16, 1,
        [](HostRoutine r, Planes& p) {
-         slot<code::conv, 19>(r)(p.d().data<uint16_t>(), 32768, 65535, p.rows, p.columns, p.d().stride());
+         as<slot::rescale16>(r)(p.d().data<uint16_t>(), 32768, 65535, p.rows, p.columns, p.d().stride());
        },
        {{"opencv", [](Planes& p) { p.d().mat().convertTo(p.d().mat(), CV_16U, 65535.0 / 32768.0); }}}},
-      {"convertFloatTo8", code::conv, 58, Sample::F32, Sample::U8, 1,
+      {"convertFloatTo8", slot::convertFloatTo8, Sample::F32, Sample::U8, 1,
        [](HostRoutine r, Planes& p) {
-         slot<code::conv, 58>(r)(p.s().data<float>(), p.d().data(), p.rows, p.columns, p.s().stride(), p.d().stride(),
+         as<slot::convertFloatTo8>(r)(p.s().data<float>(), p.d().data(), p.rows, p.columns, p.s().stride(), p.d().stride(),
                                  0);
        },
        {{"opencv", [](Planes& p) { p.s().mat().convertTo(p.d().mat(), CV_8U, 255.0); }}}},
 
       // 'memo': block copies and fills of 8-, 16- and 32-bit samples. pixman copies
       // the same bytes as 32-bit pixels (its vector blit has no 8-bit form).
-      {"copy8", code::memo, 1, Sample::U8, Sample::U8, 1,
+      {"copy8", slot::copyBlock, Sample::U8, Sample::U8, 1,
        [](HostRoutine r, Planes& p) {
-         slot<code::memo, 1>(r)(p.s().data(), p.d().data(), p.rows, p.columns, p.s().stride(), p.d().stride());
+         as<slot::copyBlock>(r)(p.s().data(), p.d().data(), p.rows, p.columns, p.s().stride(), p.d().stride());
        },
        {{"opencv", [](Planes& p) { p.s().mat().copyTo(p.d().mat()); }},
         {"pixman", [](Planes& p) {
            pixman_blt(p.s().words(), p.d().words(), p.s().wordStride(), p.d().wordStride(), 32, 32, 0, 0, 0, 0,
                       p.columns / 4, p.rows);
          }}}},
-      {"fill8", code::memo, 4, Sample::None, Sample::U8, 1,
+      {"fill8", slot::fillBlock, Sample::None, Sample::U8, 1,
        [](HostRoutine r, Planes& p) {
-         slot<code::memo, 4>(r)(p.d().data(), p.rows, p.columns, p.d().stride(), static_cast<uint8_t>(kFill));
+         as<slot::fillBlock>(r)(p.d().data(), p.rows, p.columns, p.d().stride(), static_cast<uint8_t>(kFill));
        },
        {{"opencv", [](Planes& p) { p.d().mat().setTo(cv::Scalar(kFill & 0xFF)); }},
         {"pixman", [](Planes& p) {
            pixman_fill(p.d().words(), p.d().wordStride(), 8, 0, 0, p.columns, p.rows, kFill);
          }}}},
-      {"fill16", code::memo, 66, Sample::None, Sample::U16, 1,
+      {"fill16", slot::fillWordBlock, Sample::None, Sample::U16, 1,
        [](HostRoutine r, Planes& p) {
-         slot<code::memo, 66>(r)(p.d().data(), p.rows, p.columns, p.d().stride(), static_cast<uint16_t>(kFill));
+         as<slot::fillWordBlock>(r)(p.d().data(), p.rows, p.columns, p.d().stride(), static_cast<uint16_t>(kFill));
        },
        {{"opencv", [](Planes& p) { p.d().mat().setTo(cv::Scalar(kFill & 0xFFFF)); }},
         {"pixman", [](Planes& p) {
            pixman_fill(p.d().words(), p.d().wordStride(), 16, 0, 0, p.columns, p.rows, kFill);
          }}}},
-      {"fill32", code::memo, 137, Sample::None, Sample::F32, 1,
+      {"fill32", slot::fillDwordBlock, Sample::None, Sample::F32, 1,
        [](HostRoutine r, Planes& p) {
-         slot<code::memo, 137>(r)(p.d().data(), p.rows, p.columns, p.d().stride(), kFill);
+         as<slot::fillDwordBlock>(r)(p.d().data(), p.rows, p.columns, p.d().stride(), kFill);
        },
        {{"opencv", [](Planes& p) { p.d().mat().setTo(cv::Scalar(std::bit_cast<float>(kFill))); }},
         {"pixman", [](Planes& p) {
@@ -427,32 +440,32 @@ const std::vector<Operation>& operations() {
       // 'filt' slot 75: the 16-bit box mean. The module reads the r-sample margin
       // around the region; OpenCV's boxFilter on the region reads the same margin
       // from the whole plane (no BORDER_ISOLATED), so BORDER_REPLICATE never applies.
-      {"boxMean16_r2", code::filt, 75, Sample::U16, Sample::U16, 1, boxMean<2>, {{"opencv", boxFilter<2>}},
+      {"boxMean16_r2", slot::filterSlot75, Sample::U16, Sample::U16, 1, boxMean<2>, {{"opencv", boxFilter<2>}},
        {.margin = {2, 2}}},
-      {"boxMean16_r20", code::filt, 75, Sample::U16, Sample::U16, 1, boxMean<20>, {{"opencv", boxFilter<20>}},
+      {"boxMean16_r20", slot::filterSlot75, Sample::U16, Sample::U16, 1, boxMean<20>, {{"opencv", boxFilter<20>}},
        {.margin = {20, 20}}},
 
       // 'rsmp' slots 5, 6: 8-bit kernel filters reducing by 4:3 along rows or down
       // columns, against resize to the same size (which also runs its other,
       // identity pass).
-      {"filterRows8_4tap", code::rsmp, 5, Sample::U8, Sample::U8, 1, kernelFilter<5>,
+      {"filterRows8_4tap", slot::FilterRowsSse2_8, Sample::U8, Sample::U8, 1, kernelFilter<slot::FilterRowsSse2_8.number>,
        {{"opencv", resize<cv::INTER_CUBIC>}},
        {.margin = {0, 2}, .columns = kReduction, .prepare = kernelTables<4, false>}},
-      {"filterRows8_8tap", code::rsmp, 5, Sample::U8, Sample::U8, 1, kernelFilter<5>,
+      {"filterRows8_8tap", slot::FilterRowsSse2_8, Sample::U8, Sample::U8, 1, kernelFilter<slot::FilterRowsSse2_8.number>,
        {{"opencv", resize<cv::INTER_LANCZOS4>}},
        {.margin = {0, 4}, .columns = kReduction, .prepare = kernelTables<8, false>}},
-      {"filterColumns8_4tap", code::rsmp, 6, Sample::U8, Sample::U8, 1, kernelFilter<6>,
+      {"filterColumns8_4tap", slot::FilterColumnsSse2_8, Sample::U8, Sample::U8, 1, kernelFilter<slot::FilterColumnsSse2_8.number>,
        {{"opencv", resize<cv::INTER_CUBIC>}},
        {.margin = {2, 0}, .rows = kReduction, .prepare = kernelTables<4, true>}},
-      {"filterColumns8_8tap", code::rsmp, 6, Sample::U8, Sample::U8, 1, kernelFilter<6>,
+      {"filterColumns8_8tap", slot::FilterColumnsSse2_8, Sample::U8, Sample::U8, 1, kernelFilter<slot::FilterColumnsSse2_8.number>,
        {{"opencv", resize<cv::INTER_LANCZOS4>}},
        {.margin = {4, 0}, .rows = kReduction, .prepare = kernelTables<8, true>}},
 
       // 'rsmp' slot 19: bilinear remap of one- and four-sample pixels, against remap
       // with convertMaps' CV_16SC2 maps (its fastest form).
-      {"remapPlane8_1ch", code::rsmp, 19, Sample::U8, Sample::U8, 1, remapPlane, {{"opencv", remap}},
+      {"remapPlane8_1ch", slot::RemapPlane8, Sample::U8, Sample::U8, 1, remapPlane, {{"opencv", remap}},
        {.channels = 1, .prepare = remapCoordinates}},
-      {"remapPlane8_4ch", code::rsmp, 19, Sample::U8, Sample::U8, 1, remapPlane, {{"opencv", remap}},
+      {"remapPlane8_4ch", slot::RemapPlane8, Sample::U8, Sample::U8, 1, remapPlane, {{"opencv", remap}},
        {.channels = 4, .prepare = remapCoordinates}},
   };
   return list;
@@ -532,7 +545,7 @@ void printAgreement(const Operation& op, HostRoutine routine) {
   const cv::Mat module = p.d().mat().clone();
   tool::PeerOperation& kept = measured().emplace_back();
   kept.name = op.name;
-  kept.slot = std::string(kSuites[suiteIndexOf(op.suite)].name) + ":" + std::to_string(op.slot);
+  kept.slot = std::string(kSuites[suiteIndexOf(op.key.suite)].name) + ":" + std::to_string(op.key.slot);
   for (const Peer& peer : op.peers) {
     before.copyTo(p.d().mat());
     peer.call(p);
@@ -544,11 +557,11 @@ void printAgreement(const Operation& op, HostRoutine routine) {
 
 void registerAll(const refhost::ReferenceHost& host) {
   for (const Operation& op : operations()) {
-    if (!host.replaced(op.suite, op.slot)) {
+    if (!host.replaced(op.key.suite, op.key.slot)) {
       std::fprintf(stderr, "tarnell_peer_bench: %s skipped (the module does not replace its slot)\n", op.name);
       continue;
     }
-    const HostRoutine routine = host.live(op.suite, op.slot);
+    const HostRoutine routine = host.live(op.key.suite, op.key.slot);
     printAgreement(op, routine);
     const ModuleCall module = op.module;
     for (int32_t size : kSizes) {
