@@ -18,6 +18,8 @@
 #include <span>
 #include <sstream>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "verify/rng.h"
 
@@ -104,6 +106,13 @@ struct PlaneShape {
 
 class Context;
 
+// A call into the host, by the suite and slot of the host's routine or service it
+// reached (diagnostics 'core' 16, noise registrations 'core' 3, queries 'core' 5).
+struct CallKey {
+  uint32_t suite;
+  int slot;
+};
+
 struct Check {
   uint32_t suite;
   int slot;
@@ -115,7 +124,21 @@ struct Check {
   // null for a slot with nothing to time (a registration).
   void (*customVerify)(Context& context, HostRoutine host, HostRoutine module);
   struct BenchCase* (*customBench)(int width, int height);
+  // The calls into the host that this check compares with its contract itself,
+  // because the contract has the module make them where the host's own routine
+  // does not (the module's buffer notification of 'filt' 12, say). Every other
+  // call the module's routine makes must be one the host's routine makes too, in
+  // the same order and with the same arguments (the fuzzer holds them to it);
+  // the calls that reach the host's own routine of the slot itself are its
+  // hand-overs, whose effect is in the bytes compared.
+  std::span<const CallKey> judgedCalls = {};
 };
+
+template <std::size_t N>
+constexpr Check judgingCalls(Check check, const CallKey (&keys)[N]) {
+  check.judgedCalls = keys;
+  return check;
+}
 
 template <uint32_t Suite, int Slot>
 constexpr Check planeCheck(SlotId<Suite, Slot>, const PlaneShape& shape) {
@@ -150,18 +173,89 @@ constexpr Check customCheck(SlotId<Suite, Slot>, void (*verifyFn)(Context&, Host
   return {Suite, Slot, SlotSignature<Suite, Slot>::name, SlotSignature<Suite, Slot>::text, nullptr, verifyFn, benchFn};
 }
 
+// The values a check tries at one point: a list (see Context::each).
+template <typename T>
+class Sweep {
+ public:
+  explicit Sweep(std::vector<T> values) : values_(std::move(values)) {}
+  auto begin() const { return values_.begin(); }
+  auto end() const { return values_.end(); }
+
+ private:
+  std::vector<T> values_;
+};
+
 // What a check sees while it runs: the seeded generator, the reference host (for
 // the noise buffer and logs), the options, and where mismatches go.
+//
+// A one-case run (the fuzzer, and recording its seeds) runs the same check code
+// with draws from given bytes: every sweep (each, range, times) tries one of its
+// values or none, so that the input chooses which part of the check runs and
+// with what, and after each case the input says whether another follows (a few
+// at most). Checks therefore write their loops over sweeps, never over plain
+// counters, and let judge() (or more()) say whether to go on.
 class Context {
  public:
   Context(const Check& check, refhost::ReferenceHost& host, uint64_t seed, bool thorough, int maxFailures = 8)
       : check_(check), host_(host), rng_(seed), seed_(seed), thorough_(thorough), maxFailures_(maxFailures) {}
+  struct OneCase {};
+  Context(const Check& check, refhost::ReferenceHost& host, Rng entropy, OneCase)
+      : check_(check), host_(host), rng_(entropy), seed_(0), thorough_(true), maxFailures_(1), oneCase_(true) {}
 
   Rng& rng() { return rng_; }
   refhost::ReferenceHost& host() { return host_; }
   const Check& check() const { return check_; }
   uint64_t seed() const { return seed_; }
+  // "[seed N]", or "[fuzz input]" in a one-case run: where a case came from.
+  std::string origin() const;
   bool thorough() const { return thorough_; }
+  bool oneCase() const { return oneCase_; }
+
+  // Every value of the list in turn; in a one-case run one of them, or none.
+  template <typename T>
+  Sweep<T> each(std::vector<T> values) {
+    if (stopped_) return Sweep<T>({});
+    if (oneCase_) {
+      if (values.empty() || rng_.chance(kSkipOneIn)) return Sweep<T>({});
+      return Sweep<T>({values[rng_.below(static_cast<uint32_t>(values.size()))]});
+    }
+    return Sweep<T>(std::move(values));
+  }
+  template <typename T, std::size_t N>
+  Sweep<T> each(const T (&values)[N]) {
+    return each(std::vector<T>(values, values + N));
+  }
+  // Values whose cases take a hundred times as long as the others' (runs of
+  // megabytes): every one in turn, as each(); in a one-case run rarely any, so
+  // that a fuzzer spends its time where the cases are quick.
+  template <typename T>
+  Sweep<T> seldom(std::vector<T> values) {
+    if (oneCase_ && !stopped_ && !rng_.chance(kSeldomOneIn)) return Sweep<T>({});
+    return each(std::move(values));
+  }
+  template <typename T, std::size_t N>
+  Sweep<T> seldom(const T (&values)[N]) {
+    return seldom(std::vector<T>(values, values + N));
+  }
+  // lo, lo + 1, ... hi.
+  template <typename T>
+  Sweep<T> range(T lo, T hi) {
+    if (stopped_) return Sweep<T>({});
+    if (oneCase_) {
+      if (hi < lo || rng_.chance(kSkipOneIn)) return Sweep<T>({});
+      return Sweep<T>({static_cast<T>(rng_.range(static_cast<int64_t>(lo), static_cast<int64_t>(hi)))});
+    }
+    std::vector<T> values;
+    for (T v = lo; v <= hi; ++v) values.push_back(v);
+    return Sweep<T>(std::move(values));
+  }
+  // 0 .. n - 1.
+  template <typename T>
+  Sweep<T> times(T n) {
+    return range<T>(0, n - 1);
+  }
+  // One of n ways, by turns: the case count modulo n, or drawn in a one-case run.
+  uint32_t turn(uint32_t n) { return oneCase_ ? rng_.below(n) : static_cast<uint32_t>(cases_ % n); }
 
   // Records a mismatch; returns false once enough have been seen to stop.
   bool fail(const std::string& what);
@@ -169,23 +263,47 @@ class Context {
   // as a mismatch named by the check's label, its seed and `what`. Returns false
   // once the check should stop.
   bool judge(const std::string& what, const std::string& problem);
+  // Whether the check goes on after a case: not once enough mismatches were seen,
+  // and in a one-case run only when the input asks for another case. Once it
+  // said no, every sweep is empty.
+  bool more();
   // True once the check has seen as many mismatches as it reports.
   bool enough() const { return failures_ >= maxFailures_; }
   int failures() const { return failures_; }
   const std::string& firstFailure() const { return first_; }
   int64_t cases() const { return cases_; }
-  void countCase() { ++cases_; }
+  // Counts a case whose routines have both run; a watcher, when set, may find a
+  // mismatch in what they did besides their bytes (`what` names the case).
+  void countCase(const std::string& what = {});
+
+  // Sees every case as it ends, with its description (the fuzzer compares the
+  // calls each side made to the host); returns a mismatch to record, or nothing.
+  class Watcher {
+   public:
+    virtual std::string caseEnded(const Context& context, const std::string& what) = 0;
+
+   protected:
+    ~Watcher() = default;
+  };
+  void setWatcher(Watcher* watcher) { watcher_ = watcher; }
+  bool watched() const { return watcher_ != nullptr; }
 
  private:
+  static constexpr uint32_t kSkipOneIn = 4;
+  static constexpr uint32_t kSeldomOneIn = 8;
+  static constexpr int kMostCases = 3;
   const Check& check_;
   refhost::ReferenceHost& host_;
   Rng rng_;
   uint64_t seed_;
   bool thorough_;
   int maxFailures_;
+  bool oneCase_ = false;
+  bool stopped_ = false;
   int failures_ = 0;
   int64_t cases_ = 0;
   std::string first_;
+  Watcher* watcher_ = nullptr;
 };
 
 // "a b c": the parts of a case's description, separated by blanks.

@@ -154,7 +154,7 @@ const PlaneShape kFloatTo8{
 void verifyNoiseHook(Context& ctx, HostRoutine /*host*/, HostRoutine module) {
   refhost::ReferenceHost& host = ctx.host();
   const auto hook = as<slot::registerNoiseTable>(module);
-  for (int i = 1; i <= 3; ++i) {
+  for (int i : ctx.range(1, 3)) {
     const std::size_t before = host.noiseRegistrations().size();
     const int32_t result = hook(host.noiseBase(), host.noiseSizeBytes(), host.noisePeriodBytes());
     const std::vector<refhost::NoiseRegistration> after = host.noiseRegistrations();
@@ -172,10 +172,13 @@ void verifyNoiseHook(Context& ctx, HostRoutine /*host*/, HostRoutine module) {
   }
 }
 
+// Only the module's hook runs: its hand-on of the registration is judged above.
+constexpr CallKey kRegistration[] = {{code::core, 3}};
+
 const Check kChecks[] = {
     planeCheck(slot::convert16To8Planar3, kPlanar3), planeCheck(slot::convert16To8, k16To8),    planeCheck(slot::convert8To16, k8To16),
     planeCheck(slot::rescale16, kRescale), planeCheck(slot::convertFloatTo8, kFloatTo8),
-    customCheck(slot::registerNoiseTable, &verifyNoiseHook, nullptr),
+    judgingCalls(customCheck(slot::registerNoiseTable, &verifyNoiseHook, nullptr), kRegistration),
 };
 
 }  // namespace

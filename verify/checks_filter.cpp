@@ -56,7 +56,7 @@ class Twins {
       layout.misalign = s.sampleBytes * static_cast<int>(rng.below(static_cast<uint32_t>(64 / s.sampleBytes)));
       for (auto& side : buffer_[p]) side = std::make_unique<PlaneBuffer>(layout, placement);
       pristine_[p].resize(buffer_[p][0]->size());
-      fillSamples(rng, Samples::Bytes, pristine_[p].data(), pristine_[p].size());
+      fillUnread(rng, pristine_[p].data(), pristine_[p].size());
       const std::size_t lead = static_cast<std::size_t>(buffer_[p][0]->first() - buffer_[p][0]->begin());
       for (int32_t r = 0; r < layout.rows; ++r)
         fillSamples(rng, s.kind, pristine_[p].data() + lead + static_cast<std::ptrdiff_t>(r) * layout.stride,
@@ -100,7 +100,7 @@ constexpr Placement kPlacements[] = {Placement::Heap, Placement::GuardPageAfter,
 // Runs one case on both sides; `what` describes it. Returns false to stop.
 bool runCase(Context& ctx, HostRoutine host, HostRoutine module, const PlaneSpan* spans, int count, const Run& run,
              const std::string& what, const std::function<std::string(const Call&)>& afterModule = nullptr) {
-  const Placement placement = kPlacements[ctx.cases() % 3];
+  const Placement placement = kPlacements[ctx.turn(3)];
   Twins twins(ctx, spans, count, placement, ctx.rng().chance(4));
   const uint64_t hostResult = run(host, twins.call(0));
   ctx.host().clearLogs();
@@ -133,13 +133,21 @@ std::string expectCalls(Context& ctx, uint32_t suite, int slot, const std::vecto
 
 // Widths for region routines: every width up to `narrow`, then the given wide ones.
 template <typename Each>
-void widths(Context& ctx, int32_t narrow, std::initializer_list<int32_t> wide, Each each) {
-  for (int32_t c = 1; c <= narrow; ++c)
+void widths(Context& ctx, int32_t narrow, std::vector<int32_t> wide, Each each) {
+  for (int32_t c : ctx.range(1, narrow))
     if (!each(1 + static_cast<int32_t>(ctx.rng().below(3)), c)) return;
-  for (int32_t c : wide)
+  // The widest take most of a one-case run's time: seldom there.
+  std::vector<int32_t> widest;
+  while (!wide.empty() && wide.back() > 2000) {
+    widest.insert(widest.begin(), wide.back());
+    wide.pop_back();
+  }
+  for (int32_t c : ctx.each(wide))
     if (!each(ctx.thorough() || c <= 4097 ? 2 : 1, c)) return;
-  static constexpr int32_t kEmpty[][2] = {{0, 17}, {-1, 17}, {3, 0}, {3, -5}, {INT32_MIN, 4}};
-  for (const auto& e : kEmpty)
+  for (int32_t c : ctx.seldom(widest))
+    if (!each(ctx.thorough() || c <= 4097 ? 2 : 1, c)) return;
+  static constexpr std::array<int32_t, 2> kEmpty[] = {{0, 17}, {-1, 17}, {3, 0}, {3, -5}, {INT32_MIN, 4}};
+  for (const auto& e : ctx.each(kEmpty))
     if (!each(e[0], e[1])) return;
 }
 
@@ -166,6 +174,7 @@ void verifyDeviation(Context& ctx, HostRoutine host, HostRoutine module) {
 // Taps: a kernel that keeps brightness, or random 16-bit weights (negative ones
 // and products that carry) with junk in the high bits that must be ignored.
 std::vector<uint32_t> weightBlock(Rng& rng, uint32_t taps) {
+  const Rng::Content content(rng);
   std::vector<uint32_t> block(kWeightedSumTapCountEntry + 1 + taps);
   for (uint32_t& v : block) v = static_cast<uint32_t>(rng.next());
   block[kWeightedSumTapCountEntry] = taps;
@@ -227,10 +236,10 @@ void verifyBoxMean(Context& ctx, HostRoutine host, HostRoutine module) {
   widths(ctx, 40, {},
          [&](int32_t rows, int32_t columns) { return one(rows, columns, static_cast<int32_t>(ctx.rng().below(6))); });
   // Large radii get the vector body (sixteen outputs a step) and a tail too.
-  for (int32_t radius : {0, 1, 2, 7, 20, 128, 179, 180, 200, -1})
+  for (int32_t radius : ctx.each({0, 1, 2, 7, 20, 128, 179, 180, 200, -1}))
     if (!one(radius >= 128 ? 2 : 5, radius >= 180 ? 3 : radius >= 128 ? 19 : 37, radius)) return;
   // Strip splits: 8192 - 2r columns fit one strip, one more makes two.
-  for (int32_t columns : {8172, 8173, 10000})
+  for (int32_t columns : ctx.seldom({8172, 8173, 10000}))
     if (!one(ctx.thorough() ? 2 : 1, columns, 10)) return;
   if (ctx.thorough()) one(1, 8192, 0);
 }
@@ -239,7 +248,7 @@ void verifyBoxMean(Context& ctx, HostRoutine host, HostRoutine module) {
 
 template <int Slot>
 void verifyDifferenceSum(Context& ctx, HostRoutine host, HostRoutine module) {
-  for (int i = 0; i < 300; ++i) {
+  for (int i : ctx.times(300)) {
     const Samples kind = i % 3 == 0 ? Samples::Mask : Samples::Bytes;
     const PlaneSpan block{1, kDifferenceBlockBytes, 0, 0, 0, 0, 1, kind};
     const PlaneSpan spans[] = {block, block, {1, kDifferenceBlockBytes, 0, 0, 0, 0, 1, Samples::Mask}};
@@ -262,10 +271,13 @@ void verifyBlockMatrix(Context& ctx, HostRoutine host, HostRoutine module) {
   std::vector<int32_t> counts;
   for (int32_t c = -3; c <= 24 * K; ++c) counts.push_back(c);
   for (int32_t c : {1000, 4099, 4100 * K + 3}) counts.push_back(c);
-  for (int32_t count : counts) {
+  for (int32_t count : ctx.each(counts)) {
     const int32_t outputs = std::max(count / 4 - (K - 1), 0);
     float coefficients[static_cast<std::size_t>(16 * K)];
-    for (float& v : coefficients) v = ctx.rng().uniform(-2.0f, 2.0f);
+    {
+      const Rng::Content content(ctx.rng());
+      for (float& v : coefficients) v = ctx.rng().uniform(-2.0f, 2.0f);
+    }
     const uintptr_t fourth = static_cast<uintptr_t>(ctx.rng().next()), fifth = static_cast<uintptr_t>(ctx.rng().next());
     const PlaneSpan spans[] = {{1, std::max(count, 0), 0, 0, 0, 0, 4, Samples::FloatsWide},
                                {1, 4 * outputs, 0, 0, 0, 0, 4, Samples::FloatsWide}};
@@ -343,7 +355,7 @@ void verifyRemap(Context& ctx, HostRoutine host, HostRoutine module) {
                             p.scale, "R", p.rowCentre, "M", p.columnCentre, "Q", p.rowScale, "F", p.focal));
   };
   widths(ctx, 90, {300, 1023, 4100}, [&](int32_t rows, int32_t width) {
-    for (int set = 0; set < 4; ++set)
+    for ([[maybe_unused]] int set : ctx.times(4))
       if (!one(rows, width)) return false;
     return true;
   });
@@ -459,8 +471,11 @@ BenchCase* benchRemap(int w, int h) {
       });
 }
 
+// The module's routine notifies the host of the planes; the host's own does not.
+constexpr CallKey kNotification[] = {{code::core, 0}};
+
 const Check kChecks[] = {
-    customCheck(slot::localDeviation3x3, &verifyDeviation, &benchDeviation),
+    judgingCalls(customCheck(slot::localDeviation3x3, &verifyDeviation, &benchDeviation), kNotification),
     customCheck(slot::filterSlot28, &verifyWeightedSum<slot::filterSlot28.number, uint8_t>, &benchWeightedSum<slot::filterSlot28.number, uint8_t>),
     customCheck(slot::filterSlot74, &verifyWeightedSum<slot::filterSlot74.number, uint16_t>, &benchWeightedSum<slot::filterSlot74.number, uint16_t>),
     customCheck(slot::filterSlot75, &verifyBoxMean, &benchBoxMeanCheck),

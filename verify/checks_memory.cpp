@@ -8,6 +8,7 @@
 // a row's end shows up. Some cases put the run or block flush against an
 // inaccessible page, where reading a byte beyond it faults.
 #include <algorithm>
+#include <array>
 #include <climits>
 #include <memory>
 #include <cstring>
@@ -60,6 +61,16 @@ int32_t drawStep(Rng& rng, std::size_t rowBytes, int kind) {
   }
 }
 
+// Rows and widths with nothing to do.
+constexpr std::array<int32_t, 2> kEmpties[] = {{0, 37}, {-1, 37}, {INT32_MIN, 5}, {2, 0}, {2, -3}, {-2, -2}};
+
+// 1..139 one by one, then every 23rd up to 300: runs against a guard page.
+std::vector<int32_t> guardLengths() {
+  std::vector<int32_t> lengths;
+  for (int32_t n = 1; n <= 300; n += n < 140 ? 1 : 23) lengths.push_back(n);
+  return lengths;
+}
+
 // Small and awkward widths first, then ones around vector and loop boundaries.
 std::vector<int32_t> blockWidths(Context& ctx) {
   std::vector<int32_t> widths;
@@ -91,9 +102,9 @@ void verifyCopyBytes(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRo
   Rng& rng = ctx.rng();
   // Separate runs: every length up to 300, every destination misalignment, and
   // independently every source misalignment.
-  for (int32_t n = 0; n <= 300; ++n) {
+  for (int32_t n : ctx.range(0, 300)) {
     const std::size_t len = static_cast<std::size_t>(n);
-    for (std::size_t mis = 0; mis < 16; ++mis) {
+    for (std::size_t mis : ctx.range<std::size_t>(0, 15)) {
       if (!ctx.thorough() && mis != static_cast<std::size_t>(n) % 16) continue;
       const std::size_t other = rng.below(64);
       if (!copyCase(ctx, host, module, 2 * len + 192, 64 + len + 32 + mis, other, n)) return;
@@ -105,10 +116,10 @@ void verifyCopyBytes(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRo
   std::vector<int32_t> lengths;
   for (int32_t n = 1; n <= 300; n += ctx.thorough() ? 1 : 7) lengths.push_back(n);
   for (int32_t n : {1000, 4096, 4099, 70001}) lengths.push_back(n);
-  for (int32_t n : lengths) {
+  for (int32_t n : ctx.each(lengths)) {
     std::vector<int32_t> shifts = {0, 1, -1, 2, -2, 15, -15, 16, -16, 17, -17, 33, -33, n - 1, 1 - n, n, -n};
     for (int i = 0; i < 4; ++i) shifts.push_back(static_cast<int32_t>(rng.range(-int64_t{n}, n)));
-    for (int32_t shift : shifts) {
+    for (int32_t shift : ctx.each(shifts)) {
       const std::size_t magnitude = static_cast<std::size_t>(shift < 0 ? -int64_t{shift} : shift);
       const std::size_t base = rng.below(32);
       const std::size_t from = shift < 0 ? base + magnitude : base;
@@ -118,7 +129,7 @@ void verifyCopyBytes(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRo
   }
   // Long runs: inside the caches and past the non-temporal threshold; apart and
   // overlapping both ways.
-  for (std::size_t n : {3 * kMiB + 17, 9 * kMiB + 5}) {
+  for (std::size_t n : ctx.seldom({3 * kMiB + 17, 9 * kMiB + 5})) {
     const auto count = static_cast<int32_t>(n);
     if (!copyCase(ctx, host, module, 2 * n + 128, rng.below(64), n + 64 + rng.below(64), count)) return;
     if (!copyCase(ctx, host, module, n + 64, 3, 1, count)) return;
@@ -127,8 +138,8 @@ void verifyCopyBytes(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRo
   }
   // Runs flush against an inaccessible page: the source's end, the destination's
   // end, or both starts.
-  for (Placement where : kGuardPages) {
-    for (int32_t n = 1; n <= 300; n += n < 140 ? 1 : 23) {
+  for (Placement where : ctx.each(kGuardPages)) {
+    for (int32_t n : ctx.each(guardLengths())) {
       const auto len = static_cast<std::size_t>(n);
       if (where == Placement::GuardPageAfter) {
         if (!copyCase(ctx, host, module, 2 * len + 40, 0, len + 40, n, where)) return;
@@ -140,7 +151,7 @@ void verifyCopyBytes(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRo
     }
   }
   // Nothing to do.
-  for (int32_t n : {-1, -300, INT32_MIN})
+  for (int32_t n : ctx.each({-1, -300, INT32_MIN}))
     if (!copyCase(ctx, host, module, 256, 7, 100, n)) return;
 }
 
@@ -186,18 +197,18 @@ void verifyCopyBlock(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRo
   const auto module = reinterpret_cast<CopyBlockFn>(moduleRoutine);
   Rng& rng = ctx.rng();
   constexpr std::ptrdiff_t kApart = PTRDIFF_MAX;
-  for (int32_t width : blockWidths(ctx)) {
+  for (int32_t width : ctx.each(blockWidths(ctx))) {
     const auto rowBytes = static_cast<std::size_t>(width);
-    for (int32_t rows : {1, 2, 3, 5}) {
-      for (int kinds = 0; kinds < 16; ++kinds) {
+    for (int32_t rows : ctx.each({1, 2, 3, 5})) {
+      for (int kinds : ctx.times(16)) {
         const int32_t ss = drawStep(rng, rowBytes, kinds % 4), ds = drawStep(rng, rowBytes, kinds / 4);
         if (!copyBlockCase(ctx, host, module, rows, width, ss, ds, kApart)) return;
       }
       // Overlapping blocks: tight steps copy as one run, padded ones row by row.
-      for (int kind : {0, 1, 2}) {
+      for (int kind : ctx.each({0, 1, 2})) {
         const int32_t step = drawStep(rng, rowBytes, kind);
-        for (std::ptrdiff_t shift : {std::ptrdiff_t{1}, std::ptrdiff_t{-1}, std::ptrdiff_t{step},
-                                     -std::ptrdiff_t{step}, std::ptrdiff_t{17}, std::ptrdiff_t{-17}})
+        for (std::ptrdiff_t shift : ctx.each({std::ptrdiff_t{1}, std::ptrdiff_t{-1}, std::ptrdiff_t{step},
+                                              -std::ptrdiff_t{step}, std::ptrdiff_t{17}, std::ptrdiff_t{-17}}))
           if (!copyBlockCase(ctx, host, module, rows, width, step, step, shift)) return;
       }
       // Source and destination the same block: nothing happens.
@@ -205,20 +216,22 @@ void verifyCopyBlock(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRo
     }
   }
   // Blocks flush against inaccessible pages.
-  for (Placement where : kGuardPages)
-    for (int32_t width : {1, 15, 16, 17, 63, 64, 65, 130, 1000})
-      for (int kind = 0; kind < 4; ++kind) {
+  for (Placement where : ctx.each(kGuardPages))
+    for (int32_t width : ctx.each({1, 15, 16, 17, 63, 64, 65, 130, 1000}))
+      for (int kind : ctx.times(4)) {
         const auto rowBytes = static_cast<std::size_t>(width);
         if (!copyBlockCase(ctx, host, module, 3, width, drawStep(rng, rowBytes, kind), drawStep(rng, rowBytes, kind), 0,
                            where))
           return;
       }
-  // A large tight block (one long run) and a large padded one.
-  if (!copyBlockCase(ctx, host, module, 72, 131072 + 5, 131072 + 5, 131072 + 5, kApart)) return;
-  if (!copyBlockCase(ctx, host, module, 40, 70000, 70000 + 48, 70000 + 16, kApart)) return;
+  // A large tight block (one long run) and a large padded one: rows, width and
+  // the two steps.
+  constexpr std::array<int32_t, 4> kLarge[] = {{72, 131072 + 5, 131072 + 5, 131072 + 5},
+                                               {40, 70000, 70000 + 48, 70000 + 16}};
+  for (const auto& [rows, width, sourceStep, destinationStep] : ctx.seldom(kLarge))
+    if (!copyBlockCase(ctx, host, module, rows, width, sourceStep, destinationStep, kApart)) return;
   // Nothing to do.
-  const int32_t empties[][2] = {{0, 37}, {-1, 37}, {INT32_MIN, 5}, {2, 0}, {2, -3}, {-2, -2}};
-  for (const auto& e : empties)
+  for (const auto& e : ctx.each(kEmpties))
     if (!copyBlockCase(ctx, host, module, e[0], e[1], 64, 64, kApart)) return;
 }
 
@@ -256,18 +269,18 @@ void verifyFill(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRoutine
   const auto host = reinterpret_cast<FillFn<T>>(hostRoutine);
   const auto module = reinterpret_cast<FillFn<T>>(moduleRoutine);
   Rng& rng = ctx.rng();
-  for (int32_t n = 0; n <= 300; ++n)
-    for (std::size_t mis = 0; mis < 16; ++mis) {
+  for (int32_t n : ctx.range(0, 300))
+    for (std::size_t mis : ctx.range<std::size_t>(0, 15)) {
       if (!ctx.thorough() && mis != static_cast<std::size_t>(n) % 16) continue;
       if (!fillCase<T>(ctx, host, module, mis + 64 * rng.below(2), n, drawValue<T>(rng))) return;
     }
-  for (std::size_t bytes : {3 * kMiB + 12, 9 * kMiB + 36})
-    for (std::size_t mis : {std::size_t{0}, std::size_t{1}, std::size_t{6}, std::size_t{45}})
+  for (std::size_t bytes : ctx.seldom({3 * kMiB + 12, 9 * kMiB + 36}))
+    for (std::size_t mis : ctx.each({std::size_t{0}, std::size_t{1}, std::size_t{6}, std::size_t{45}}))
       if (!fillCase<T>(ctx, host, module, mis, static_cast<int32_t>(bytes / sizeof(T)), drawValue<T>(rng))) return;
-  for (Placement where : kGuardPages)
-    for (int32_t n = 1; n <= 300; n += n < 140 ? 1 : 23)
+  for (Placement where : ctx.each(kGuardPages))
+    for (int32_t n : ctx.each(guardLengths()))
       if (!fillCase<T>(ctx, host, module, rng.below(16), n, drawValue<T>(rng), where)) return;
-  for (int32_t n : {-1, -64, INT32_MIN})
+  for (int32_t n : ctx.each({-1, -64, INT32_MIN}))
     if (!fillCase<T>(ctx, host, module, 5, n, drawValue<T>(rng))) return;
 }
 
@@ -291,25 +304,26 @@ void verifyFillBlock(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRo
   const auto host = reinterpret_cast<FillBlockFn<T>>(hostRoutine);
   const auto module = reinterpret_cast<FillBlockFn<T>>(moduleRoutine);
   Rng& rng = ctx.rng();
-  for (int32_t width : blockWidths(ctx))
-    for (int32_t rows : {1, 2, 3, 7})
-      for (int kind = 0; kind < 4; ++kind)
+  for (int32_t width : ctx.each(blockWidths(ctx)))
+    for (int32_t rows : ctx.each({1, 2, 3, 7}))
+      for (int kind : ctx.times(4))
         if (!fillBlockCase<T>(ctx, host, module, rows, width,
                               drawStep(rng, static_cast<std::size_t>(width) * sizeof(T), kind), drawValue<T>(rng)))
           return;
-  for (Placement where : kGuardPages)
-    for (int32_t width : {1, 7, 8, 9, 16, 33, 64, 100, 1000})
-      for (int kind = 0; kind < 4; ++kind)
+  for (Placement where : ctx.each(kGuardPages))
+    for (int32_t width : ctx.each({1, 7, 8, 9, 16, 33, 64, 100, 1000}))
+      for (int kind : ctx.times(4))
         if (!fillBlockCase<T>(ctx, host, module, 3, width, drawStep(rng, static_cast<std::size_t>(width) * sizeof(T), kind),
                               drawValue<T>(rng), where))
           return;
-  // Large: one tight run past the non-temporal threshold, and a padded block.
+  // Large: one tight run past the non-temporal threshold, and a padded block
+  // (rows, and the padding of each row).
   const auto wide = static_cast<int32_t>(262144 / sizeof(T)) + 3;
-  if (!fillBlockCase<T>(ctx, host, module, 40, wide, wide * static_cast<int32_t>(sizeof(T)), drawValue<T>(rng))) return;
-  if (!fillBlockCase<T>(ctx, host, module, 12, wide, wide * static_cast<int32_t>(sizeof(T)) + 40, drawValue<T>(rng)))
-    return;
-  const int32_t empties[][2] = {{0, 37}, {-1, 37}, {INT32_MIN, 5}, {2, 0}, {2, -3}, {-2, -2}};
-  for (const auto& e : empties)
+  constexpr std::array<int32_t, 2> kLarge[] = {{40, 0}, {12, 40}};
+  for (const auto& [rows, pad] : ctx.seldom(kLarge))
+    if (!fillBlockCase<T>(ctx, host, module, rows, wide, wide * static_cast<int32_t>(sizeof(T)) + pad, drawValue<T>(rng)))
+      return;
+  for (const auto& e : ctx.each(kEmpties))
     if (!fillBlockCase<T>(ctx, host, module, e[0], e[1], 256, drawValue<T>(rng))) return;
 }
 
@@ -458,22 +472,22 @@ bool blockTestCase(Context& ctx, HostRoutine host, HostRoutine module, int32_t r
 template <typename T, TestKind Kind>
 void verifyBlockTest(Context& ctx, HostRoutine host, HostRoutine module) {
   Rng& rng = ctx.rng();
-  for (int32_t width : blockWidths(ctx)) {
-    for (int32_t rows : {1, 2, 3, 5}) {
-      for (int kind = 0; kind < 4; ++kind) {
+  for (int32_t width : ctx.each(blockWidths(ctx))) {
+    for (int32_t rows : ctx.each({1, 2, 3, 5})) {
+      for (int kind : ctx.times(4)) {
         const int32_t step = drawStep(rng, static_cast<std::size_t>(width) * sizeof(T), kind);
         const T value = drawValue<T>(rng);
         const bool resultByte = rng.chance(2);
         if (!blockTestCase<T, Kind>(ctx, host, module, rows, width, step, value, -1, resultByte)) return;
-        for (int64_t p : differencePositions(rng, rows, width, sizeof(T)))
+        for (int64_t p : ctx.each(differencePositions(rng, rows, width, sizeof(T))))
           if (!blockTestCase<T, Kind>(ctx, host, module, rows, width, step, value, p, resultByte)) return;
       }
     }
   }
   // Blocks flush against inaccessible pages, uniform and with a difference.
-  for (Placement where : kGuardPages)
-    for (int32_t width : {1, 2, 7, 8, 9, 15, 16, 17, 31, 33, 64, 100, 1000})
-      for (int kind = 0; kind < 4; ++kind) {
+  for (Placement where : ctx.each(kGuardPages))
+    for (int32_t width : ctx.each({1, 2, 7, 8, 9, 15, 16, 17, 31, 33, 64, 100, 1000}))
+      for (int kind : ctx.times(4)) {
         const int32_t step = drawStep(rng, static_cast<std::size_t>(width) * sizeof(T), kind);
         const T value = drawValue<T>(rng);
         if (!blockTestCase<T, Kind>(ctx, host, module, 3, width, step, value, -1, true, where)) return;
@@ -481,7 +495,7 @@ void verifyBlockTest(Context& ctx, HostRoutine host, HostRoutine module) {
           return;
       }
   // Large blocks: uniform, and one difference near the end.
-  for (int kind : {0, 1}) {
+  for (int kind : ctx.seldom({0, 1})) {
     const int32_t width = static_cast<int32_t>(131072 / sizeof(T)) + 9;
     const int32_t step = drawStep(rng, static_cast<std::size_t>(width) * sizeof(T), kind);
     const T value = drawValue<T>(rng);
@@ -489,8 +503,7 @@ void verifyBlockTest(Context& ctx, HostRoutine host, HostRoutine module) {
     if (!blockTestCase<T, Kind>(ctx, host, module, 24, width, step, value, int64_t{24} * width - 2, true)) return;
     if (!blockTestCase<T, Kind>(ctx, host, module, 24, width, step, value, int64_t{11} * width + 5000, false)) return;
   }
-  const int32_t empties[][2] = {{0, 37}, {-1, 37}, {INT32_MIN, 5}, {2, 0}, {2, -3}, {-2, -2}};
-  for (const auto& e : empties)
+  for (const auto& e : ctx.each(kEmpties))
     if (!blockTestCase<T, Kind>(ctx, host, module, e[0], e[1], 256, drawValue<T>(rng), -1, true)) return;
 }
 
@@ -515,29 +528,29 @@ void verifyBytesAllEqual(Context& ctx, HostRoutine hostRoutine, HostRoutine modu
                             placementName(placement)),
                    twin, h, m);
   };
-  for (int32_t n = 0; n <= 300; ++n) {
-    for (std::size_t mis = 0; mis < 16; ++mis) {
+  for (int32_t n : ctx.range(0, 300)) {
+    for (std::size_t mis : ctx.range<std::size_t>(0, 15)) {
       if (!ctx.thorough() && mis != static_cast<std::size_t>(n) % 16) continue;
       const uint8_t value = drawValue<uint8_t>(rng);
       if (!run(mis, n, value, -1)) return;
       if (n == 0) continue;
-      for (int64_t p : differencePositions(rng, 1, n, 1))
+      for (int64_t p : ctx.each(differencePositions(rng, 1, n, 1)))
         if (!run(mis, n, value, p)) return;
     }
   }
-  for (Placement where : kGuardPages)
-    for (int32_t n = 1; n <= 300; n += n < 140 ? 1 : 23) {
+  for (Placement where : ctx.each(kGuardPages))
+    for (int32_t n : ctx.each(guardLengths())) {
       const uint8_t value = drawValue<uint8_t>(rng);
       if (!run(rng.below(16), n, value, -1, where)) return;
       if (!run(rng.below(16), n, value, n - 1, where)) return;
     }
-  for (std::size_t bytes : {3 * kMiB + 7}) {
+  for (std::size_t bytes : ctx.seldom({3 * kMiB + 7})) {
     const auto n = static_cast<int32_t>(bytes);
     const uint8_t value = drawValue<uint8_t>(rng);
-    for (int64_t p : {int64_t{-1}, int64_t{n} - 1, int64_t{n} - 40, int64_t{n} / 2})
+    for (int64_t p : ctx.each({int64_t{-1}, int64_t{n} - 1, int64_t{n} - 40, int64_t{n} / 2}))
       if (!run(3, n, value, p)) return;
   }
-  for (int32_t n : {-1, INT32_MIN})
+  for (int32_t n : ctx.each({-1, INT32_MIN}))
     if (!run(0, n, 7, -1)) return;
 }
 
@@ -573,16 +586,16 @@ void verifyByteBounds(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleR
                             planted.str(), nullResult ? "null result" : "", placementName(placement)),
                    twin, 0, 0);
   };
-  for (int32_t width : blockWidths(ctx)) {
-    for (int32_t rows : {1, 2, 3, 4, 7}) {
-      for (int kind = 0; kind < 4; ++kind) {
+  for (int32_t width : ctx.each(blockWidths(ctx))) {
+    for (int32_t rows : ctx.each({1, 2, 3, 4, 7})) {
+      for (int kind : ctx.times(4)) {
         const int32_t step = drawStep(rng, static_cast<std::size_t>(width), kind);
         const uint8_t value = drawValue<uint8_t>(rng);
         const int64_t total = int64_t{rows} * width;
         if (!run(rows, width, step, value, {}, false)) return;
-        for (int64_t p : differencePositions(rng, rows, width, 1))
+        for (int64_t p : ctx.each(differencePositions(rng, rows, width, 1)))
           if (!run(rows, width, step, value, {p}, false)) return;
-        for (int i = 0; i < 3; ++i) {
+        for ([[maybe_unused]] int i : ctx.times(3)) {
           std::vector<int64_t> plants;
           for (uint32_t k = 1 + rng.below(4); k > 0; --k) plants.push_back(rng.range(0, total - 1));
           if (!run(rows, width, step, value, plants, rng.chance(8))) return;
@@ -594,9 +607,9 @@ void verifyByteBounds(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleR
       }
     }
   }
-  for (Placement where : kGuardPages)
-    for (int32_t width : {1, 2, 15, 16, 17, 31, 32, 33, 63, 64, 65, 100, 1000})
-      for (int kind = 0; kind < 4; ++kind) {
+  for (Placement where : ctx.each(kGuardPages))
+    for (int32_t width : ctx.each({1, 2, 15, 16, 17, 31, 32, 33, 63, 64, 65, 100, 1000}))
+      for (int kind : ctx.times(4)) {
         const int32_t step = drawStep(rng, static_cast<std::size_t>(width), kind);
         const uint8_t value = drawValue<uint8_t>(rng);
         if (!run(3, width, step, value, {}, false, where)) return;
@@ -606,8 +619,7 @@ void verifyByteBounds(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleR
   // Rows wider than 16-bit results can hold: stored modulo 2^16 on both sides.
   if (!run(3, 40000, 40000, 9, {int64_t{40000} + 39990}, false)) return;
   if (!run(2, 40000, 40017, 9, {}, false)) return;
-  const int32_t empties[][2] = {{0, 37}, {-1, 37}, {INT32_MIN, 5}, {2, 0}, {2, -3}, {-2, -2}};
-  for (const auto& e : empties)
+  for (const auto& e : ctx.each(kEmpties))
     if (!run(e[0], e[1], 256, 3, {}, false)) return;
 }
 

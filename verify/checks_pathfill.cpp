@@ -32,7 +32,7 @@ void verifyFillArray(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRo
   const auto module = reinterpret_cast<FillFn>(moduleRoutine);
   const refhost::FillArraySettings settings = refhost::hostFillArraySettings();
   const int cases = ctx.thorough() ? 3000 : 600;
-  for (int i = 0; i < cases; ++i) {
+  for (int i : ctx.times(cases)) {
     const FillArrayCase c = drawFillArray(ctx.rng(), settings);
     if (!ctx.judge("fill array", compareFillArray(c, host, module, ctx.host(), kPlacements[i % 3]))) return;
   }
@@ -44,6 +44,7 @@ struct Knots {
     // A few distinct values, so that equal neighbours and bounds on the rows occur.
     static constexpr double kValues[] = {-3.5, 0, 1, 2, 2.5, 7, 10, 10.25, 31, 64};
     auto* values = reinterpret_cast<double*>(storage.first());
+    const Rng::Content content(rng);
     for (uint32_t k = 0; k < count * knot::kValues; ++k)
       values[k] = rng.chance(64)  ? std::numeric_limits<double>::quiet_NaN()
                   : rng.chance(3) ? static_cast<double>(rng.range(-20, 80))
@@ -65,7 +66,7 @@ void verifyRowCrossings(Context& ctx, HostRoutine hostRoutine, HostRoutine modul
   const auto module = reinterpret_cast<EstimateFn>(moduleRoutine);
   Rng& rng = ctx.rng();
   const int cases = ctx.thorough() ? 2000 : 400;
-  for (int i = 0; i < cases; ++i) {
+  for (int i : ctx.times(cases)) {
     const uint32_t count = i < 4 ? static_cast<uint32_t>(i) : rng.below(14);
     const Knots knots(rng, count);
     const auto first = static_cast<int32_t>(rng.range(-10, 70));

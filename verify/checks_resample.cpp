@@ -228,6 +228,7 @@ void buildKernelCase(Arena& a, Rng& rng, const KernelShape& shape, const KernelC
   const int32_t lowest = k.taps <= 1 ? -1 : k.taps / 2 - 1;
   const int32_t start =
       k.walk ? static_cast<int32_t>(rng.range(lowest, lowest + extent - taps - std::max(positions - 1, 0))) : 0;
+  const Rng::Content content(rng);
   for (int32_t i = 0; i < positions; ++i) {
     indices[i] = k.walk && !rng.chance(40) ? start + i : drawIndex(rng, k.taps, extent);
     phases[i] = static_cast<uint8_t>(rng.below(static_cast<uint32_t>(k.phaseCount)));
@@ -243,7 +244,7 @@ void verifyKernel(Context& ctx, HostRoutine host, HostRoutine module, const Kern
   for (int32_t w = 1; w <= (ctx.thorough() ? 40 : 24); ++w) widths.push_back(w);
   for (int32_t w : {47, 48, 49, 63, 64, 65, 127, 255, 256, 257, 300, 4100}) widths.push_back(w);
   const int64_t cases = ctx.thorough() ? 700 : 240;
-  for (int64_t i = 0; i < cases; ++i) {
+  for (int64_t i : ctx.times(cases)) {
     KernelCase k{};
     k.taps = drawTaps(rng, i);
     k.width = widths[static_cast<std::size_t>(i) % widths.size()];
@@ -280,7 +281,7 @@ void verifyRowCopyCalls(Context& ctx, HostRoutine host, HostRoutine module) {
   HostRoutine& slot0 = h.liveTable(code::memo)[0];
   const HostRoutine saved = slot0;
   slot0 = reinterpret_cast<HostRoutine>(&recordingCopy);
-  for (int i = 0; i < 24 && !ctx.enough(); ++i) {
+  for (int i : ctx.times(24)) {
     KernelCase k{};
     k.taps = static_cast<int16_t>(i % 2);
     k.rows = i < 2 ? 0 : static_cast<int32_t>(1 + rng.below(6));
@@ -363,7 +364,7 @@ BenchCase* benchKernelOf(int width, int height) {
 void verifyBoxAverageRows(Context& ctx, HostRoutine host, HostRoutine module) {
   Rng& rng = ctx.rng();
   const int64_t cases = ctx.thorough() ? 400 : 150;
-  for (int64_t i = 0; i < cases; ++i) {
+  for (int64_t i : ctx.times(cases)) {
     int32_t rows = static_cast<int32_t>(1 + rng.below(6));
     int32_t width = i < 64 ? static_cast<int32_t>(i + 1) : static_cast<int32_t>(1 + rng.below(300));
     if (i % 61 == 60) rows = -static_cast<int32_t>(rng.below(2));
@@ -432,7 +433,7 @@ void verifyBoxReduce(Context& ctx, HostRoutine host, HostRoutine module) {
   Rng& rng = ctx.rng();
   refhost::ReferenceHost& h = ctx.host();
   const int64_t cases = ctx.thorough() ? 800 : 200;
-  for (int64_t i = 0; i < cases; ++i) {
+  for (int64_t i : ctx.times(cases)) {
     BoxReduceCase c{};
     // The module's vector path takes 1..4 samples per pixel and factors up to 8, in
     // steps of sixteen source bytes and sixteen outputs: draw around all of those.
@@ -601,7 +602,7 @@ RemapCase drawRemapCase(Rng& rng, int64_t i) {
 void verifyRemapAxis(Context& ctx, HostRoutine host, HostRoutine module) {
   Rng& rng = ctx.rng();
   const int64_t cases = ctx.thorough() ? 1000 : 400;
-  for (int64_t i = 0; i < cases; ++i) {
+  for (int64_t i : ctx.times(cases)) {
     RemapCase c = drawRemapCase(rng, i);
     const int32_t lines = std::max(c.rows, 1), along = std::max(c.end[0] - c.first[0], 1);
     // Along a row (sample steps of a pixel) or down a column (steps of a row).
@@ -615,8 +616,11 @@ void verifyRemapAxis(Context& ctx, HostRoutine host, HostRoutine module) {
     a.plane("source", imageRows, (imageWidth - 1) * pixelBytes + c.spp, stride, static_cast<int>(rng.below(64)), rng);
     remapDestination(a, rng, c);
     uint32_t* coords = a.pristine<uint32_t>(0);
-    for (int32_t k = 0; k < lines * std::max(c.pixels, 1); ++k)
-      coords[k] = drawCoordinate(rng, c.first[0], c.end[0], c.interpolate != 0, c.inside);
+    {
+      const Rng::Content content(rng);
+      for (int32_t k = 0; k < lines * std::max(c.pixels, 1); ++k)
+        coords[k] = drawCoordinate(rng, c.first[0], c.end[0], c.interpolate != 0, c.inside);
+    }
     const std::string what = words("rows", c.rows, "pixels", c.pixels, "spp", c.spp, "first", c.first[0], "end",
                                       c.end[0], "interpolate", c.interpolate, down ? "down" : "across",
                                       "destination advance", c.destinationAdvance, "pixel stride", c.pixelStride);
@@ -633,7 +637,7 @@ void verifyRemapAxis(Context& ctx, HostRoutine host, HostRoutine module) {
 void verifyRemapPlane(Context& ctx, HostRoutine host, HostRoutine module) {
   Rng& rng = ctx.rng();
   const int64_t cases = ctx.thorough() ? 1000 : 400;
-  for (int64_t i = 0; i < cases; ++i) {
+  for (int64_t i : ctx.times(cases)) {
     RemapCase c = drawRemapCase(rng, i);
     const int32_t nx = std::max(c.end[0] - c.first[0], 1), ny = std::max(c.end[1] - c.first[1], 1);
     const int32_t ps = c.spp + static_cast<int32_t>(rng.below(2));
@@ -644,9 +648,12 @@ void verifyRemapPlane(Context& ctx, HostRoutine host, HostRoutine module) {
     a.plane("source", ny, (nx - 1) * ps + c.spp, rs, static_cast<int>(rng.below(64)), rng);
     remapDestination(a, rng, c);
     uint32_t* coords = a.pristine<uint32_t>(0);
-    for (std::size_t k = 0; k < count; ++k) {
-      coords[2 * k] = drawCoordinate(rng, c.first[0], c.end[0], c.interpolate != 0, c.inside);
-      coords[2 * k + 1] = drawCoordinate(rng, c.first[1], c.end[1], c.interpolate != 0, c.inside);
+    {
+      const Rng::Content content(rng);
+      for (std::size_t k = 0; k < count; ++k) {
+        coords[2 * k] = drawCoordinate(rng, c.first[0], c.end[0], c.interpolate != 0, c.inside);
+        coords[2 * k + 1] = drawCoordinate(rng, c.first[1], c.end[1], c.interpolate != 0, c.inside);
+      }
     }
     const std::string what = words("rows", c.rows, "pixels", c.pixels, "spp", c.spp, "x", c.first[0], c.end[0],
                                       "y", c.first[1], c.end[1], "interpolate", c.interpolate, "destination advance",

@@ -54,7 +54,7 @@ Byte drawStrength(Rng& rng) {
   if (r < 6) return 0;
   if (r < 12) return static_cast<Byte>(1 + rng.below(6));
   if (r < 14) return static_cast<Byte>(254 + (r & 1));
-  return static_cast<Byte>(rng.next() >> 56);
+  return rng.byte();
 }
 
 struct LaneLayout {
@@ -88,7 +88,10 @@ bool propagateCase(Context& ctx, HostRoutine host, HostRoutine module, const Lan
   const std::size_t misalign = rng.below(16);
   const std::size_t span = static_cast<std::size_t>(l.high() - l.low() + 1) + misalign;
   Twin strength(rng, span, placement), value(rng, span, placement);
-  for (std::size_t i = 0; i < span; ++i) strength.at(i) = drawStrength(rng);
+  {
+    const Rng::Content content(rng);
+    for (std::size_t i = 0; i < span; ++i) strength.at(i) = drawStrength(rng);
+  }
   strength.reset();
   const std::ptrdiff_t origin = static_cast<std::ptrdiff_t>(misalign) - l.low();
   as<slot::propagateDecaying>(host)(strength.host(origin), value.host(origin), l.lanes, l.length, l.laneStep, l.alongStep);
@@ -103,12 +106,12 @@ void verifyPropagate(Context& ctx, HostRoutine host, HostRoutine module) {
   Rng& rng = ctx.rng();
   std::vector<int32_t> laneCounts = {0, -1, 1, 2, 15, 16, 17, 31, 32, 33, 47, 48, 100, 257};
   for (int i = 0; i < (ctx.thorough() ? 24 : 8); ++i) laneCounts.push_back(static_cast<int32_t>(1 + rng.below(80)));
-  for (int32_t lanes : laneCounts)
-    for (int32_t length : {INT32_MIN, 0, 1, 2, 3, 7, 16, 40})
-      for (int rep = 0; rep < (ctx.thorough() ? 4 : 2); ++rep)
+  for (int32_t lanes : ctx.each(laneCounts))
+    for (int32_t length : ctx.each({INT32_MIN, 0, 1, 2, 3, 7, 16, 40}))
+      for ([[maybe_unused]] int rep : ctx.times(ctx.thorough() ? 4 : 2))
         if (!propagateCase(ctx, host, module, drawLayout(rng, lanes, length), drawPlacement(rng))) return;
   // Long lanes: every strength decays to 1 somewhere along them.
-  for (int32_t length : {300, 1000})
+  for (int32_t length : ctx.each({300, 1000}))
     if (!propagateCase(ctx, host, module, drawLayout(rng, 40, length), Placement::Heap)) return;
 }
 
@@ -153,8 +156,11 @@ bool classifyCase(Context& ctx, HostRoutine host, HostRoutine module, int32_t ro
   // Uniform regions; a mixed one is uniform but for one byte of the other kind,
   // anywhere, so the rows seen before the answer is settled vary.
   const int base = cls == Mixed ? static_cast<int>(rng.below(4)) : cls;
-  for (int64_t r = 0; r < usedRows; ++r)
-    for (int64_t c = 0; c < usedCount; ++c) region.at(static_cast<std::size_t>(first + r * step + c)) = drawOfClass(rng, base);
+  {
+    const Rng::Content content(rng);
+    for (int64_t r = 0; r < usedRows; ++r)
+      for (int64_t c = 0; c < usedCount; ++c) region.at(static_cast<std::size_t>(first + r * step + c)) = drawOfClass(rng, base);
+  }
   if (cls == Mixed && usedRows * usedCount > 0) {
     const int64_t r = rng.below(static_cast<uint32_t>(usedRows)), c = rng.below(static_cast<uint32_t>(usedCount));
     region.at(static_cast<std::size_t>(first + r * step + c)) = base == Full || base == Marked ? static_cast<Byte>(rng.below(128))
@@ -173,9 +179,9 @@ void verifyClassify(Context& ctx, HostRoutine host, HostRoutine module) {
   std::vector<int32_t> counts;
   for (int32_t c = -1; c <= 40; ++c) counts.push_back(c);
   for (int32_t c : {47, 48, 63, 64, 65, 100, 1000, 4097}) counts.push_back(c);
-  for (int32_t rows : {INT32_MIN, 0, 1, 2, 3, 7})
-    for (int32_t count : counts)
-      for (int cls = 0; cls < kClasses; ++cls) {
+  for (int32_t rows : ctx.each({INT32_MIN, 0, 1, 2, 3, 7}))
+    for (int32_t count : ctx.each(counts))
+      for (int cls : ctx.times(int{kClasses})) {
         const int32_t pitch = std::max(count, 1) + (rng.chance(2) ? 0 : static_cast<int32_t>(rng.below(33)));
         if (!classifyCase(ctx, host, module, rows, count, pitch, cls)) return;
       }

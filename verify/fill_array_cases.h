@@ -8,10 +8,12 @@
 
 #include <cstdint>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "refhost/portable_pathfill.h"
 #include "verify/planes.h"
+#include "verify/rng.h"
 
 namespace tarnell::refhost {
 class ReferenceHost;
@@ -32,6 +34,16 @@ struct FillArrayCase {
 std::string compareFillArray(const FillArrayCase& c, SlotFnOf<slot::ApplyFillArrayOperation> host, SlotFnOf<slot::ApplyFillArrayOperation> module,
                              refhost::ReferenceHost& reference, Placement placement);
 
+// The generator's content stream for the words' random filling; nothing for
+// other sources of numbers.
+template <typename Source>
+auto contentScope(Source& src) {
+  if constexpr (std::is_same_v<Source, Rng>)
+    return Rng::Content(src);
+  else
+    return 0;
+}
+
 // Draws a case; Source has next() (64 random bits) and below(n).
 template <typename Source>
 FillArrayCase drawFillArray(Source& src, const refhost::FillArraySettings& settings) {
@@ -49,7 +61,10 @@ FillArrayCase drawFillArray(Source& src, const refhost::FillArraySettings& setti
   const int64_t blocks = stride >= 2 && rows > 0 ? int64_t{rows} * stride : 0;
   const int64_t working = refhost::fillArrayWorkingWords(stride, settings);
   c.words.resize(static_cast<std::size_t>(kFirstRow + blocks + working));
-  for (uint32_t& w : c.words) w = any();
+  {
+    [[maybe_unused]] const auto content = contentScope(src);
+    for (uint32_t& w : c.words) w = any();
+  }
   const uint32_t top = any();
   c.words[kTop] = top;
   c.words[kBottom] = top + static_cast<uint32_t>(rows);

@@ -95,11 +95,34 @@ MappingCache& mappingCache() {
   return cache;
 }
 
+thread_local Placement t_heapGoesTo = Placement::Heap;
+// This thread's live planes, oldest first.
+thread_local std::vector<const PlaneBuffer*> t_livePlanes;
+
 }  // namespace
 
 bool guardPagesSupported() { return true; }
 
+PagePlacement::PagePlacement(Placement placement) : previous_(t_heapGoesTo) { t_heapGoesTo = placement; }
+PagePlacement::~PagePlacement() { t_heapGoesTo = previous_; }
+
+bool locatePlaneAddress(uintptr_t address, PlaneAddress& where) {
+  for (std::size_t i = 0; i < t_livePlanes.size(); ++i) {
+    const PlaneBuffer& b = *t_livePlanes[i];
+    const auto begin = reinterpret_cast<uintptr_t>(b.begin());
+    if (address < begin || address > begin + b.size()) continue;
+    const std::ptrdiff_t lead = b.first() - b.begin();
+    std::size_t rank = 0;
+    for (std::size_t j = 0; j < i; ++j)
+      if (t_livePlanes[j]->size() == b.size() && t_livePlanes[j]->first() - t_livePlanes[j]->begin() == lead) ++rank;
+    where = {b.size(), lead, rank / 2, static_cast<std::ptrdiff_t>(address - reinterpret_cast<uintptr_t>(b.first()))};
+    return true;
+  }
+  return false;
+}
+
 PlaneBuffer::PlaneBuffer(const PlaneLayout& layout, Placement placement) : layout_(layout) {
+  if (placement == Placement::Heap) placement = t_heapGoesTo;
   const int32_t rows = layout.rows < 1 ? 1 : layout.rows;
   layout_.rows = rows;
   const std::size_t pitch = static_cast<std::size_t>(layout.stride < 0 ? -static_cast<int64_t>(layout.stride)
@@ -143,10 +166,16 @@ PlaneBuffer::PlaneBuffer(const PlaneLayout& layout, Placement placement) : layou
     size_ = body;
   }
   first_ = layout.stride < 0 ? lowestRow_ + pitch * static_cast<std::size_t>(rows - 1) : lowestRow_;
+  t_livePlanes.push_back(this);
 }
 
 PlaneBuffer::~PlaneBuffer() {
   if (mapping_ != nullptr) mappingCache().give(mapping_, mappingSize_);
+  for (std::size_t i = t_livePlanes.size(); i-- > 0;)
+    if (t_livePlanes[i] == this) {
+      t_livePlanes.erase(t_livePlanes.begin() + static_cast<std::ptrdiff_t>(i));
+      break;
+    }
 }
 
 bool PlaneBuffer::inRow(std::size_t i, int32_t& row, int32_t& byteInRow) const {
@@ -164,19 +193,25 @@ bool PlaneBuffer::inRow(std::size_t i, int32_t& row, int32_t& byteInRow) const {
   return true;
 }
 
+void fillUnread(Rng& rng, unsigned char* bytes, std::size_t count) {
+  const Rng::Filler filler(rng);
+  fillSamples(rng, Samples::Bytes, bytes, count);
+}
+
 void fillSamples(Rng& rng, Samples kind, unsigned char* bytes, std::size_t count) {
+  const Rng::Content content(rng);
   switch (kind) {
     case Samples::Bytes:
       for (std::size_t i = 0; i < count; ++i) {
         const uint32_t r = rng.below(64);
-        bytes[i] = r == 0 ? 0 : r == 1 ? 255 : static_cast<unsigned char>(rng.next() >> 56);
+        bytes[i] = r == 0 ? 0 : r == 1 ? 255 : rng.byte();
       }
       break;
     case Samples::Mask: {
       static constexpr unsigned char kEdges[] = {0, 0, 0, 255, 255, 255, 1, 127, 128, 254};
       for (std::size_t i = 0; i < count; ++i) {
         const uint32_t r = rng.below(16);
-        bytes[i] = r < 10 ? kEdges[r] : static_cast<unsigned char>(rng.next() >> 56);
+        bytes[i] = r < 10 ? kEdges[r] : rng.byte();
       }
       break;
     }

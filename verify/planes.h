@@ -58,8 +58,39 @@ class PlaneBuffer {
   unsigned char* lowestRow_ = nullptr;
 };
 
-// Fills bytes with samples of the given kind (sampleBytes each).
+// Fills bytes with samples of the given kind (sampleBytes each), from the
+// generator's content stream.
 void fillSamples(Rng& rng, Samples kind, unsigned char* bytes, std::size_t count);
+// Fills guards and padding (random bytes, as fillSamples' Bytes) with the
+// generator's filler: a fuzzer's input is not spent on bytes nobody should read.
+void fillUnread(Rng& rng, unsigned char* bytes, std::size_t count);
+
+// While one lives (on this thread), planes asked for on the heap are put flush
+// against an inaccessible page instead, after their end or before their start:
+// the fuzzer runs whole checks so, whatever placement their cases draw.
+class PagePlacement {
+ public:
+  explicit PagePlacement(Placement placement);
+  ~PagePlacement();
+  PagePlacement(const PagePlacement&) = delete;
+  PagePlacement& operator=(const PagePlacement&) = delete;
+
+ private:
+  Placement previous_;
+};
+
+// Where an address lies among this thread's live planes, told apart from their
+// copies: the host's copy of a plane and the module's are made one after the
+// other with the same layout, so the k-th plane of a layout and the k+1-th (k
+// even) are one pair. Two calls, one on each side, that pass the same pair and
+// offset pass the same place. False for an address in no plane.
+struct PlaneAddress {
+  std::size_t size = 0;      // the layout: bytes of the allocation seen by comparisons
+  std::ptrdiff_t lead = 0;   //   and the first sample's offset in it
+  std::size_t pair = 0;      // which pair of planes of that layout
+  std::ptrdiff_t offset = 0; // from the first sample
+};
+bool locatePlaneAddress(uintptr_t address, PlaneAddress& where);
 
 bool guardPagesSupported();
 

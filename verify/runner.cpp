@@ -1,6 +1,7 @@
 #include "verify/runner.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <climits>
 #include <cstring>
@@ -16,11 +17,31 @@ bool Context::fail(const std::string& what) {
   return !enough();
 }
 
+void Context::countCase(const std::string& what) {
+  ++cases_;
+  if (watcher_ == nullptr) return;
+  if (const std::string problem = watcher_->caseEnded(*this, what); !problem.empty())
+    fail((what.empty() ? checkLabel(check_) : what) + ": " + problem);
+}
+
 bool Context::judge(const std::string& what, const std::string& problem) {
-  countCase();
-  if (problem.empty()) return true;
-  fail(checkLabel(check_) + " [seed " + std::to_string(seed_) + "] " + what + ": " + problem);
-  return !enough();
+  if (watcher_ == nullptr && problem.empty()) {
+    countCase();
+  } else {
+    const std::string label = checkLabel(check_) + ' ' + origin() + ' ' + what;
+    countCase(label);
+    if (!problem.empty()) fail(label + ": " + problem);
+  }
+  return more();
+}
+
+std::string Context::origin() const {
+  return oneCase_ ? "[fuzz input]" : "[seed " + std::to_string(seed_) + "]";
+}
+
+bool Context::more() {
+  if (!stopped_) stopped_ = enough() || (oneCase_ && (cases_ >= kMostCases || !rng_.chance(3)));
+  return !stopped_;
 }
 
 std::string resultMismatch(uint64_t host, uint64_t module) {
@@ -60,9 +81,9 @@ struct Geometry {
   int64_t param[kMaxParams];
 };
 
-std::string describe(const Check& check, const PlaneShape& shape, const Geometry& g, uint64_t seed) {
+std::string describe(const Context& ctx, const PlaneShape& shape, const Geometry& g) {
   std::ostringstream out;
-  out << checkLabel(check) << " [seed " << seed << "] rows=" << g.rows << " columns=" << g.columns;
+  out << checkLabel(ctx.check()) << ' ' << ctx.origin() << " rows=" << g.rows << " columns=" << g.columns;
   for (int p = 0; p < shape.planeCount; ++p)
     out << ' ' << shape.planes[p].name << "+" << g.misalign[p] << (g.negative ? "/-" : "/") << g.pad[p];
   for (int i = 0; i < shape.paramCount; ++i) out << ' ' << shape.params[i].name << '=' << g.param[i];
@@ -106,7 +127,7 @@ bool runPlaneCase(Context& ctx, const PlaneShape& shape, HostRoutine reference, 
     mod[p] = std::make_unique<PlaneBuffer>(layout, placement);
     std::vector<unsigned char>& bytes = pristine[p];
     bytes.resize(ref[p]->size());
-    fillSamples(ctx.rng(), Samples::Bytes, bytes.data(), bytes.size());
+    fillUnread(ctx.rng(), bytes.data(), bytes.size());
     // Row contents follow the plane's sample kind; guards and padding stay random.
     const PlaneLayout& l = ref[p]->layout();
     const std::size_t rowOffset = static_cast<std::size_t>(ref[p]->first() - ref[p]->begin());
@@ -139,11 +160,11 @@ bool runPlaneCase(Context& ctx, const PlaneShape& shape, HostRoutine reference, 
   } else {
     modResult = shape.invoke(candidate, modCall);
   }
-  ctx.countCase();
+  ctx.countCase(ctx.watched() ? describe(ctx, shape, g) : std::string());
 
   if (shape.compareResult && refResult != modResult) {
     std::ostringstream out;
-    out << describe(ctx.check(), shape, g, ctx.seed()) << ": result host " << refResult << " module " << modResult;
+    out << describe(ctx, shape, g) << ": result host " << refResult << " module " << modResult;
     if (!ctx.fail(out.str())) return false;
   }
   for (int p = 0; p < shape.planeCount; ++p) {
@@ -166,7 +187,7 @@ bool runPlaneCase(Context& ctx, const PlaneShape& shape, HostRoutine reference, 
       }
       if (problem == nullptr) continue;
       std::ostringstream out;
-      out << describe(ctx.check(), shape, g, ctx.seed()) << ": plane " << desc.name << ' ' << problem;
+      out << describe(ctx, shape, g) << ": plane " << desc.name << ' ' << problem;
       if (ref[p]->inRow(i, row, byte))
         out << " at row " << row << " sample " << byte / desc.sampleBytes << " byte " << byte % desc.sampleBytes;
       else
@@ -177,7 +198,7 @@ bool runPlaneCase(Context& ctx, const PlaneShape& shape, HostRoutine reference, 
       break;  // one report per plane and case
     }
   }
-  return !ctx.enough();
+  return ctx.more();
 }
 
 void runPlaneCheck(Context& ctx, const PlaneShape& shape, HostRoutine reference, HostRoutine candidate,
@@ -201,25 +222,32 @@ void runPlaneCheck(Context& ctx, const PlaneShape& shape, HostRoutine reference,
   };
   auto run = [&](const Geometry& g) { return runPlaneCase(ctx, shape, reference, candidate, g, placement); };
 
-  const bool thorough = ctx.thorough() && !shape.fewerCases;
+  // A one-case run may pick any misalignment, even of a form with fewer cases.
+  const bool thorough = ctx.thorough() && (!shape.fewerCases || ctx.oneCase());
   const int lo = std::max(1, shape.minColumns);
-  for (int32_t columns = lo; columns <= 300; ++columns) {
-    for (int mis = 0; mis < 16; ++mis) {
+  for (int32_t columns : ctx.range(lo, 300)) {
+    for (int mis : ctx.range(0, 15)) {
       if (!thorough && mis != (columns + columns / 16) % 16) continue;
       if (!run(make(1 + static_cast<int32_t>(rng.below(3)), columns, mis))) return;
     }
   }
-  for (int32_t columns : {4095, 4096, 4097}) {
-    for (int mis = 0; mis < 16; mis += thorough ? 1 : 5)
+  std::vector<int> wideMisalignments;
+  for (int mis = 0; mis < 16; mis += thorough ? 1 : 5) wideMisalignments.push_back(mis);
+  // Wide rows take most of a one-case run's time: seldom there.
+  for (int32_t columns : ctx.seldom({4095, 4096, 4097})) {
+    for (int mis : ctx.each(wideMisalignments))
       if (!run(make(2, columns, mis))) return;
   }
-  for (int32_t columns : {511, 512, 513, 1031, 2047, 2048, 2049, 8191, 8193})
+  for (int32_t columns : ctx.each({511, 512, 513, 1031}))
+    if (!run(make(3, columns, static_cast<int>(rng.below(16))))) return;
+  for (int32_t columns : ctx.seldom({2047, 2048, 2049, 8191, 8193}))
     if (!run(make(3, columns, static_cast<int>(rng.below(16))))) return;
   // Nothing to do: every byte must come back as it was.
-  const int32_t empties[][2] = {{0, 37}, {-1, 37}, {INT32_MIN, 5}, {2, 0}, {2, -3}, {-2, -2}};
-  for (const auto& e : empties)
-    if (e[1] >= shape.minColumns || e[1] < 1)
-      if (!run(make(e[0], e[1], static_cast<int>(rng.below(16))))) return;
+  std::vector<std::array<int32_t, 2>> empties;
+  for (const auto& e : std::initializer_list<std::array<int32_t, 2>>{{0, 37}, {-1, 37}, {INT32_MIN, 5}, {2, 0}, {2, -3}, {-2, -2}})
+    if (e[1] >= shape.minColumns || e[1] < 1) empties.push_back(e);
+  for (const auto& e : ctx.each(empties))
+    if (!run(make(e[0], e[1], static_cast<int>(rng.below(16))))) return;
 }
 
 // ------------------------------------------------------------------ timing
@@ -309,6 +337,24 @@ CheckResult runCheckOn(const Check& check, refhost::ReferenceHost& host, HostRou
   Context ctx(check, host, result.seed, options.thorough, options.maxFailures);
   if (check.shape != nullptr) {
     runPlaneCheck(ctx, *check.shape, reference, candidate, options.placement);
+  } else {
+    check.customVerify(ctx, reference, candidate);
+  }
+  result.cases = ctx.cases();
+  result.failures = ctx.failures();
+  result.firstFailure = ctx.firstFailure();
+  result.outcome = ctx.failures() == 0 ? Outcome::Passed : Outcome::Failed;
+  return result;
+}
+
+CheckResult runOneCase(const Check& check, refhost::ReferenceHost& host, HostRoutine reference, HostRoutine candidate,
+                       const Rng& entropy, Context::Watcher* watcher) {
+  CheckResult result;
+  result.check = &check;
+  Context ctx(check, host, entropy, Context::OneCase{});
+  ctx.setWatcher(watcher);
+  if (check.shape != nullptr) {
+    runPlaneCheck(ctx, *check.shape, reference, candidate, Placement::Heap);
   } else {
     check.customVerify(ctx, reference, candidate);
   }

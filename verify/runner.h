@@ -56,6 +56,13 @@ CheckResult runCheck(const Check& check, refhost::ReferenceHost& host, const Ver
 CheckResult runCheckOn(const Check& check, refhost::ReferenceHost& host, HostRoutine reference,
                        HostRoutine candidate, const VerifyOptions& options);
 
+// One case of the check, or the few the input asks for, with every draw taken from
+// `entropy` (a fuzzer's input, or a seeded generator recording its draws): which
+// part of the check runs, the case's shape and its data. The watcher sees each case
+// end. Heap planes go where a PagePlacement in force puts them.
+CheckResult runOneCase(const Check& check, refhost::ReferenceHost& host, HostRoutine reference, HostRoutine candidate,
+                       const Rng& entropy, Context::Watcher* watcher = nullptr);
+
 struct BenchOptions {
   int width = 256;
   int height = 256;

@@ -12,6 +12,7 @@ Twin::Twin(Rng& rng, std::size_t bytes, Placement placement) : bytes_(bytes) {
   layout.stride = layout.rowBytes;
   for (auto& side : sides_) side = std::make_unique<PlaneBuffer>(layout, placement);
   pristine_.resize(sides_[0]->size());
+  const Rng::Content content(rng);
   for (std::size_t i = 0; i < pristine_.size(); i += 8) {
     const uint64_t r = rng.next();
     std::memcpy(pristine_.data() + i, &r, std::min<std::size_t>(8, pristine_.size() - i));
