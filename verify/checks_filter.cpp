@@ -238,6 +238,12 @@ void verifyBoxMean(Context& ctx, HostRoutine host, HostRoutine module) {
   // Large radii get the vector body (sixteen outputs a step) and a tail too.
   for (int32_t radius : ctx.each({0, 1, 2, 7, 20, 128, 179, 180, 200, -1}))
     if (!one(radius >= 128 ? 2 : 5, radius >= 180 ? 3 : radius >= 128 ? 19 : 37, radius)) return;
+  // Every radius up to 200 (every fifth in a quick run), each with its own
+  // reciprocal, on one row a vector step and a tail wide.
+  std::vector<int32_t> radii;
+  for (int32_t radius = 0; radius <= 200; radius += ctx.thorough() ? 1 : 5) radii.push_back(radius);
+  for (int32_t radius : ctx.each(radii))
+    if (!one(1, 9 + radius % 8, radius)) return;
   // Strip splits: 8192 - 2r columns fit one strip, one more makes two.
   for (int32_t columns : ctx.seldom({8172, 8173, 10000}))
     if (!one(ctx.thorough() ? 2 : 1, columns, 10)) return;

@@ -1,5 +1,6 @@
 #include "verify/planes.h"
 
+#include <algorithm>
 #include <cstring>
 #include <stdexcept>
 
@@ -96,6 +97,14 @@ MappingCache& mappingCache() {
 }
 
 thread_local Placement t_heapGoesTo = Placement::Heap;
+
+float floatOfBits(uint32_t bits) {
+  float f;
+  std::memcpy(&f, &bits, sizeof f);
+  return f;
+}
+const float kDefaultNaN = floatOfBits(0xFFC00000u);
+const float kInfinity = floatOfBits(0x7F800000u);
 // This thread's live planes, oldest first.
 thread_local std::vector<const PlaneBuffer*> t_livePlanes;
 
@@ -209,6 +218,16 @@ void fillSamples(Rng& rng, Samples kind, unsigned char* bytes, std::size_t count
       break;
     case Samples::Mask: {
       static constexpr unsigned char kEdges[] = {0, 0, 0, 255, 255, 255, 1, 127, 128, 254};
+      // A quarter of the rows are runs of 0 or 255, 1 to 48 samples each, so that
+      // whole vector steps all clear or all set occur.
+      if (rng.chance(4)) {
+        for (std::size_t i = 0; i < count;) {
+          const std::size_t n = std::min<std::size_t>(count - i, 1 + rng.below(48));
+          std::memset(bytes + i, rng.chance(2) ? 0 : 255, n);
+          i += n;
+        }
+        break;
+      }
       for (std::size_t i = 0; i < count; ++i) {
         const uint32_t r = rng.below(16);
         bytes[i] = r < 10 ? kEdges[r] : rng.byte();
@@ -228,6 +247,14 @@ void fillSamples(Rng& rng, Samples kind, unsigned char* bytes, std::size_t count
     }
     case Samples::Mask15: {
       static constexpr uint16_t kEdges[] = {0, 0, 0, 32768, 32768, 32768, 1, 16384, 32767, 16383};
+      // Runs of 0 or 32768 in a quarter of the rows, as for 8-bit masks.
+      if (rng.chance(4)) {
+        for (std::size_t i = 0; i + 1 < count;) {
+          const uint16_t v = rng.chance(2) ? 0 : 32768;
+          for (std::size_t n = 1 + rng.below(48); n > 0 && i + 1 < count; --n, i += 2) std::memcpy(bytes + i, &v, 2);
+        }
+        break;
+      }
       for (std::size_t i = 0; i + 1 < count; i += 2) {
         const uint32_t r = rng.below(16);
         const uint16_t v = r < 10 ? kEdges[r] : static_cast<uint16_t>(rng.below(32769));
@@ -238,10 +265,13 @@ void fillSamples(Rng& rng, Samples kind, unsigned char* bytes, std::size_t count
     case Samples::Floats01:
     case Samples::FloatsWide: {
       const bool wide = kind == Samples::FloatsWide;
-      static constexpr float kEdges[] = {0.0f, 1.0f, 0.5f, 0.00196078f, 0.99803922f, -0.25f, 1.5f, -0.0f};
+      // Wide samples also take the processor's default NaN (the one invalid
+      // operations make), denormals of both signs and an infinity.
+      static const float kEdges[] = {0.0f,  1.0f, 0.5f,   0.00196078f, 0.99803922f, -0.25f,
+                                     1.5f, -0.0f, kDefaultNaN, 1e-40f, -1e-40f, kInfinity};
       for (std::size_t i = 0; i + 3 < count; i += 4) {
-        const uint32_t r = rng.below(16);
-        float v = r < (wide ? 8u : 5u) ? kEdges[r] : (wide ? rng.uniform(-0.5f, 1.5f) : rng.uniform(0.0f, 1.0f));
+        const uint32_t r = rng.below(wide ? 32 : 16);
+        float v = r < (wide ? 12u : 5u) ? kEdges[r] : (wide ? rng.uniform(-0.5f, 1.5f) : rng.uniform(0.0f, 1.0f));
         std::memcpy(bytes + i, &v, 4);
       }
       break;
