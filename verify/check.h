@@ -199,6 +199,8 @@ class Context {
   Context(const Check& check, refhost::ReferenceHost& host, uint64_t seed, bool thorough, int maxFailures = 8)
       : check_(check), host_(host), rng_(seed), seed_(seed), thorough_(thorough), maxFailures_(maxFailures) {}
   struct OneCase {};
+  // The most cases a one-case run goes on to.
+  static constexpr int kMostCases = 3;
   Context(const Check& check, refhost::ReferenceHost& host, Rng entropy, OneCase)
       : check_(check), host_(host), rng_(entropy), seed_(0), thorough_(true), maxFailures_(1), oneCase_(true) {}
 
@@ -291,7 +293,6 @@ class Context {
  private:
   static constexpr uint32_t kSkipOneIn = 4;
   static constexpr uint32_t kSeldomOneIn = 8;
-  static constexpr int kMostCases = 3;
   const Check& check_;
   refhost::ReferenceHost& host_;
   Rng rng_;

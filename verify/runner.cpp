@@ -19,6 +19,10 @@ bool Context::fail(const std::string& what) {
 
 void Context::countCase(const std::string& what) {
   ++cases_;
+  // The check's own fault, not the module's: code that runs a case outside the
+  // sweeps once a one-case run was told to stop.
+  if (oneCase_ && stopped_)
+    fail((what.empty() ? checkLabel(check_) : what) + ": a case ran after the check was told to stop");
   if (watcher_ == nullptr) return;
   if (const std::string problem = watcher_->caseEnded(*this, what); !problem.empty())
     fail((what.empty() ? checkLabel(check_) : what) + ": " + problem);
