@@ -9,6 +9,7 @@
 //   column among them) in double precision.
 // - k is sqrt(e * e + 1) with e widened to double first; an integer result keeps
 //   the low 8 or 16 bits of the value truncated towards zero.
+// - Rows or destination columns below 1 do nothing.
 // - Parameters that are not numbers are outside the contract.
 #include <cmath>
 #include <cstring>
@@ -50,6 +51,7 @@ void angularRemap(const Sample* source, Sample* destination, int32_t rows, int32
                   int32_t destinationWidth, int32_t sourceStride, int32_t destinationStride, uintptr_t,
                   Background backgroundValue, uintptr_t, float turn, uintptr_t, float a, uintptr_t, float s, float rc,
                   float m, float q, float f) {
+  if (rows < 1 || destinationWidth < 1) return;
   const Sample background = static_cast<Sample>(backgroundValue);
   const float t = std::tan(turn);
   const float ft = f * t;

@@ -48,6 +48,7 @@ class Twins {
     Rng& rng = ctx.rng();
     for (int p = 0; p < count; ++p) {
       const PlaneSpan& s = spans[p];
+      spans_[p] = s;
       PlaneLayout layout;
       layout.rows = std::max(1, s.rows + s.top + s.bottom);
       layout.rowBytes = std::max(1, s.samples + s.left + s.right) * s.sampleBytes;
@@ -69,8 +70,11 @@ class Twins {
     }
   }
   const Call& call(int side) const { return call_[side]; }
-  // Empty when host and module left the same bytes; else where they first differ.
+  // Empty when host and module left the same bytes, and neither wrote outside a
+  // plane's region (its rows and samples, borders excluded: the same write on both
+  // sides is still a fault); else where the first difference or write is.
   std::string difference() const {
+    if (std::string outside = writeOutside(); !outside.empty()) return outside;
     for (int p = 0; p < count_; ++p) {
       const unsigned char* h = buffer_[p][0]->begin();
       const unsigned char* m = buffer_[p][1]->begin();
@@ -89,7 +93,38 @@ class Twins {
   }
 
  private:
+  std::string writeOutside() const {
+    for (int p = 0; p < count_; ++p) {
+      const PlaneSpan& s = spans_[p];
+      const std::size_t n = pristine_[p].size();
+      std::vector<bool> inside(n, false);
+      if (s.rows >= 1 && s.samples >= 1) {
+        const std::ptrdiff_t first = static_cast<const unsigned char*>(call_[0].plane[p]) - buffer_[p][0]->begin();
+        for (int32_t r = 0; r < s.rows; ++r)
+          for (int32_t b = 0; b < s.samples * s.sampleBytes; ++b) {
+            const std::ptrdiff_t at = first + static_cast<std::ptrdiff_t>(r) * call_[0].stride[p] + b;
+            if (at >= 0 && static_cast<std::size_t>(at) < n) inside[static_cast<std::size_t>(at)] = true;
+          }
+      }
+      for (int side = 0; side < 2; ++side) {
+        const unsigned char* bytes = buffer_[p][side]->begin();
+        if (std::memcmp(bytes, pristine_[p].data(), n) == 0) continue;
+        for (std::size_t i = 0; i < n; ++i) {
+          if (inside[i] || bytes[i] == pristine_[p][i]) continue;
+          std::ostringstream out;
+          out << (side == 0 ? "the host routine" : "the module") << " wrote plane " << p
+              << " outside its region, at byte "
+              << static_cast<std::ptrdiff_t>(i) - (buffer_[p][side]->first() - buffer_[p][side]->begin())
+              << " from its first: 0x" << std::hex << int{bytes[i]} << " before 0x" << int{pristine_[p][i]};
+          return out.str();
+        }
+      }
+    }
+    return {};
+  }
+
   int count_;
+  PlaneSpan spans_[3];
   std::unique_ptr<PlaneBuffer> buffer_[3][2];
   std::vector<unsigned char> pristine_[3];
   Call call_[2];
@@ -352,12 +387,7 @@ void verifyRemap(Context& ctx, HostRoutine host, HostRoutine module) {
   const Samples kind = bytes == 1 ? Samples::Bytes : bytes == 2 ? Samples::Words15 : Samples::FloatsWide;
   // Four parameter sets per width; a sixth of them without turn or elevation,
   // where the span's last column reads exactly one sample past the source row.
-  auto one = [&](int32_t rows, int32_t width) {
-    rows = rows < 1 ? rows : rows + static_cast<int32_t>(ctx.rng().below(6));
-    const bool identity = ctx.rng().chance(6);
-    const int32_t sourceWidth =
-        identity ? width : std::max(1, static_cast<int32_t>(ctx.rng().range(1, 2 * std::max(width, 1))));
-    const RemapParams p = remapParams(ctx.rng(), rows, sourceWidth, width, identity);
+  auto with = [&](int32_t rows, int32_t sourceWidth, int32_t width, const RemapParams& p) {
     // The source row is read one sample past its end.
     const PlaneSpan spans[] = {{rows, sourceWidth, 0, 0, 0, 1, bytes, kind}, {rows, width, 0, 0, 0, 0, bytes, kind}};
     const uintptr_t junk = static_cast<uintptr_t>(ctx.rng().next());
@@ -372,11 +402,28 @@ void verifyRemap(Context& ctx, HostRoutine host, HostRoutine module) {
                    words("rows", rows, "source", sourceWidth, "width", width, "turn", p.turn, "A", p.centre, "S",
                             p.scale, "R", p.rowCentre, "M", p.columnCentre, "Q", p.rowScale, "F", p.focal));
   };
+  auto one = [&](int32_t rows, int32_t width) {
+    rows = rows < 1 ? rows : rows + static_cast<int32_t>(ctx.rng().below(6));
+    const bool identity = ctx.rng().chance(6);
+    const int32_t sourceWidth =
+        identity ? width : std::max(1, static_cast<int32_t>(ctx.rng().range(1, 2 * std::max(width, 1))));
+    return with(rows, sourceWidth, width, remapParams(ctx.rng(), rows, sourceWidth, width, identity));
+  };
   widths(ctx, 90, {300, 1023, 4100}, [&](int32_t rows, int32_t width) {
     for ([[maybe_unused]] int set : ctx.times(4))
       if (!one(rows, width)) return false;
     return true;
   });
+  // A destination width below 1 does nothing. A negative focal length turns the
+  // span around: clamped to such a row, its first column would be the width
+  // itself and its last column -1, samples before the row (the fuzzer found
+  // both routines writing them).
+  for (int32_t width : ctx.each({-5, -1, 0})) {
+    RemapParams p{};
+    p.background = 0x5A;
+    p.centre = 0.5f, p.scale = 1.0f, p.rowScale = 1e30f, p.focal = -20.0f;
+    if (!with(3, 2, width, p)) return;
+  }
 }
 
 // ------------------------------------------------------------- benchmarks

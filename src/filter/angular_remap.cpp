@@ -32,7 +32,9 @@ void remap(const Sample* source, Sample* destination, int32_t rows, int32_t sour
            int32_t sourceStride, int32_t destinationStride, uintptr_t, Background backgroundValue, uintptr_t,
            float turn, uintptr_t, float centre, uintptr_t, float scale, float rowCentre, float columnCentre,
            float rowScale, float focal) {
-  if (rows < 1) return;
+  // Rows or destination columns below 1: nothing to do (a span clamped to a row of
+  // fewer than one column would start before the row).
+  if (rows < 1 || destinationWidth < 1) return;
   const auto kernel = Rows->*Kernel;
   const auto background = static_cast<Value>(backgroundValue);
   RemapRow row{};
