@@ -70,8 +70,33 @@ class Arena {
       for (auto& side : b.side) std::memcpy(side->begin(), b.pristine.data(), b.pristine.size());
   }
 
-  // Empty when both sides hold the same bytes; else where they first differ.
+  // Empty when both sides hold the same bytes and neither wrote outside a
+  // buffer's rows (guards, padding between rows: the same write on both sides is
+  // still a fault); else where the first write outside or difference is.
   std::string difference() const {
+    for (const Buffer& b : buffers_)
+      for (int s = 0; s < 2; ++s) {
+        const Byte* bytes = b.side[s]->begin();
+        if (std::memcmp(bytes, b.pristine.data(), b.pristine.size()) == 0) continue;
+        // Rows may overlap (a remap's destination advance): a byte is in the rows
+        // when it lies in any of them.
+        const PlaneLayout& l = b.side[s]->layout();
+        std::vector<bool> inRows(b.pristine.size(), false);
+        const std::ptrdiff_t first = b.side[s]->first() - bytes;
+        for (int32_t r = 0; r < l.rows; ++r)
+          for (int32_t k = 0; k < l.rowBytes; ++k) {
+            const std::ptrdiff_t at = first + static_cast<std::ptrdiff_t>(r) * l.stride + k;
+            if (at >= 0 && static_cast<std::size_t>(at) < inRows.size()) inRows[static_cast<std::size_t>(at)] = true;
+          }
+        for (std::size_t i = 0; i < b.pristine.size(); ++i) {
+          if (bytes[i] == b.pristine[i] || inRows[i]) continue;
+          std::ostringstream out;
+          out << (s == 0 ? "the host routine" : "the module") << " wrote " << b.name << " outside its rows, at byte "
+              << static_cast<std::ptrdiff_t>(i) - (b.side[s]->first() - b.side[s]->begin()) << " from the first: 0x"
+              << std::hex << int{bytes[i]} << " before 0x" << int{b.pristine[i]};
+          return out.str();
+        }
+      }
     for (const Buffer& b : buffers_) {
       const Byte* h = b.side[0]->begin();
       const Byte* m = b.side[1]->begin();
