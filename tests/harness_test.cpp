@@ -7,6 +7,7 @@
 
 #include "refhost/refhost.h"
 #include "verify/runner.h"
+#include "verify/twin.h"
 
 using namespace tarnell;
 using namespace tarnell::verify;
@@ -106,6 +107,26 @@ TEST(Harness, GuardPagesAroundRows) {
                                      reinterpret_cast<HostRoutine>(&invert), options);
     EXPECT_EQ(r.outcome, Outcome::Passed) << r.firstFailure;
   }
+}
+
+// Custom checks hold both sides to what a routine may write: the same stray
+// write on both sides (a shared misreading of the contract) is still a fault.
+TEST(Harness, TwinsCatchTheSameWriteOnBothSides) {
+  Rng rng(5);
+  Twin twin(rng, 64);
+  const auto firstHalf = [](std::ptrdiff_t o) { return o >= 0 && o < 32; };
+  *twin.host(3) ^= 1;
+  *twin.module(3) ^= 1;
+  EXPECT_EQ(twin.difference(), "");
+  EXPECT_EQ(twin.writtenOutside(firstHalf), "");
+  *twin.host(-1) ^= 1;  // a guard byte before the arena
+  *twin.module(-1) ^= 1;
+  EXPECT_EQ(twin.difference(), "");
+  EXPECT_NE(twin.writtenOutside(firstHalf).find("the host routine wrote outside what it may, at offset -1"),
+            std::string::npos);
+  EXPECT_TRUE(inBlock(70, 10, 3, 8, 30) && !inBlock(78, 10, 3, 8, 30) && !inBlock(100, 10, 3, 8, 30));
+  EXPECT_TRUE(inBlock(10, 70, 3, 8, -30) && inBlock(47, 70, 3, 8, -30) && !inBlock(48, 70, 3, 8, -30) &&
+              !inBlock(9, 70, 3, 8, -30));
 }
 
 TEST(Harness, FilterMatchesNameOrSlotOfAnyGlob) {

@@ -28,10 +28,23 @@ namespace {
 using Byte = unsigned char;
 constexpr std::size_t kMiB = std::size_t{1} << 20;
 
-// Compares a case's outcome; false when the check should stop.
-bool compare(Context& ctx, const std::string& what, const Twin& twin, uint64_t hostResult, uint64_t moduleResult) {
-  const std::string problem = twin.difference();
+// Compares a case's outcome: the two arenas, that neither side wrote a byte
+// outside what the routine may write (`mayWrite(offset)`), and the results. False
+// when the check should stop.
+template <typename MayWrite>
+bool compare(Context& ctx, const std::string& what, const Twin& twin, uint64_t hostResult, uint64_t moduleResult,
+             MayWrite mayWrite) {
+  std::string problem = twin.writtenOutside(mayWrite);
+  if (problem.empty()) problem = twin.difference();
   return ctx.judge(what, problem.empty() ? resultMismatch(hostResult, moduleResult) : problem);
+}
+// Routines that write nothing.
+bool nowhere(std::ptrdiff_t) { return false; }
+// The n bytes at `at`.
+auto bytesAt(std::size_t at, std::size_t n) {
+  return [at = static_cast<std::ptrdiff_t>(at), n = static_cast<std::ptrdiff_t>(n)](std::ptrdiff_t o) {
+    return o >= at && o < at + n;
+  };
 }
 
 // Where a block's rows lie in an arena: the first row's offset and the bytes spanned.
@@ -93,7 +106,7 @@ bool copyCase(Context& ctx, CopyFn host, CopyFn module, std::size_t arena, std::
   return compare(ctx,
                  words("count", count, "source at", from, "destination at", to, "arena", arena,
                           placementName(placement)),
-                 twin, 0, 0);
+                 twin, 0, 0, bytesAt(to, count < 1 ? 0 : static_cast<std::size_t>(count)));
 }
 
 void verifyCopyBytes(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRoutine) {
@@ -189,7 +202,7 @@ bool copyBlockCase(Context& ctx, CopyBlockFn host, CopyBlockFn module, int32_t r
                  words("rows", rows, "width", width, "source step", sourceStep, "destination step",
                           destinationStep, "source at", s.firstRow, "destination at", d.firstRow,
                           placementName(placement)),
-                 twin, 0, 0);
+                 twin, 0, 0, [&](std::ptrdiff_t o) { return inBlock(o, dOff, rows, rowBytes, destinationStep); });
 }
 
 void verifyCopyBlock(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRoutine) {
@@ -261,7 +274,7 @@ bool fillCase(Context& ctx, FillFn<T> host, FillFn<T> module, std::size_t offset
   host(twin.host(static_cast<std::ptrdiff_t>(offset)), count, value);
   module(twin.module(static_cast<std::ptrdiff_t>(offset)), count, value);
   return compare(ctx, words("count", count, "at", offset, "value", uint64_t{value}, placementName(placement)), twin, 0,
-                 0);
+                 0, bytesAt(offset, bytes));
 }
 
 template <typename T>
@@ -296,7 +309,7 @@ bool fillBlockCase(Context& ctx, FillBlockFn<T> host, FillBlockFn<T> module, int
   return compare(ctx,
                  words("rows", rows, "width", width, "step", step, "at", b.firstRow, "value", uint64_t{value},
                           placementName(placement)),
-                 twin, 0, 0);
+                 twin, 0, 0, [&](std::ptrdiff_t o) { return inBlock(o, at, rows, rowBytes, step); });
 }
 
 template <typename T>
@@ -377,9 +390,11 @@ std::vector<refhost::CallRecord> notifications(refhost::ReferenceHost& host, con
 }
 
 // Runs a block test on both sides. The routine's result and, for the 16-bit tests,
-// the 'core' slot 0 calls it made must match.
+// the 'core' slot 0 calls it made must match; it writes nothing but its result
+// byte, at resultAt (or nowhere, for -1).
 template <typename Invoke>
-bool testCase(Context& ctx, Twin& twin, std::ptrdiff_t at, bool notifies, const std::string& what, Invoke invoke) {
+bool testCase(Context& ctx, Twin& twin, std::ptrdiff_t at, std::ptrdiff_t resultAt, bool notifies,
+              const std::string& what, Invoke invoke) {
   refhost::ReferenceHost& host = ctx.host();
   host.clearLogs();
   const uint64_t h = invoke(true, twin.host(at));
@@ -399,7 +414,7 @@ bool testCase(Context& ctx, Twin& twin, std::ptrdiff_t at, bool notifies, const 
                                  std::to_string(moduleCalls.size()) + " by the module" +
                                  (hostCalls.size() == moduleCalls.size() ? ", with other arguments" : ""));
   }
-  return compare(ctx, what, twin, h, m);
+  return compare(ctx, what, twin, h, m, [resultAt](std::ptrdiff_t o) { return o == resultAt; });
 }
 
 // The block tests: (address, rows, width, step[, value]) with a 0/1 or value answer.
@@ -456,7 +471,7 @@ bool blockTestCase(Context& ctx, HostRoutine host, HostRoutine module, int32_t r
   // The result byte of slot 135 sits in the arena, outside the block.
   const std::size_t resultAt = layout.resultAt;
   const bool notifies = Kind == TestKind::WordsUniformValue || Kind == TestKind::WordsEqual;
-  return testCase(ctx, twin, at, notifies,
+  return testCase(ctx, twin, at, withResultByte ? static_cast<std::ptrdiff_t>(resultAt) : -1, notifies,
                   words("rows", rows, "width", width, "step", step, "at", probe.firstRow, "value", uint64_t{value},
                            "differing element", differing, withResultByte ? "with result byte" : "",
                            placementName(placement)),
@@ -526,7 +541,7 @@ void verifyBytesAllEqual(Context& ctx, HostRoutine hostRoutine, HostRoutine modu
     return compare(ctx,
                    words("count", count, "at", offset, "value", int{value}, "differing byte", differing,
                             placementName(placement)),
-                   twin, h, m);
+                   twin, h, m, &nowhere);
   };
   for (int32_t n : ctx.range(0, 300)) {
     for (std::size_t mis : ctx.range<std::size_t>(0, 15)) {
@@ -584,7 +599,7 @@ void verifyByteBounds(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleR
     return compare(ctx,
                    words("rows", rows, "width", width, "step", step, "value", int{value}, "differing elements",
                             planted.str(), nullResult ? "null result" : "", placementName(placement)),
-                   twin, 0, 0);
+                   twin, 0, 0, bytesAt(resultAt, nullResult ? 0 : 4 * sizeof(int16_t)));
   };
   for (int32_t width : ctx.each(blockWidths(ctx))) {
     for (int32_t rows : ctx.each({1, 2, 3, 4, 7})) {

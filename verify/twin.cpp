@@ -34,6 +34,14 @@ std::string Twin::difference() const {
   return out.str();
 }
 
+std::string Twin::outsideWrite(int side, std::size_t i) const {
+  std::ostringstream out;
+  out << (side == 0 ? "the host routine" : "the module") << " wrote outside what it may, at offset "
+      << static_cast<std::ptrdiff_t>(i) - static_cast<std::ptrdiff_t>(lead_) << " of " << bytes_ << ": 0x" << std::hex
+      << int{sides_[side]->begin()[i]} << " before 0x" << int{pristine_[i]};
+  return out.str();
+}
+
 const char* placementName(Placement placement) {
   return placement == Placement::Heap             ? ""
          : placement == Placement::GuardPageAfter ? "against the next page"
