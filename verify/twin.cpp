@@ -22,6 +22,12 @@ Twin::Twin(Rng& rng, std::size_t bytes, Placement placement) : bytes_(bytes) {
 }
 
 std::string Twin::difference() const {
+  // Nothing may touch the guard areas, even the same way on both sides.
+  if (std::string outside = writtenOutside([this](std::ptrdiff_t o) {
+        return o >= 0 && static_cast<std::size_t>(o) < bytes_;
+      });
+      !outside.empty())
+    return outside;
   const Byte* h = sides_[0]->begin();
   const Byte* m = sides_[1]->begin();
   if (std::memcmp(h, m, pristine_.size()) == 0) return {};

@@ -33,7 +33,8 @@ class Twin {
   Byte* host(std::ptrdiff_t offset) { return sides_[0]->first() + offset; }
   Byte* module(std::ptrdiff_t offset) { return sides_[1]->first() + offset; }
 
-  // Empty when both sides are alike; else where they first differ.
+  // Empty when both sides are alike and neither touched the guard areas; else
+  // where the first write to a guard or difference is.
   std::string difference() const;
   // Empty when neither side changed a byte the routine may not write
   // (`mayWrite(offset)`, offsets from the arena's start): the same write on both
