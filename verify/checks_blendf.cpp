@@ -403,11 +403,25 @@ bool runRecord(Context& ctx, int slot, CallFn call, HostRoutine host, HostRoutin
     const Byte* h = planes->side[p][0]->begin();
     const Byte* m = planes->side[p][1]->begin();
     const std::vector<Byte>& o = planes->pristine[p];
+    // The destination's samples of the rectangle; its guards and the gaps between
+    // samples must come back as they were on both sides.
+    std::vector<bool> sample(o.size(), false);
+    if (p == kDestination && plan.rows >= 1 && plan.columns >= 1) {
+      const Layout& l = plan.plane[p];
+      const int64_t rowStep = int64_t{l.rowStride >> 2} * 4, step = int64_t{l.step >> 2} * 4;
+      for (int64_t r = 0; r < plan.rows; ++r)
+        for (int64_t c = 0; c < plan.columns; ++c)
+          for (int64_t b = 0; b < 4; ++b) sample[static_cast<std::size_t>(planes->first[p] + r * rowStep + c * step + b)] = true;
+    }
     for (std::size_t i = 0; i < o.size(); ++i) {
-      const char* problem = p == kDestination ? (h[i] != m[i] ? "differs from the host's" : nullptr)
-                            : m[i] != o[i]     ? "was written by the module"
-                            : h[i] != o[i]     ? "was written by the host routine"
-                                               : nullptr;
+      const char* problem = p == kDestination && !sample[i]
+                                ? (h[i] != o[i]   ? "outside the samples was written by the host routine"
+                                   : m[i] != o[i] ? "outside the samples was written by the module"
+                                                  : nullptr)
+                            : p == kDestination ? (h[i] != m[i] ? "differs from the host's" : nullptr)
+                            : m[i] != o[i]      ? "was written by the module"
+                            : h[i] != o[i]      ? "was written by the host routine"
+                                                : nullptr;
       if (problem == nullptr) continue;
       std::ostringstream out;
       const std::ptrdiff_t at = static_cast<std::ptrdiff_t>(i) - planes->first[p];
