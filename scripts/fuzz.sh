@@ -51,7 +51,7 @@ run_target() {
       [[ -e $input ]] || continue
       kept=build/fuzz/artifacts/$name-$(basename "$input")
       cp "$input" "$kept"
-      printf 'TARNELL_FUZZ_VERBOSE=1 %s %s\n' "$binary" "$kept" >"$kept.replay"
+      printf 'ASAN_OPTIONS=detect_leaks=0 TARNELL_FUZZ_VERBOSE=1 %s %s\n' "$binary" "$kept" >"$kept.replay"
       echo "fuzz: input kept in $kept; replay with: $(cat "$kept.replay")" >&2
     done
     echo "fuzz: $name FAILED" >&2
