@@ -29,22 +29,17 @@ using Byte = unsigned char;
 constexpr std::size_t kMiB = std::size_t{1} << 20;
 
 // Compares a case's outcome: the two arenas, that neither side wrote a byte
-// outside what the routine may write (`mayWrite(offset)`), and the results. False
-// when the check should stop.
-template <typename MayWrite>
+// outside the spans the routine may write, and the results. False when the check
+// should stop.
 bool compare(Context& ctx, const std::string& what, const Twin& twin, uint64_t hostResult, uint64_t moduleResult,
-             MayWrite mayWrite) {
-  std::string problem = twin.writtenOutside(mayWrite);
+             std::vector<Twin::Span> mayWrite) {
+  std::string problem = twin.writtenOutside(std::move(mayWrite));
   if (problem.empty()) problem = twin.difference();
   return ctx.judge(what, problem.empty() ? resultMismatch(hostResult, moduleResult) : problem);
 }
-// Routines that write nothing.
-bool nowhere(std::ptrdiff_t) { return false; }
 // The n bytes at `at`.
-auto bytesAt(std::size_t at, std::size_t n) {
-  return [at = static_cast<std::ptrdiff_t>(at), n = static_cast<std::ptrdiff_t>(n)](std::ptrdiff_t o) {
-    return o >= at && o < at + n;
-  };
+std::vector<Twin::Span> bytesAt(std::size_t at, std::size_t n) {
+  return {{static_cast<std::ptrdiff_t>(at), static_cast<std::ptrdiff_t>(at + n)}};
 }
 
 // Where a block's rows lie in an arena: the first row's offset and the bytes spanned.
@@ -202,7 +197,7 @@ bool copyBlockCase(Context& ctx, CopyBlockFn host, CopyBlockFn module, int32_t r
                  words("rows", rows, "width", width, "source step", sourceStep, "destination step",
                           destinationStep, "source at", s.firstRow, "destination at", d.firstRow,
                           placementName(placement)),
-                 twin, 0, 0, [&](std::ptrdiff_t o) { return inBlock(o, dOff, rows, rowBytes, destinationStep); });
+                 twin, 0, 0, blockSpans(dOff, width < 1 ? 0 : rows, rowBytes, destinationStep));
 }
 
 void verifyCopyBlock(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRoutine) {
@@ -309,7 +304,7 @@ bool fillBlockCase(Context& ctx, FillBlockFn<T> host, FillBlockFn<T> module, int
   return compare(ctx,
                  words("rows", rows, "width", width, "step", step, "at", b.firstRow, "value", uint64_t{value},
                           placementName(placement)),
-                 twin, 0, 0, [&](std::ptrdiff_t o) { return inBlock(o, at, rows, rowBytes, step); });
+                 twin, 0, 0, blockSpans(at, width < 1 ? 0 : rows, rowBytes, step));
 }
 
 template <typename T>
@@ -414,7 +409,7 @@ bool testCase(Context& ctx, Twin& twin, std::ptrdiff_t at, std::ptrdiff_t result
                                  std::to_string(moduleCalls.size()) + " by the module" +
                                  (hostCalls.size() == moduleCalls.size() ? ", with other arguments" : ""));
   }
-  return compare(ctx, what, twin, h, m, [resultAt](std::ptrdiff_t o) { return o == resultAt; });
+  return compare(ctx, what, twin, h, m, resultAt < 0 ? std::vector<Twin::Span>{} : bytesAt(static_cast<std::size_t>(resultAt), 1));
 }
 
 // The block tests: (address, rows, width, step[, value]) with a 0/1 or value answer.
@@ -541,7 +536,7 @@ void verifyBytesAllEqual(Context& ctx, HostRoutine hostRoutine, HostRoutine modu
     return compare(ctx,
                    words("count", count, "at", offset, "value", int{value}, "differing byte", differing,
                             placementName(placement)),
-                   twin, h, m, &nowhere);
+                   twin, h, m, {});
   };
   for (int32_t n : ctx.range(0, 300)) {
     for (std::size_t mis : ctx.range<std::size_t>(0, 15)) {

@@ -36,41 +36,24 @@ class Twin {
   // Empty when both sides are alike and neither touched the guard areas; else
   // where the first write to a guard or difference is.
   std::string difference() const;
-  // Empty when neither side changed a byte the routine may not write
-  // (`mayWrite(offset)`, offsets from the arena's start): the same write on both
-  // sides is still a fault; else the first such write.
-  template <typename MayWrite>
-  std::string writtenOutside(MayWrite mayWrite) const {
-    for (int s = 0; s < 2; ++s) {
-      const Byte* bytes = sides_[s]->begin();
-      if (std::memcmp(bytes, pristine_.data(), pristine_.size()) == 0) continue;
-      for (std::size_t i = 0; i < pristine_.size(); ++i) {
-        const auto offset = static_cast<std::ptrdiff_t>(i) - static_cast<std::ptrdiff_t>(lead_);
-        if (bytes[i] != pristine_[i] && !mayWrite(offset)) return outsideWrite(s, i);
-      }
-    }
-    return {};
-  }
+  // Empty when neither side changed a byte outside the spans the routine may
+  // write (offsets from the arena's start; the same write on both sides is still
+  // a fault); else the first such write.
+  struct Span {
+    std::ptrdiff_t begin, end;
+  };
+  std::string writtenOutside(std::vector<Span> mayWrite) const;
 
  private:
   std::size_t bytes_;
   std::unique_ptr<PlaneBuffer> sides_[2];
   std::vector<Byte> pristine_;
   std::size_t lead_ = 0;  // bytes before the arena's start in the compared range
-
-  std::string outsideWrite(int side, std::size_t i) const;
 };
 
-// Whether an arena offset lies in a block of rows x rowBytes whose first row
-// starts at firstRow, rows `step` bytes apart (|step| at least rowBytes).
-inline bool inBlock(std::ptrdiff_t offset, std::ptrdiff_t firstRow, int32_t rows, std::size_t rowBytes,
-                    int32_t step) {
-  if (rows < 1 || rowBytes == 0 || step == 0) return false;
-  const std::ptrdiff_t pitch = step < 0 ? -std::ptrdiff_t{step} : step;
-  const std::ptrdiff_t lowest = step < 0 ? firstRow + std::ptrdiff_t{rows - 1} * step : firstRow;
-  const std::ptrdiff_t rel = offset - lowest;
-  return rel >= 0 && rel / pitch < rows && static_cast<std::size_t>(rel % pitch) < rowBytes;
-}
+// The spans of a block of rows x rowBytes whose first row starts at firstRow,
+// rows `step` bytes apart (none for rows below 1).
+std::vector<Twin::Span> blockSpans(std::ptrdiff_t firstRow, int32_t rows, std::size_t rowBytes, int32_t step);
 
 // The guard-page placements, and how a failure message names them.
 constexpr Placement kGuardPages[] = {Placement::GuardPageAfter, Placement::GuardPageBefore};
