@@ -43,7 +43,7 @@ class CallJournal final : public verify::Context::Watcher {
     std::vector<Entry> kept[2];
     for (int s = 0; s < 2; ++s) {
       for (Entry& e : sides_[s])
-        if (!leftToCheck(e)) kept[s].push_back(std::move(e));
+        if (!notCompared(e)) kept[s].push_back(std::move(e));
       sides_[s].clear();
     }
     if (kept[0] == kept[1]) return {};
@@ -61,7 +61,7 @@ class CallJournal final : public verify::Context::Watcher {
  private:
   // The host's own routine of the slot (the call under test, or the module's
   // hand-over to it) and the calls the check judges itself.
-  bool leftToCheck(const Entry& e) const {
+  bool notCompared(const Entry& e) const {
     if (e.suite == check_->suite && e.slot == check_->slot) return true;
     return std::any_of(check_->judgedCalls.begin(), check_->judgedCalls.end(),
                        [&](const verify::CallKey& k) { return k.suite == e.suite && k.slot == e.slot; });
