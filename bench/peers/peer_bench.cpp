@@ -123,10 +123,12 @@ class Plane {
 
 struct Planes;
 
-// A destination side as a fraction of the source's.
+// A destination side as a fraction of the source's, or of a fixed length (a
+// search's result: four values whatever the plane's size).
 struct Scale {
   int32_t numerator = 1, denominator = 1;
-  int32_t of(int32_t n) const { return n * numerator / denominator; }
+  int32_t fixed = 0;
+  int32_t of(int32_t n) const { return fixed != 0 ? fixed : n * numerator / denominator; }
 };
 
 // How an operation's planes depend on the benchmark's size n, for operations whose
@@ -343,6 +345,32 @@ void remapPlane(HostRoutine r, Planes& p) {
 }
 void remap(Planes& p) { cv::remap(p.s().mat(), p.d().mat(), p.map1, p.map2, cv::INTER_LINEAR); }
 
+// byteBounds searches a plane of zeros for the rectangle around its non-zero bytes:
+// a few of them on the four sides of a rectangle in the middle, so that both sides
+// read the rows above and below it whole and the rows beside it left and right of
+// it. For the value 0 this is what OpenCV's boundingRect of a mask computes, in
+// one call. Both write (top, left, bottom, right), bottom and right one past, to
+// the first row of the destination (1 x 4, 16-bit).
+void boundsPlane(Planes& p) {
+  cv::Mat& m = p.s().mat();
+  m.setTo(0);
+  const int n = m.rows, top = 3 * n / 8, bottom = 5 * n / 8, left = n / 4 + 1, right = 3 * n / 4 - 3;
+  m.at<uint8_t>(top, n / 2) = 7;
+  m.at<uint8_t>(bottom - 1, n / 3) = 1;
+  m.at<uint8_t>(n / 2, left) = 200;
+  m.at<uint8_t>(n / 2 + 1, right - 1) = 255;
+}
+void moduleBounds(HostRoutine r, Planes& p) {
+  int16_t bounds[4];
+  as<slot::byteBounds>(r)(p.s().data(), p.sourceRows, p.sourceColumns, p.s().stride(), 0, bounds);
+  for (int k = 0; k < 4; ++k) p.d().data<uint16_t>()[k] = static_cast<uint16_t>(bounds[k]);
+}
+void cvBoundingRect(Planes& p) {
+  const cv::Rect r = cv::boundingRect(p.s().mat());
+  const int bounds[4] = {r.y, r.x, r.y + r.height, r.x + r.width};
+  for (int k = 0; k < 4; ++k) p.d().data<uint16_t>()[k] = static_cast<uint16_t>(bounds[k]);
+}
+
 const std::vector<Operation>& operations() {
   static const std::vector<Operation> list = {
       // 'blnd' 8-bit: d = d * s / 255 rounded; d = max, min(d, s); d = d * k / 255.
@@ -436,6 +464,10 @@ const std::vector<Operation>& operations() {
         {"pixman", [](Planes& p) {
            pixman_fill(p.d().words(), p.d().wordStride(), 32, 0, 0, p.columns, p.rows, kFill);
          }}}},
+
+      // 'memo' slot 36: the rectangle around the bytes that differ from 0.
+      {"byteBounds", slot::byteBounds, Sample::U8, Sample::U16, 1, moduleBounds, {{"opencv", cvBoundingRect}},
+       {.rows = {.fixed = 1}, .columns = {.fixed = 4}, .prepare = boundsPlane}},
 
       // 'filt' slot 75: the 16-bit box mean. The module reads the r-sample margin
       // around the region; OpenCV's boxFilter on the region reads the same margin
