@@ -23,6 +23,7 @@ void take(Kernels& kernels, Level level) {
 }
 
 constexpr TierTable kTiers[] = {
+    {Level::sse2, &take<memory::g_memorySse2>},
     {Level::sse2, &take<filter::g_weightedSumSse2>},
     {Level::sse2, &take<filter::g_boxMeanSse2>},
     {Level::ssse3, &take<memory::g_memorySsse3>},
