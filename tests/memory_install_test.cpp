@@ -45,10 +45,10 @@ TEST(MemoryInstall, WiderTiersReplaceTheNarrowerRoutines) {
   const std::map<int, HostRoutine> expected = {
       {0, erase(g_memorySsse3.copyBytes)},           {1, erase(g_memorySsse3.copyBlock)},
       {3, erase(g_memoryAvx.fillBytes)},             {4, erase(g_memoryAvx.fillBlock)},
-      {17, erase(g_memorySse2.bytesAllEqual)},       {18, erase(g_memorySse2.blockBytesAllEqual)},
-      {36, erase(g_memorySse41.byteBounds)},         {65, erase(g_memoryAvx.fillWords)},
-      {66, erase(g_memoryAvx.fillWordBlock)},        {83, erase(g_memorySse2.blockWordsUniformValue)},
-      {102, erase(g_memorySse2.blockWordsAllEqual)}, {135, erase(g_memoryAvx.blockDwordsUniform)},
+      {17, erase(g_memoryAvx2.bytesAllEqual)},       {18, erase(g_memoryAvx2.blockBytesAllEqual)},
+      {36, erase(g_memoryAvx2.byteBounds)},          {65, erase(g_memoryAvx.fillWords)},
+      {66, erase(g_memoryAvx.fillWordBlock)},        {83, erase(g_memoryAvx2.blockWordsUniformValue)},
+      {102, erase(g_memoryAvx2.blockWordsAllEqual)}, {135, erase(g_memoryAvx.blockDwordsUniform)},
       {136, erase(g_memoryAvx.fillDwords)},          {137, erase(g_memoryAvx.fillDwordBlock)},
   };
   for (const auto& [slot, routine] : expected) EXPECT_EQ(all.table[static_cast<std::size_t>(slot)], routine) << slot;
@@ -85,7 +85,10 @@ TEST(MemoryInstall, TheWiderTablesHoldEveryRoutine) {
     EXPECT_NE(r, nullptr);
   for (HostRoutine r : {erase(g_memorySse2.bytesAllEqual), erase(g_memorySse2.blockBytesAllEqual),
                         erase(g_memorySse2.fillWords), erase(g_memorySse2.fillWordBlock),
-                        erase(g_memorySse2.blockWordsUniformValue), erase(g_memorySse2.blockWordsAllEqual)})
+                        erase(g_memorySse2.blockWordsUniformValue), erase(g_memorySse2.blockWordsAllEqual),
+                        erase(g_memoryAvx2.bytesAllEqual), erase(g_memoryAvx2.blockBytesAllEqual),
+                        erase(g_memoryAvx2.byteBounds), erase(g_memoryAvx2.blockWordsUniformValue),
+                        erase(g_memoryAvx2.blockWordsAllEqual)})
     EXPECT_NE(r, nullptr);
 }
 

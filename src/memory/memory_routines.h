@@ -58,8 +58,8 @@ void fillDwordsSse2(void* destination, int32_t count, uint32_t value);
 
 // ----------------------------------------------------------- kernel tables
 // The slots with bodies at several levels, in slot order: the SSE2 tier's own
-// (memory_sse2.cpp, written by the SSE2 step), the SSSE3 copies, the SSE4.1 search,
-// the AVX fills and 32-bit test; see host/kernels.h. Which step writes
+// (memory_sse2.cpp, written by the SSE2 step), the SSSE3 copies, the AVX fills and
+// 32-bit test, and the AVX2 tests and search; see host/kernels.h. Which step writes
 // a slot stays the installer's: an AVX body of slot 65 is what the SSE2 step
 // writes there on a processor with AVX.
 #define TARNELL_MEMORY_KERNELS(X) \
@@ -83,5 +83,6 @@ extern constinit const MemoryTable g_memorySse2;   // memory_sse2.cpp
 extern constinit const MemoryTable g_memorySsse3;  // memory_ssse3.cpp
 extern constinit const MemoryTable g_memorySse41;  // memory_sse41.cpp
 extern constinit const MemoryTable g_memoryAvx;    // memory_avx.cpp
+extern constinit const MemoryTable g_memoryAvx2;   // memory_avx2.cpp
 
 }  // namespace tarnell::memory
