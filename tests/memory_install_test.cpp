@@ -43,7 +43,7 @@ TEST(MemoryInstall, WiderTiersReplaceTheNarrowerRoutines) {
   using namespace memory;
   const Installed all = install(true, true, true, true);
   const std::map<int, HostRoutine> expected = {
-      {0, erase(g_memorySsse3.copyBytes)},           {1, erase(g_memorySsse3.copyBlock)},
+      {0, erase(g_memoryAvx2.copyBytes)},            {1, erase(g_memoryAvx2.copyBlock)},
       {3, erase(g_memoryAvx.fillBytes)},             {4, erase(g_memoryAvx.fillBlock)},
       {17, erase(g_memoryAvx2.bytesAllEqual)},       {18, erase(g_memoryAvx2.blockBytesAllEqual)},
       {36, erase(g_memoryAvx2.byteBounds)},          {65, erase(g_memoryAvx.fillWords)},
@@ -86,6 +86,7 @@ TEST(MemoryInstall, TheWiderTablesHoldEveryRoutine) {
   for (HostRoutine r : {erase(g_memorySse2.bytesAllEqual), erase(g_memorySse2.blockBytesAllEqual),
                         erase(g_memorySse2.fillWords), erase(g_memorySse2.fillWordBlock),
                         erase(g_memorySse2.blockWordsUniformValue), erase(g_memorySse2.blockWordsAllEqual),
+                        erase(g_memoryAvx2.copyBytes), erase(g_memoryAvx2.copyBlock),
                         erase(g_memoryAvx2.bytesAllEqual), erase(g_memoryAvx2.blockBytesAllEqual),
                         erase(g_memoryAvx2.byteBounds), erase(g_memoryAvx2.blockWordsUniformValue),
                         erase(g_memoryAvx2.blockWordsAllEqual)})
