@@ -19,10 +19,10 @@ namespace tarnell::memory {
 // last-level cache of the processors this is tuned for holds 32 MiB: a fill smaller
 // than that stays in it, and the plane is most often used right after it is filled
 // (and again filled next time): there a cached fill of a 16 MiB plane followed by a
-// read of it runs 2.1 times as fast as a streamed one. A fill as large as the cache
-// cannot stay in it anyway; streaming it is then as fast or faster and spares what
-// the caller keeps cached. docs/contracts.md has the measurements. Fixed rather than
-// read from the processor at start-up, because the routines keep no state.
+// read of it runs about twice as fast as a streamed one. A fill as large as the
+// cache cannot stay in it anyway; streaming it is then as fast or faster and spares
+// what the caller keeps cached. docs/contracts.md has the measurements. Fixed rather
+// than read from the processor at start-up, because the routines keep no state.
 constexpr std::size_t kNonTemporalFillBytes = std::size_t{32} << 20;
 
 // Runs of at least this many bytes are copied with non-temporal stores by the SSE2
