@@ -55,4 +55,6 @@ void spreadMarkVertical(uint8_t* mask, int32_t rows, int32_t columns, int32_t st
   }
 }
 
+constinit const SelectionTable g_spreadMarkSse2 = {.spreadMarkVertical = &spreadMarkVertical};
+
 }  // namespace tarnell::selection
