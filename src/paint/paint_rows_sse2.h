@@ -69,6 +69,19 @@ class Dither {
     for (uint32_t k = 0; k < N; ++k) scratch[k] = static_cast<uint8_t>(next());
     return scratch;
   }
+  // The next n bytes placed `skip` bytes into a run of kRun (n + skip <= kRun),
+  // in place or copied to scratch: for a step of which only some lanes are the
+  // walk's.
+  TARNELL_INLINE const uint8_t* takeSome(uint32_t n, uint32_t skip, uint8_t* scratch) {
+    if (inPlace_ && pos_ >= skip) {
+      const uint8_t* p = base_ + pos_ - skip;
+      pos_ += n;
+      if (pos_ >= period_) pos_ -= period_;
+      return p;
+    }
+    for (uint32_t k = 0; k < n; ++k) scratch[skip + k] = static_cast<uint8_t>(next());
+    return scratch;
+  }
 
  private:
   const uint8_t* base_;
@@ -280,38 +293,101 @@ TARNELL_INLINE T* rowOf(T* first, int32_t stride, int32_t r) {
   return reinterpret_cast<T*>(reinterpret_cast<Byte*>(first) + static_cast<intptr_t>(step * r));
 }
 
-// One row of samples of type T: scalar(i) for the head up to the destination's
-// 16-byte boundary and for the tail, vector(W{}, i) for the W::kBytes bytes of
-// samples from i, W being V or, at a wider V, its Half. An 8-bit destination is
-// aligned to W::kBytes at every vector step (the wider level takes one Half step
-// first where it is not); a 16-bit one at an odd address never is, and has no
-// head.
+// The lanes of a vector step that are the walk's, and how the step reads and
+// writes them. Whole: every lane, at a destination aligned to the step's width
+// (8-bit rows) or anywhere (16-bit rows). Part: a 16-byte step at the head or
+// the tail of a row of which only `count` samples, after `skip` others, are the
+// walk's; the others are samples of the same row that the walk has not reached
+// yet (head) or has finished (tail), so their lanes are stored back as they are
+// in memory.
+template <bool Aligned>
+struct Whole {
+  template <class W>
+  TARNELL_INLINE VecOf<W> load(const void* p) const {
+    if constexpr (Aligned) return W::loada(p);
+    else return W::loadu(p);
+  }
+  template <class W>
+  TARNELL_INLINE void store(void* p, VecOf<W> v) const {
+    if constexpr (Aligned) W::storea(p, v);
+    else W::storeu(p, v);
+  }
+  // The step's dither bytes, N a pixel.
+  template <class W, int N>
+  TARNELL_INLINE Noise noise(Dither& dither, uint8_t* scratch) const {
+    return takeNoise<static_cast<uint32_t>(W::kBytes * N)>(dither, scratch);
+  }
+};
+
+// Bytes 16..31 set: 16 bytes from 32 - n have the first n set, from n the last n.
+alignas(16) constexpr uint8_t kLaneEdges[48] = {
+    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,
+    0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
+    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0};
+
+struct Part {
+  __m128i lanes;  // the bytes of the walk's samples
+  int32_t skip, count;
+
+  // The first `count` samples of a step (the head), or its last (the tail).
+  static TARNELL_INLINE Part first(int32_t count, int32_t size) {
+    return {Sse2::loadu(kLaneEdges + 32 - count * size), 0, count};
+  }
+  static TARNELL_INLINE Part last(int32_t count, int32_t size) {
+    return {Sse2::loadu(kLaneEdges + count * size), 16 / size - count, count};
+  }
+  template <class W>
+  TARNELL_INLINE VecOf<W> load(const void* p) const {
+    return W::loadu(p);
+  }
+  template <class W>
+  TARNELL_INLINE void store(void* p, VecOf<W> v) const {
+    W::storeu(p, select<W>(lanes, v, W::loadu(p)));
+  }
+  // The walk's pixels' dither bytes where the step's lanes expect them.
+  template <class W, int N>
+  TARNELL_INLINE Noise noise(Dither& dither, uint8_t* scratch) const {
+    return {dither.takeSome(static_cast<uint32_t>(N * count), static_cast<uint32_t>(N * skip), scratch), nullptr};
+  }
+};
+
+// One row of samples of type T. vector(W{}, i, lanes) does a step of W::kBytes
+// bytes of samples from i, W being V or, at a wider V, its Half (Sse2), and
+// lanes the Whole or Part of it that is the walk's. A row first takes one Part
+// step up to the destination's 16-byte boundary, then Whole steps (at a wider
+// level one Half step first where the destination is not aligned to its width,
+// and one where 16 bytes or more are left), and last one Part step over the
+// row's last 16 bytes for what is left. An 8-bit destination is aligned to every
+// Whole step; a 16-bit one at an odd address never is, and has no head. Rows of
+// fewer than 16 bytes go sample by sample, scalar(i).
 template <class V, class T, class Scalar, class Vector>
 TARNELL_INLINE void walkRow(const T* d, int32_t columns, Scalar scalar, Vector vector) {
   constexpr auto size = static_cast<int32_t>(sizeof(T));
+  constexpr int32_t kHalf = 16 / size;  // samples of a 16-byte step
+  if (columns < kHalf) {
+    for (int32_t i = 0; i < columns; ++i) scalar(i);
+    return;
+  }
+  constexpr Whole<size == 1> whole{};
   const auto address = reinterpret_cast<uintptr_t>(d);
   const auto misalign = static_cast<int32_t>(address & 15);
   const bool aligns = misalign % size == 0;
-  int32_t head = misalign == 0 || !aligns ? 0 : (16 - misalign) / size;
-  if (head > columns) head = columns;
-  int32_t i = 0;
-  for (; i < head; ++i) scalar(i);
+  int32_t i = misalign == 0 || !aligns ? 0 : (16 - misalign) / size;
+  if (i > 0) vector(Sse2{}, 0, Part::first(i, size));
   if constexpr (V::kBytes > 16) {
-    using H = typename V::Half;
-    constexpr int32_t kHalf = 16 / size;
     if (aligns && ((address + static_cast<uintptr_t>(i * size)) & (V::kBytes - 1)) != 0 && i + kHalf <= columns) {
-      vector(H{}, i);
+      vector(Sse2{}, i, whole);
       i += kHalf;
     }
-    for (; i + V::kBytes / size <= columns; i += V::kBytes / size) vector(V{}, i);
+    for (; i + V::kBytes / size <= columns; i += V::kBytes / size) vector(V{}, i, whole);
     if (i + kHalf <= columns) {
-      vector(H{}, i);
+      vector(Sse2{}, i, whole);
       i += kHalf;
     }
   } else {
-    for (; i + V::kBytes / size <= columns; i += V::kBytes / size) vector(V{}, i);
+    for (; i + kHalf <= columns; i += kHalf) vector(V{}, i, whole);
   }
-  for (; i < columns; ++i) scalar(i);
+  if (i < columns) vector(Sse2{}, columns - kHalf, Part::last(columns - i, size));
 }
 
 // Reads and writes of 16-bit samples at any byte address.
@@ -403,11 +479,12 @@ TARNELL_INLINE void dab8(uint8_t* plane, int32_t x, int32_t y, int32_t rows, int
                   const uint32_t r1 = N == 2 ? dither.next() : 0;
                   if (m[i] != 0) d[i] = pixel(d[i], c.at(i), m[i], r0, r1);
                 },
-                [&](auto w, int32_t i) {
+                [&](auto w, int32_t i, const auto& lanes) {
                   using W = decltype(w);
-                  const Noise n = takeNoise<W::kBytes * N>(dither, scratch);
+                  const Noise n = lanes.template noise<W, N>(dither, scratch);
                   const VecOf<W> mv = W::loadu(m + i);
-                  if (!allZero<W>(mv)) W::storea(d + i, step(w, W::loada(d + i), c.template vec<W>(i), mv, n));
+                  if (allZero<W>(mv)) return;
+                  lanes.template store<W>(d + i, step(w, lanes.template load<W>(d + i), c.template vec<W>(i), mv, n));
                 });
           });
 }
@@ -427,19 +504,21 @@ TARNELL_INLINE void dab16(uint16_t* plane, int32_t rows, int32_t columns, int32_
                   const uint32_t mi = get16(m + i);
                   if (mi != 0) put16(d + i, blend15(get16(d + i), c.at(i), alpha(mi)));
                 },
-                [&](auto w, int32_t i) {
+                [&](auto w, int32_t i, const auto& lanes) {
                   using W = decltype(w);
                   const VecOf<W> mv = W::loadu(m + i);
-                  if (!allZero<W>(mv))
-                    W::storeu(d + i, blend15V<W>(W::loadu(d + i), c.template vec<W>(i), alphaV(w, mv)));
+                  if (allZero<W>(mv)) return;
+                  lanes.template store<W>(
+                      d + i, blend15V<W>(lanes.template load<W>(d + i), c.template vec<W>(i), alphaV(w, mv)));
                 });
           });
 }
 
 // Family R's walk (and slot 9's): where the mask reaches the threshold t (the
-// low byte of the argument), put(d) is written; putV(W{}, d, hit, all) gives a
+// low byte of the argument), put(d) is written; putV(W{}, load, hit, all) gives a
 // vector step's samples when at least one mask byte reaches it (hit: those bytes;
-// all: every one does). Steps where none does store nothing.
+// all: every one does; load() reads the destination). Steps where none does
+// store nothing.
 template <class V, class Put, class PutV>
 TARNELL_INLINE void threshold8(uint8_t* plane, int32_t threshold, int32_t rows, int32_t columns, int32_t stride,
                                const PaintRecord* record, Put put, PutV putV) {
@@ -449,12 +528,14 @@ TARNELL_INLINE void threshold8(uint8_t* plane, int32_t threshold, int32_t rows, 
           [&](uint8_t* d, const uint8_t* m, int32_t) {
             walkRow<V>(
                 d, columns, [&](int32_t i) { if (m[i] >= t) d[i] = put(d[i]); },
-                [&](auto w, int32_t i) {
+                [&](auto w, int32_t i, const auto& lanes) {
                   using W = decltype(w);
                   const VecOf<W> mv = W::loadu(m + i);
                   const VecOf<W> hit = W::cmpeq8(W::maxu8(mv, W::bytes(t)), mv);
                   const uint32_t bits = W::movemask(hit);
-                  if (bits != 0) W::storea(d + i, putV(w, d + i, hit, bits == W::kAllBytes));
+                  if (bits == 0) return;
+                  auto load = [&] { return lanes.template load<W>(d + i); };
+                  lanes.template store<W>(d + i, putV(w, load, hit, bits == W::kAllBytes));
                 });
           });
 }

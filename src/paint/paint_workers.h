@@ -64,10 +64,10 @@ void PaintR8(int32_t, int32_t threshold, int32_t, int32_t rows, int32_t columns,
   const auto colour = static_cast<uint8_t>(colourArg);
   threshold8<V>(
       plane, threshold, rows, columns, stride, record, [&](uint8_t) { return colour; },
-      [&](auto w, const uint8_t* d, auto hit, bool all) {
+      [&](auto w, auto load, auto hit, bool all) {
         using W = decltype(w);
         const VecOf<W> cv = W::bytes(colour);
-        return all ? cv : select<W>(hit, cv, W::loada(d));
+        return all ? cv : select<W>(hit, cv, load());
       });
 }
 
@@ -81,7 +81,7 @@ void PaintR16(int32_t, int32_t threshold, int32_t, int32_t rows, int32_t columns
           [&](uint16_t* d, const uint16_t* m, int32_t) {
             walkRow<V>(
                 d, columns, [&](int32_t i) { if (get16(m + i) >= t) put16(d + i, colour); },
-                [&](auto w, int32_t i) {
+                [&](auto w, int32_t i, const auto& lanes) {
                   using W = decltype(w);
                   // Unsigned 16-bit order through the signed compare: both sides
                   // biased by 0x8000.
@@ -89,9 +89,9 @@ void PaintR16(int32_t, int32_t threshold, int32_t, int32_t rows, int32_t columns
                   const VecOf<W> below = W::cmpgt16(W::xor_(W::words(t), bias), W::xor_(W::loadu(m + i), bias));
                   const uint32_t bits = W::movemask(below);
                   if (bits == 0) {
-                    W::storeu(d + i, W::words(colour));
+                    lanes.template store<W>(d + i, W::words(colour));
                   } else if (bits != W::kAllBytes) {
-                    W::storeu(d + i, select<W>(below, W::loadu(d + i), W::words(colour)));
+                    lanes.template store<W>(d + i, select<W>(below, lanes.template load<W>(d + i), W::words(colour)));
                   }
                 });
           });
@@ -210,13 +210,13 @@ void PaintSingle81(int32_t, int32_t, int32_t, int32_t rows, int32_t columns, uin
                   const uint32_t mi = get16(m + i), di = get16(d + i);
                   if (mi != 0 && c > di) put16(d + i, di + mulRound15(mi, c - di));
                 },
-                [&](auto w, int32_t i) {
+                [&](auto w, int32_t i, const auto& lanes) {
                   using W = decltype(w);
                   const VecOf<W> mv = W::loadu(m + i);
                   if (allZero<W>(mv)) return;
-                  const VecOf<W> dv = W::loadu(d + i);
-                  W::storeu(d + i,
-                            W::add16(dv, mulRound15V<W>(mv, W::subsu16(W::words(static_cast<int>(c)), dv))));
+                  const VecOf<W> dv = lanes.template load<W>(d + i);
+                  lanes.template store<W>(
+                      d + i, W::add16(dv, mulRound15V<W>(mv, W::subsu16(W::words(static_cast<int>(c)), dv))));
                 });
           });
 }
@@ -227,9 +227,9 @@ void PaintSingle9(int32_t, int32_t threshold, int32_t, int32_t rows, int32_t col
   const auto colour = static_cast<uint8_t>(colourArg);
   threshold8<V>(
       plane, threshold, rows, columns, stride, record, [&](uint8_t d) { return d < colour ? colour : d; },
-      [&](auto w, const uint8_t* d, auto hit, bool) {
+      [&](auto w, auto load, auto hit, bool) {
         using W = decltype(w);
-        const VecOf<W> dv = W::loada(d);
+        const VecOf<W> dv = load();
         return select<W>(hit, W::maxu8(dv, W::bytes(colour)), dv);
       });
 }
@@ -253,10 +253,10 @@ void PaintSingle18(int32_t yRow, int32_t xRow, int32_t count, int32_t offset, in
     const uint8_t* y = bufferRow<const uint8_t>(record, yRow + i, offset);
     walkRow<V>(
         x, width, [&](int32_t j) { x[j] = stepQ(x[j], y[j], w, static_cast<int>(dither.next())); },
-        [&](auto v, int32_t j) {
+        [&](auto v, int32_t j, const auto& lanes) {
           using W = decltype(v);
-          const Noise n = takeNoise<W::kBytes>(dither, scratch);
-          W::storea(x + j, stepQV<W>(W::loada(x + j), W::loadu(y + j), W::bytes(w), n));
+          const Noise n = lanes.template noise<W, 1>(dither, scratch);
+          lanes.template store<W>(x + j, stepQV<W>(lanes.template load<W>(x + j), W::loadu(y + j), W::bytes(w), n));
         });
   }
 }
@@ -279,10 +279,10 @@ void PaintSingle92(int32_t yRow, int32_t xRow, int32_t count, int32_t offset, in
           const uint32_t q = ((yv > xv ? yv - xv : xv - yv) * w + 127u) / 255u;
           put16(x + j, yv >= xv ? xv + q : xv - q);
         },
-        [&](auto v, int32_t j) {
+        [&](auto v, int32_t j, const auto& lanes) {
           using W = decltype(v);
           const VecOf<W> k8081 = W::words(0x8081), wv = W::words(static_cast<int>(w));
-          const VecOf<W> xv = W::loadu(x + j), yv = W::loadu(y + j);
+          const VecOf<W> xv = lanes.template load<W>(x + j), yv = W::loadu(y + j);
           const VecOf<W> down = W::subsu16(xv, yv);
           const VecOf<W> distance = W::or_(W::subsu16(yv, xv), down);
           const VecOf<W> a = W::srl16(W::mulhiu16(distance, k8081), 7);
@@ -290,7 +290,7 @@ void PaintSingle92(int32_t yRow, int32_t xRow, int32_t count, int32_t offset, in
           const VecOf<W> rest = W::add16(W::mullo16(b, wv), W::words(127));
           const VecOf<W> q = W::add16(W::mullo16(a, wv), W::srl16(W::mulhiu16(rest, k8081), 7));
           const VecOf<W> rising = W::cmpeq16(down, W::zero());
-          W::storeu(x + j, W::sub16(W::add16(xv, W::and_(rising, q)), W::andnot(rising, q)));
+          lanes.template store<W>(x + j, W::sub16(W::add16(xv, W::and_(rising, q)), W::andnot(rising, q)));
         });
   }
 }
