@@ -26,6 +26,10 @@ constexpr TierTable kTiers[] = {
     {Level::sse2, &take<memory::g_memorySse2>},
     {Level::sse2, &take<filter::g_weightedSumSse2>},
     {Level::sse2, &take<filter::g_boxMeanSse2>},
+    {Level::sse2, &take<paint::g_paintSse2>},
+    {Level::sse2, &take<selection::g_propagateSse2>},
+    {Level::sse2, &take<selection::g_classifySse2>},
+    {Level::sse2, &take<selection::g_spreadMarkSse2>},
     {Level::ssse3, &take<memory::g_memorySsse3>},
     {Level::sse41, &take<memory::g_memorySse41>},
     {Level::sse41, &take<filter::g_angularRemapSse41>},
@@ -35,6 +39,10 @@ constexpr TierTable kTiers[] = {
     {Level::avx2, &take<filter::g_weightedSumAvx2>},
     {Level::avx2, &take<filter::g_boxMeanAvx2>},
     {Level::avx2, &take<filter::g_angularRemapAvx2>},
+    {Level::avx2, &take<paint::g_paintAvx2>},
+    {Level::avx2, &take<selection::g_propagateAvx2>},
+    {Level::avx2, &take<selection::g_classifyAvx2>},
+    {Level::avx2, &take<selection::g_spreadMarkAvx2>},
 };
 
 }  // namespace

@@ -17,7 +17,9 @@
 #include "host/cpu_features.h"
 #include "host/kernel_table.h"
 #include "memory/memory_routines.h"
+#include "paint/paint.h"
 #include "resample/resample_routines.h"
+#include "selection/selection.h"
 
 namespace tarnell {
 
@@ -68,21 +70,29 @@ struct Kernel {
 TARNELL_KERNEL_SET(MemoryKernels, memory::MemoryTable, TARNELL_MEMORY_KERNELS)
 TARNELL_KERNEL_SET(FilterKernels, filter::FilterTable, TARNELL_FILTER_KERNELS)
 TARNELL_KERNEL_SET(ResampleKernels, resample::ResampleTable, TARNELL_RESAMPLE_KERNELS)
+TARNELL_KERNEL_SET(PaintKernels, paint::PaintTable, TARNELL_PAINT_KERNELS)
+TARNELL_KERNEL_SET(SelectionKernels, selection::SelectionTable, TARNELL_SELECTION_KERNELS)
 
 // Every family's kernels; get(slot::X) finds X's in whichever family has it.
-struct Kernels : MemoryKernels, FilterKernels, ResampleKernels {
+struct Kernels : MemoryKernels, FilterKernels, ResampleKernels, PaintKernels, SelectionKernels {
   using MemoryKernels::get;
   using FilterKernels::get;
   using ResampleKernels::get;
+  using PaintKernels::get;
+  using SelectionKernels::get;
   using MemoryKernels::take;
   using FilterKernels::take;
   using ResampleKernels::take;
+  using PaintKernels::take;
+  using SelectionKernels::take;
   // visitor(slotId, routine, level) for every routine of every family.
   template <class Visitor>
   void visit(Visitor&& visitor) const {
     MemoryKernels::visit(visitor);
     FilterKernels::visit(visitor);
     ResampleKernels::visit(visitor);
+    PaintKernels::visit(visitor);
+    SelectionKernels::visit(visitor);
   }
 };
 
