@@ -1,4 +1,5 @@
-// The table-driven 8-bit overlay and screen routines of the blending suite.
+// The table-driven 8-bit overlay and screen routines of the blending suite: the
+// plain bodies of the kernel table, which need nothing beyond the baseline.
 //
 // Scalar code only: every result is a look-up in the start-up tables. A row of up
 // to 4096 samples first has one operand row (the source, or the mask where there
@@ -83,8 +84,6 @@ TARNELL_INLINE void runRows(const uint8_t* staged, int32_t stagedStride, uint8_t
   }
 }
 
-}  // namespace
-
 void OverlaySource8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t columns, int32_t sourceStride,
                     int32_t destinationStride) {
   runRows<false>(source, sourceStride, destination, destinationStride, nullptr, 0, rows, columns,
@@ -155,5 +154,21 @@ void ScreenConstantThroughMask8(uint8_t c, uint8_t* destination, const uint8_t* 
   runRows<false>(mask, maskStride, destination, destinationStride, nullptr, 0, rows, columns,
                  [c](int d, int m, int) { return static_cast<uint8_t>(d + M((S(d, c) - d) & 255, m)); });
 }
+
+}  // namespace
+
+constinit const Blend8Table g_blend8Tables = {
+    .SourceBasedOverlayThroughMask8 = &SourceBasedOverlayThroughMask8,
+    .ConstantBasedOverlayThroughMask8 = &ConstantBasedOverlayThroughMask8,
+    .SourceBasedOverlay8 = &SourceBasedOverlay8,
+    .SourceBasedOverlayWithOpacity8 = &SourceBasedOverlayWithOpacity8,
+    .OverlaySourceThroughMask8 = &OverlaySourceThroughMask8,
+    .OverlayConstantThroughMask8 = &OverlayConstantThroughMask8,
+    .OverlaySource8 = &OverlaySource8,
+    .OverlaySourceWithOpacity8 = &OverlaySourceWithOpacity8,
+    .ScreenSourceWithOpacity8 = &ScreenSourceWithOpacity8,
+    .ScreenConstantThroughMask8 = &ScreenConstantThroughMask8,
+    .ScreenSource8 = &ScreenSource8,
+};
 
 }  // namespace tarnell::blend8

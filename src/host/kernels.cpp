@@ -23,6 +23,8 @@ void take(Kernels& kernels, Level level) {
 }
 
 constexpr TierTable kTiers[] = {
+    {Level::plain, &take<blend8::g_blend8Tables>},
+    {Level::sse2, &take<blend8::g_blend8Sse2>},
     {Level::sse2, &take<filter::g_weightedSumSse2>},
     {Level::sse2, &take<filter::g_boxMeanSse2>},
     {Level::ssse3, &take<memory::g_memorySsse3>},
