@@ -1,7 +1,8 @@
 // The module's 8-bit blending routines. Each has exactly the signature of its
-// 'blnd' slot, and every slot's body is chosen through the kernel table: the
-// SSE2 plane operations (blend8_sse2.cpp) and the table-driven overlay and screen
-// routines (blend8_tables.cpp).
+// 'blnd' slot, and every slot's body is chosen through the kernel table:
+// - the plane operations: SSE2 (blend8_sse2.cpp, 16 samples a vector step) and
+//   AVX2 (blend8_avx2.cpp, 32);
+// - the table-driven overlay and screen routines (blend8_tables.cpp).
 #pragma once
 
 #include <tarnell/host_interface.h>
@@ -47,8 +48,8 @@ struct ForwarderList {
 ForwarderList blendForwarders();
 
 // ----------------------------------------------------------- kernel tables
-// Every 8-bit routine, by slot: the plane operations' SSE2 bodies, and the overlay
-// and screen routines' plain (table look-up) bodies.
+// Every 8-bit routine, by slot: the plane operations' SSE2 and AVX2 bodies, and
+// the overlay and screen routines' plain (table look-up) bodies.
 #define TARNELL_BLEND8_KERNELS(X)      \
   X(ScaleByConstant8)                  \
   X(MixConstantThroughMask8)           \
@@ -83,6 +84,7 @@ ForwarderList blendForwarders();
 TARNELL_KERNEL_TABLE(Blend8Table, TARNELL_BLEND8_KERNELS)
 
 extern constinit const Blend8Table g_blend8Sse2;    // blend8_sse2.cpp
+extern constinit const Blend8Table g_blend8Avx2;    // blend8_avx2.cpp
 extern constinit const Blend8Table g_blend8Tables;  // blend8_tables.cpp (plain)
 
 }  // namespace tarnell::blend8

@@ -32,6 +32,7 @@ constexpr TierTable kTiers[] = {
     {Level::sse41, &take<filter::g_angularRemapSse41>},
     {Level::sse41, &take<resample::g_resampleSse41>},
     {Level::avx, &take<memory::g_memoryAvx>},
+    {Level::avx2, &take<blend8::g_blend8Avx2>},
     {Level::avx2, &take<filter::g_weightedSumAvx2>},
     {Level::avx2, &take<filter::g_boxMeanAvx2>},
     {Level::avx2, &take<filter::g_angularRemapAvx2>},
