@@ -132,7 +132,7 @@ TEST(BlendInstall, StartupWrapperWritesTheLiveTable) {
   g_cpuFeatureFlags = savedFlags;
   g_kernels = savedKernels;
   EXPECT_EQ(live[24], reinterpret_cast<HostRoutine>(blend8::g_blend8Sse2.MultiplySource8));
-  EXPECT_EQ(live[27], reinterpret_cast<HostRoutine>(blend8::g_blend8Tables.ScreenSource8));
+  EXPECT_EQ(live[27], reinterpret_cast<HostRoutine>(blend8::g_overlay8Sse2.ScreenSource8));
   EXPECT_EQ(live[219], reinterpret_cast<HostRoutine>(&blend16::MultiplyInto16));
   EXPECT_EQ(live[195], reinterpret_cast<HostRoutine>(&blend16::ComplementMultiplyInto16));
 }

@@ -2,7 +2,9 @@
 // 'blnd' slot, and every slot's body is chosen through the kernel table:
 // - the plane operations: SSE2 (blend8_sse2.cpp, 16 samples a vector step) and
 //   AVX2 (blend8_avx2.cpp, 32);
-// - the table-driven overlay and screen routines (blend8_tables.cpp).
+// - the overlay and screen routines: scalar table look-ups (blend8_tables.cpp),
+//   for a processor with SSE and no SSE2, and the same bits computed by vector
+//   arithmetic, SSE2 (overlay8_sse2.cpp) and AVX2 (overlay8_avx2.cpp).
 #pragma once
 
 #include <tarnell/host_interface.h>
@@ -48,8 +50,8 @@ struct ForwarderList {
 ForwarderList blendForwarders();
 
 // ----------------------------------------------------------- kernel tables
-// Every 8-bit routine, by slot: the plane operations' SSE2 and AVX2 bodies, and
-// the overlay and screen routines' plain (table look-up) bodies.
+// Every 8-bit routine, by slot. The plane operations have SSE2 and AVX2 bodies;
+// the overlay and screen routines plain (table look-ups), SSE2 and AVX2 ones.
 #define TARNELL_BLEND8_KERNELS(X)      \
   X(ScaleByConstant8)                  \
   X(MixConstantThroughMask8)           \
@@ -83,8 +85,10 @@ ForwarderList blendForwarders();
   X(ScreenSource8)
 TARNELL_KERNEL_TABLE(Blend8Table, TARNELL_BLEND8_KERNELS)
 
-extern constinit const Blend8Table g_blend8Sse2;    // blend8_sse2.cpp
-extern constinit const Blend8Table g_blend8Avx2;    // blend8_avx2.cpp
-extern constinit const Blend8Table g_blend8Tables;  // blend8_tables.cpp (plain)
+extern constinit const Blend8Table g_blend8Sse2;     // blend8_sse2.cpp
+extern constinit const Blend8Table g_blend8Avx2;     // blend8_avx2.cpp
+extern constinit const Blend8Table g_blend8Tables;   // blend8_tables.cpp (plain)
+extern constinit const Blend8Table g_overlay8Sse2;   // overlay8_sse2.cpp
+extern constinit const Blend8Table g_overlay8Avx2;   // overlay8_avx2.cpp
 
 }  // namespace tarnell::blend8
