@@ -177,6 +177,9 @@ struct Planes {
   // fixed-point maps of the same coordinates.
   std::vector<uint32_t> coordinates;
   cv::Mat map1, map2;
+  // A third n x n plane beside the source and destination (a mask, a second
+  // operand), built by the shape's prepare().
+  std::unique_ptr<Plane> third;
 };
 
 // ------------------------------------------------------------- operations
@@ -234,6 +237,22 @@ pixman_image_t* solidScale() {
   }();
   return solid;
 }
+
+// A third 8-bit plane of random samples, for the second operand of an "into"
+// product.
+void thirdPlane(Planes& p) { p.third = std::make_unique<Plane>(Sample::U8, p.rows, p.columns, 57u); }
+
+// A mask that OpenCV's rule (m != 0) and the module's (m >= 128) read alike: each
+// sample 0 or one of 128..255, about half of each.
+void agreeingMask(Planes& p) {
+  thirdPlane(p);
+  for (int32_t r = 0; r < p.rows; ++r) {
+    uint8_t* row = p.third->data() + static_cast<std::ptrdiff_t>(r) * p.third->stride();
+    for (int32_t c = 0; c < p.columns; ++c) row[c] = row[c] < 128 ? 0 : row[c];
+  }
+}
+
+constexpr uint8_t kMaskedFill = 0xA5;  // FillWhereMaskSet8's constant
 
 // The kernel filters reduce by 4:3, the positions OpenCV's resize takes for that
 // ratio: output i centred on source (i + 0.5) * 4 / 3 - 0.5, so three phases. Four
@@ -394,6 +413,39 @@ const std::vector<Operation>& operations() {
        [](HostRoutine r, Planes& p) { as<slot::ScaleByConstant8>(r)(p.d().data(), p.rows, p.columns, p.d().stride(), kScale); },
        {{"opencv", [](Planes& p) { p.d().mat().convertTo(p.d().mat(), CV_8U, kScale / 255.0); }},
         {"pixman", [](Planes& p) { pixmanIn(solidScale(), p); }}}},
+      // d = a * b / 255 rounded, into a destination not read.
+      {"multiplyInto8", slot::MultiplyInto8, Sample::U8, Sample::U8, 1,
+       [](HostRoutine r, Planes& p) {
+         as<slot::MultiplyInto8>(r)(p.s().data(), p.d().data(), p.third->data(), p.rows, p.columns, p.s().stride(),
+                                    p.d().stride(), p.third->stride());
+       },
+       {{"opencv", [](Planes& p) { cv::multiply(p.s().mat(), p.third->mat(), p.d().mat(), 1.0 / 255.0); }}},
+       {.prepare = thirdPlane}},
+      // d = s where the mask is set, d = c there: masked copy and fill.
+      {"copyWhereMask8", slot::CopyWhereMaskSet8, Sample::U8, Sample::U8, 1,
+       [](HostRoutine r, Planes& p) {
+         as<slot::CopyWhereMaskSet8>(r)(p.s().data(), p.d().data(), p.third->data(), p.rows, p.columns,
+                                        p.s().stride(), p.d().stride(), p.third->stride());
+       },
+       {{"opencv", [](Planes& p) { p.s().mat().copyTo(p.d().mat(), p.third->mat()); }}},
+       {.prepare = agreeingMask}},
+      {"fillWhereMask8", slot::FillWhereMaskSet8, Sample::None, Sample::U8, 1,
+       [](HostRoutine r, Planes& p) {
+         as<slot::FillWhereMaskSet8>(r)(kMaskedFill, p.d().data(), p.third->data(), p.rows, p.columns, p.d().stride(),
+                                        p.third->stride());
+       },
+       {{"opencv", [](Planes& p) { p.d().mat().setTo(cv::Scalar(kMaskedFill), p.third->mat()); }}},
+       {.prepare = agreeingMask}},
+      // d = s + d - s * d / 255: the screen of two planes, which on alpha planes is
+      // pixman's OVER (s + d (255 - s) / 255, the same rounded value).
+      {"screen8", slot::ScreenSource8, Sample::U8, Sample::U8, 1,
+       [](HostRoutine r, Planes& p) {
+         as<slot::ScreenSource8>(r)(p.s().data(), p.d().data(), p.rows, p.columns, p.s().stride(), p.d().stride());
+       },
+       {{"pixman", [](Planes& p) {
+          pixman_image_composite32(PIXMAN_OP_OVER, p.s().image(), nullptr, p.d().image(), 0, 0, 0, 0, 0, 0, p.columns,
+                                   p.rows);
+        }}}},
 
       // 'conv': the depth conversions, each against convertTo with the same scale.
       {"convert16To8", slot::convert16To8, Sample::U16, Sample::U8, 1,

@@ -72,45 +72,45 @@ void installBlend(const SuiteWriter<code::blnd>& w, const CpuFeatureFlags& flags
   // The table-driven overlay and screen routines need nothing beyond the
   // baseline; the second SSE flag is the one that gates this suite.
   if (flags.sseSecond != 0) {
-    w.put(slot::SourceBasedOverlayThroughMask8, &SourceBasedOverlayThroughMask8);
-    w.put(slot::ConstantBasedOverlayThroughMask8, &ConstantBasedOverlayThroughMask8);
-    w.put(slot::SourceBasedOverlay8, &SourceBasedOverlay8);
-    w.put(slot::SourceBasedOverlayWithOpacity8, &SourceBasedOverlayWithOpacity8);
-    w.put(slot::OverlaySourceThroughMask8, &OverlaySourceThroughMask8);
-    w.put(slot::OverlayConstantThroughMask8, &OverlayConstantThroughMask8);
-    w.put(slot::OverlaySource8, &OverlaySource8);
-    w.put(slot::OverlaySourceWithOpacity8, &OverlaySourceWithOpacity8);
-    w.put(slot::ScreenSourceWithOpacity8, &ScreenSourceWithOpacity8);
-    w.put(slot::ScreenConstantThroughMask8, &ScreenConstantThroughMask8);
-    w.put(slot::ScreenSource8, &ScreenSource8);
+    w.put(slot::SourceBasedOverlayThroughMask8);
+    w.put(slot::ConstantBasedOverlayThroughMask8);
+    w.put(slot::SourceBasedOverlay8);
+    w.put(slot::SourceBasedOverlayWithOpacity8);
+    w.put(slot::OverlaySourceThroughMask8);
+    w.put(slot::OverlayConstantThroughMask8);
+    w.put(slot::OverlaySource8);
+    w.put(slot::OverlaySourceWithOpacity8);
+    w.put(slot::ScreenSourceWithOpacity8);
+    w.put(slot::ScreenConstantThroughMask8);
+    w.put(slot::ScreenSource8);
   }
   if (flags.sse2 == 0) return;
   // The SSE2 group in the group's order: 8-bit, 16-bit and float members, the
   // forwarded slots in their places.
-  w.put(slot::ScaleByConstant8, &ScaleByConstant8);
-  w.put(slot::MixConstantThroughMask8, &MixConstantThroughMask8);
-  w.put(slot::MixSourceThroughMask8, &MixSourceThroughMask8);
-  w.put(slot::CopyWhereMaskSet8, &CopyWhereMaskSet8);
-  w.put(slot::FillWhereMaskSet8, &FillWhereMaskSet8);
-  w.put(slot::MultiplySource8, &MultiplySource8);
-  w.put(slot::MaxSource8, &MaxSource8);
-  w.put(slot::MinSource8, &MinSource8);
+  w.put(slot::ScaleByConstant8);
+  w.put(slot::MixConstantThroughMask8);
+  w.put(slot::MixSourceThroughMask8);
+  w.put(slot::CopyWhereMaskSet8);
+  w.put(slot::FillWhereMaskSet8);
+  w.put(slot::MultiplySource8);
+  w.put(slot::MaxSource8);
+  w.put(slot::MinSource8);
   w.forward(slot::BlendPlaneRoutine53, &blendForward53);
-  w.put(slot::SubtractCoverage8, &SubtractCoverage8);
+  w.put(slot::SubtractCoverage8);
   w.forward(slot::BlendPlaneRoutine96, &blendForward96);
-  w.put(slot::DarkenTowardSourceThroughMask8, &DarkenTowardSourceThroughMask8);
-  w.put(slot::DarkenTowardConstantThroughMask8, &DarkenTowardConstantThroughMask8);
-  w.put(slot::LightenTowardSourceThroughMask8, &LightenTowardSourceThroughMask8);
-  w.put(slot::LightenTowardConstantThroughMask8, &LightenTowardConstantThroughMask8);
-  w.put(slot::MultiplySourceThroughMask8, &MultiplySourceThroughMask8);
+  w.put(slot::DarkenTowardSourceThroughMask8);
+  w.put(slot::DarkenTowardConstantThroughMask8);
+  w.put(slot::LightenTowardSourceThroughMask8);
+  w.put(slot::LightenTowardConstantThroughMask8);
+  w.put(slot::MultiplySourceThroughMask8);
   w.put(slot::MultiplySourceThroughMask16, &MultiplySourceThroughMask16);
   w.forward(slot::BlendPlaneRoutine66, &blendForward66);
   w.forward(slot::BlendPlaneRoutine72, &blendForward72);
-  w.put(slot::MultiplyInto8, &MultiplyInto8);
-  w.put(slot::InverseMultiplyInto8, &InverseMultiplyInto8);
+  w.put(slot::MultiplyInto8);
+  w.put(slot::InverseMultiplyInto8);
   w.forward(slot::BlendPlaneRoutine97, &blendForward97);
-  w.put(slot::FillWhereMaskClear8, &FillWhereMaskClear8);
-  w.put(slot::OrderedCombineInto8, &OrderedCombineInto8);
+  w.put(slot::FillWhereMaskClear8);
+  w.put(slot::OrderedCombineInto8);
   w.put(slot::ScaleByConstant16, &ScaleByConstant16);
   w.put(slot::MixSourceThroughMask16, &MixSourceThroughMask16);
   w.put(slot::MultiplySource16, &MultiplySource16);
@@ -124,7 +124,7 @@ void installBlend(const SuiteWriter<code::blnd>& w, const CpuFeatureFlags& flags
   w.put(slot::ComplementMultiplyInto16, &ComplementMultiplyInto16);
   w.put(slot::FillWhereMaskClear16, &FillWhereMaskClear16);
   w.put(slot::OrderedCombineInto16, &OrderedCombineInto16);
-  w.put(slot::MultiplyWithOpacity8, &MultiplyWithOpacity8);
+  w.put(slot::MultiplyWithOpacity8);
   w.put(slot::DarkenTowardSourceFloat, &blendf::DarkenTowardSourceFloat);
   w.put(slot::LightenTowardSourceFloat, &blendf::LightenTowardSourceFloat);
   w.put(slot::OverlaySourceFloat, &blendf::OverlaySourceFloat);

@@ -23,7 +23,10 @@ void take(Kernels& kernels, Level level) {
 }
 
 constexpr TierTable kTiers[] = {
+    {Level::plain, &take<blend8::g_blend8Tables>},
     {Level::sse2, &take<memory::g_memorySse2>},
+    {Level::sse2, &take<blend8::g_blend8Sse2>},
+    {Level::sse2, &take<blend8::g_overlay8Sse2>},
     {Level::sse2, &take<filter::g_weightedSumSse2>},
     {Level::sse2, &take<filter::g_boxMeanSse2>},
     {Level::sse2, &take<paint::g_paintSse2>},
@@ -36,6 +39,8 @@ constexpr TierTable kTiers[] = {
     {Level::sse41, &take<resample::g_resampleSse41>},
     {Level::avx, &take<memory::g_memoryAvx>},
     {Level::avx2, &take<memory::g_memoryAvx2>},
+    {Level::avx2, &take<blend8::g_blend8Avx2>},
+    {Level::avx2, &take<blend8::g_overlay8Avx2>},
     {Level::avx2, &take<filter::g_weightedSumAvx2>},
     {Level::avx2, &take<filter::g_boxMeanAvx2>},
     {Level::avx2, &take<filter::g_angularRemapAvx2>},

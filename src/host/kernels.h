@@ -13,6 +13,7 @@
 
 #include <type_traits>
 
+#include "blend/blend8.h"
 #include "filter/filter.h"
 #include "host/cpu_features.h"
 #include "host/kernel_table.h"
@@ -68,19 +69,22 @@ struct Kernel {
   };
 
 TARNELL_KERNEL_SET(MemoryKernels, memory::MemoryTable, TARNELL_MEMORY_KERNELS)
+TARNELL_KERNEL_SET(Blend8Kernels, blend8::Blend8Table, TARNELL_BLEND8_KERNELS)
 TARNELL_KERNEL_SET(FilterKernels, filter::FilterTable, TARNELL_FILTER_KERNELS)
 TARNELL_KERNEL_SET(ResampleKernels, resample::ResampleTable, TARNELL_RESAMPLE_KERNELS)
 TARNELL_KERNEL_SET(PaintKernels, paint::PaintTable, TARNELL_PAINT_KERNELS)
 TARNELL_KERNEL_SET(SelectionKernels, selection::SelectionTable, TARNELL_SELECTION_KERNELS)
 
 // Every family's kernels; get(slot::X) finds X's in whichever family has it.
-struct Kernels : MemoryKernels, FilterKernels, ResampleKernels, PaintKernels, SelectionKernels {
+struct Kernels : MemoryKernels, FilterKernels, ResampleKernels, PaintKernels, SelectionKernels, Blend8Kernels {
   using MemoryKernels::get;
+  using Blend8Kernels::get;
   using FilterKernels::get;
   using ResampleKernels::get;
   using PaintKernels::get;
   using SelectionKernels::get;
   using MemoryKernels::take;
+  using Blend8Kernels::take;
   using FilterKernels::take;
   using ResampleKernels::take;
   using PaintKernels::take;
@@ -89,6 +93,7 @@ struct Kernels : MemoryKernels, FilterKernels, ResampleKernels, PaintKernels, Se
   template <class Visitor>
   void visit(Visitor&& visitor) const {
     MemoryKernels::visit(visitor);
+    Blend8Kernels::visit(visitor);
     FilterKernels::visit(visitor);
     ResampleKernels::visit(visitor);
     PaintKernels::visit(visitor);
