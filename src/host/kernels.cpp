@@ -25,6 +25,7 @@ void take(Kernels& kernels, Level level) {
 constexpr TierTable kTiers[] = {
     {Level::sse2, &take<filter::g_weightedSumSse2>},
     {Level::sse2, &take<filter::g_boxMeanSse2>},
+    {Level::sse2, &take<blend16::g_blend16Sse2>},
     {Level::ssse3, &take<memory::g_memorySsse3>},
     {Level::sse41, &take<memory::g_memorySse41>},
     {Level::sse41, &take<filter::g_angularRemapSse41>},
@@ -33,6 +34,7 @@ constexpr TierTable kTiers[] = {
     {Level::avx2, &take<filter::g_weightedSumAvx2>},
     {Level::avx2, &take<filter::g_boxMeanAvx2>},
     {Level::avx2, &take<filter::g_angularRemapAvx2>},
+    {Level::avx2, &take<blend16::g_blend16Avx2>},
 };
 
 }  // namespace

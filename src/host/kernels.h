@@ -13,6 +13,7 @@
 
 #include <type_traits>
 
+#include "blend/blend16.h"
 #include "filter/filter.h"
 #include "host/cpu_features.h"
 #include "host/kernel_table.h"
@@ -68,21 +69,25 @@ struct Kernel {
 TARNELL_KERNEL_SET(MemoryKernels, memory::MemoryTable, TARNELL_MEMORY_KERNELS)
 TARNELL_KERNEL_SET(FilterKernels, filter::FilterTable, TARNELL_FILTER_KERNELS)
 TARNELL_KERNEL_SET(ResampleKernels, resample::ResampleTable, TARNELL_RESAMPLE_KERNELS)
+TARNELL_KERNEL_SET(Blend16Kernels, blend16::Blend16Table, TARNELL_BLEND16_KERNELS)
 
 // Every family's kernels; get(slot::X) finds X's in whichever family has it.
-struct Kernels : MemoryKernels, FilterKernels, ResampleKernels {
+struct Kernels : MemoryKernels, FilterKernels, ResampleKernels, Blend16Kernels {
   using MemoryKernels::get;
   using FilterKernels::get;
   using ResampleKernels::get;
+  using Blend16Kernels::get;
   using MemoryKernels::take;
   using FilterKernels::take;
   using ResampleKernels::take;
+  using Blend16Kernels::take;
   // visitor(slotId, routine, level) for every routine of every family.
   template <class Visitor>
   void visit(Visitor&& visitor) const {
     MemoryKernels::visit(visitor);
     FilterKernels::visit(visitor);
     ResampleKernels::visit(visitor);
+    Blend16Kernels::visit(visitor);
   }
 };
 
