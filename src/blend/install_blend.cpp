@@ -125,12 +125,12 @@ void installBlend(const SuiteWriter<code::blnd>& w, const CpuFeatureFlags& flags
   w.put(slot::FillWhereMaskClear16);
   w.put(slot::OrderedCombineInto16);
   w.put(slot::MultiplyWithOpacity8, &MultiplyWithOpacity8);
-  w.put(slot::DarkenTowardSourceFloat, &blendf::DarkenTowardSourceFloat);
-  w.put(slot::LightenTowardSourceFloat, &blendf::LightenTowardSourceFloat);
-  w.put(slot::OverlaySourceFloat, &blendf::OverlaySourceFloat);
+  w.put(slot::DarkenTowardSourceFloat);
+  w.put(slot::LightenTowardSourceFloat);
+  w.put(slot::OverlaySourceFloat);
   w.put(slot::FloatCompositeRecord275, &blendf::FloatCompositeRecord275);
-  w.put(slot::AddSourceFloat, &blendf::AddSourceFloat);
-  w.put(slot::MinSourceFloat, &blendf::MinSourceFloat);
+  w.put(slot::AddSourceFloat);
+  w.put(slot::MinSourceFloat);
 }
 
 int32_t InstallBlendRoutines(HostInfo* /*hostInfo*/) {

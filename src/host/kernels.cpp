@@ -26,6 +26,7 @@ constexpr TierTable kTiers[] = {
     {Level::sse2, &take<filter::g_weightedSumSse2>},
     {Level::sse2, &take<filter::g_boxMeanSse2>},
     {Level::sse2, &take<blend16::g_blend16Sse2>},
+    {Level::sse2, &take<blendf::g_blendFloatSse2>},
     {Level::ssse3, &take<memory::g_memorySsse3>},
     {Level::sse41, &take<memory::g_memorySse41>},
     {Level::sse41, &take<filter::g_angularRemapSse41>},
@@ -35,6 +36,7 @@ constexpr TierTable kTiers[] = {
     {Level::avx2, &take<filter::g_boxMeanAvx2>},
     {Level::avx2, &take<filter::g_angularRemapAvx2>},
     {Level::avx2, &take<blend16::g_blend16Avx2>},
+    {Level::avx2, &take<blendf::g_blendFloatAvx2>},
 };
 
 }  // namespace

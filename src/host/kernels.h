@@ -14,6 +14,7 @@
 #include <type_traits>
 
 #include "blend/blend16.h"
+#include "blend/blendf.h"
 #include "filter/filter.h"
 #include "host/cpu_features.h"
 #include "host/kernel_table.h"
@@ -70,17 +71,20 @@ TARNELL_KERNEL_SET(MemoryKernels, memory::MemoryTable, TARNELL_MEMORY_KERNELS)
 TARNELL_KERNEL_SET(FilterKernels, filter::FilterTable, TARNELL_FILTER_KERNELS)
 TARNELL_KERNEL_SET(ResampleKernels, resample::ResampleTable, TARNELL_RESAMPLE_KERNELS)
 TARNELL_KERNEL_SET(Blend16Kernels, blend16::Blend16Table, TARNELL_BLEND16_KERNELS)
+TARNELL_KERNEL_SET(BlendFloatKernels, blendf::BlendFloatTable, TARNELL_BLENDF_KERNELS)
 
 // Every family's kernels; get(slot::X) finds X's in whichever family has it.
-struct Kernels : MemoryKernels, FilterKernels, ResampleKernels, Blend16Kernels {
+struct Kernels : MemoryKernels, FilterKernels, ResampleKernels, Blend16Kernels, BlendFloatKernels {
   using MemoryKernels::get;
   using FilterKernels::get;
   using ResampleKernels::get;
   using Blend16Kernels::get;
+  using BlendFloatKernels::get;
   using MemoryKernels::take;
   using FilterKernels::take;
   using ResampleKernels::take;
   using Blend16Kernels::take;
+  using BlendFloatKernels::take;
   // visitor(slotId, routine, level) for every routine of every family.
   template <class Visitor>
   void visit(Visitor&& visitor) const {
@@ -88,6 +92,7 @@ struct Kernels : MemoryKernels, FilterKernels, ResampleKernels, Blend16Kernels {
     FilterKernels::visit(visitor);
     ResampleKernels::visit(visitor);
     Blend16Kernels::visit(visitor);
+    BlendFloatKernels::visit(visitor);
   }
 };
 
