@@ -23,10 +23,12 @@ void take(Kernels& kernels, Level level) {
 }
 
 constexpr TierTable kTiers[] = {
+    {Level::plain, &take<convert::g_convertPlain>},
     {Level::sse2, &take<filter::g_weightedSumSse2>},
     {Level::sse2, &take<filter::g_boxMeanSse2>},
     {Level::sse2, &take<blend16::g_blend16Sse2>},
     {Level::sse2, &take<blendf::g_blendFloatSse2>},
+    {Level::sse2, &take<convert::g_convertSse2>},
     {Level::ssse3, &take<memory::g_memorySsse3>},
     {Level::sse41, &take<memory::g_memorySse41>},
     {Level::sse41, &take<filter::g_angularRemapSse41>},
@@ -37,6 +39,7 @@ constexpr TierTable kTiers[] = {
     {Level::avx2, &take<filter::g_angularRemapAvx2>},
     {Level::avx2, &take<blend16::g_blend16Avx2>},
     {Level::avx2, &take<blendf::g_blendFloatAvx2>},
+    {Level::avx2, &take<convert::g_convertAvx2>},
 };
 
 }  // namespace

@@ -15,6 +15,7 @@
 
 #include "blend/blend16.h"
 #include "blend/blendf.h"
+#include "convert/convert_sse2.h"
 #include "filter/filter.h"
 #include "host/cpu_features.h"
 #include "host/kernel_table.h"
@@ -72,19 +73,22 @@ TARNELL_KERNEL_SET(FilterKernels, filter::FilterTable, TARNELL_FILTER_KERNELS)
 TARNELL_KERNEL_SET(ResampleKernels, resample::ResampleTable, TARNELL_RESAMPLE_KERNELS)
 TARNELL_KERNEL_SET(Blend16Kernels, blend16::Blend16Table, TARNELL_BLEND16_KERNELS)
 TARNELL_KERNEL_SET(BlendFloatKernels, blendf::BlendFloatTable, TARNELL_BLENDF_KERNELS)
+TARNELL_KERNEL_SET(ConvertKernels, convert::ConvertTable, TARNELL_CONVERT_KERNELS)
 
 // Every family's kernels; get(slot::X) finds X's in whichever family has it.
-struct Kernels : MemoryKernels, FilterKernels, ResampleKernels, Blend16Kernels, BlendFloatKernels {
+struct Kernels : MemoryKernels, FilterKernels, ResampleKernels, Blend16Kernels, BlendFloatKernels, ConvertKernels {
   using MemoryKernels::get;
   using FilterKernels::get;
   using ResampleKernels::get;
   using Blend16Kernels::get;
   using BlendFloatKernels::get;
+  using ConvertKernels::get;
   using MemoryKernels::take;
   using FilterKernels::take;
   using ResampleKernels::take;
   using Blend16Kernels::take;
   using BlendFloatKernels::take;
+  using ConvertKernels::take;
   // visitor(slotId, routine, level) for every routine of every family.
   template <class Visitor>
   void visit(Visitor&& visitor) const {
@@ -93,6 +97,7 @@ struct Kernels : MemoryKernels, FilterKernels, ResampleKernels, Blend16Kernels, 
     ResampleKernels::visit(visitor);
     Blend16Kernels::visit(visitor);
     BlendFloatKernels::visit(visitor);
+    ConvertKernels::visit(visitor);
   }
 };
 
