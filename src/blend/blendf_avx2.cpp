@@ -179,7 +179,14 @@ TARNELL_INLINE void packedRow(float* d, const float* s, float c, const float* m,
     vector(i, F1{});
     i += 4;
   }
-  for (; i + 8 <= columns; i += 8) vector(i, F2{});
+  for (; i + 16 <= columns; i += 16) {
+    vector(i, F2{});
+    vector(i + 8, F2{});
+  }
+  if (i + 8 <= columns) {
+    vector(i, F2{});
+    i += 8;
+  }
   if (i + 4 <= columns) {
     vector(i, F1{});
     i += 4;

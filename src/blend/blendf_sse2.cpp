@@ -217,15 +217,29 @@ void packedLoop(const PackedPlanes& p, PackedWeight w) {
 constinit const PackedLoops kPackedLoopsSse2 = {&packedLoop<Lighten>, &packedLoop<Darken>, &packedLoop<Add>,
                                                 &packedLoop<Overlay>, &packedLoop<Min>};
 
+// Runs Op's packed loop. Rows that follow one another in every plane the loop
+// reads are one row to it (every sample is computed on its own, so only the
+// steps at the rows' ends are spared).
+template <class Op, const PackedLoops* Loops>
+void packedPlanes(PackedPlanes p, PackedWeight w) {
+  const bool maskRead = w == PackedWeight::mask || w == PackedWeight::opacityMask;
+  if (p.destinationRow == p.columns && (p.source == nullptr || p.sourceRow == p.columns) &&
+      (!maskRead || p.maskRow == p.columns) && int64_t{p.rows} * p.columns <= int64_t{1} << 30) {
+    p.columns *= p.rows;
+    p.rows = 1;
+  }
+  (Loops->*Op::loop)(p, w);
+}
+
 // A loop of its own for one case: packed planes, rows >= 0 apart. Source and
 // mask may be null (no plane).
 template <class Op, const PackedLoops* Loops>
 void ownLoop(const float* source, float* destination, const float* mask, int32_t columns, int32_t rows,
              int32_t sourceStride, int32_t destinationStride, int32_t maskStride, float k, PackedWeight w) {
   if (rows < 1 || columns < 1) return;
-  const PackedPlanes p{destination, source, mask, 0.0f, k, columns, rows, floats(destinationStride),
-                       floats(sourceStride), floats(maskStride)};
-  (Loops->*Op::loop)(p, w);
+  packedPlanes<Op, Loops>({destination, source, mask, 0.0f, k, columns, rows, floats(destinationStride),
+                           floats(sourceStride), floats(maskStride)},
+                          w);
 }
 
 // ---------------------------------------------------------------- records
@@ -263,10 +277,9 @@ void generalLoop(const FloatCompositeRecord& r) {
   float* d = r.destination;
   const float* s = r.source;
   const float* m = r.mask;
-  if (rowsPacked) {
-    const PackedPlanes p{d, s, m, c, k, r.columns, r.rows, dRow, sRow, mRow};
-    return (Loops->*Op::loop)(p, m != nullptr ? PackedWeight::opacityMask : PackedWeight::opacity);
-  }
+  if (rowsPacked)
+    return packedPlanes<Op, Loops>({d, s, m, c, k, r.columns, r.rows, dRow, sRow, mRow},
+                                   m != nullptr ? PackedWeight::opacityMask : PackedWeight::opacity);
   for (int32_t y = 0; y < r.rows; ++y) {
     for (int32_t x = 0; x < r.columns; ++x) {
       float& dv = d[x * dStep];
