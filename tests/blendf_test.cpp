@@ -228,6 +228,73 @@ TEST_P(BlendFloat, Slot275HandsEveryRecordWithSomethingToDoToTheHost) {
   EXPECT_TRUE(g_seen.empty());
 }
 
+// Rows that follow one another in every plane give the same samples as the same
+// rows apart: every loop, every weight, with a source or the constant.
+TEST_P(BlendFloat, RowsThatFollowOneAnotherGiveTheSameSamplesAsRowsApart) {
+  constexpr int32_t kRows = 4, kColumns = 12, kApart = 16;
+  std::vector<float> src(kRows * kApart), msk(kRows * kApart), together(kRows * kApart), apart(kRows * kApart);
+  for (std::size_t i = 0; i < src.size(); ++i) {
+    src[i] = static_cast<float>(i * 7 % 23) / 22.0f;
+    msk[i] = static_cast<float>(i * 5 % 17) / 16.0f;
+  }
+  const auto fill = [](std::vector<float>& d, int32_t stride) {
+    for (int32_t r = 0; r < kRows; ++r)
+      for (int32_t c = 0; c < kColumns; ++c)
+        d[static_cast<std::size_t>(r * stride + c)] = static_cast<float>(r * 13 + c) / 60.0f;
+  };
+  auto run = [&](void (*routine)(const FloatCompositeRecord*), bool withSource, bool withMask, uint8_t opacity) {
+    for (int32_t stride : {kColumns, kApart}) {
+      std::vector<float>& d = stride == kColumns ? together : apart;
+      std::vector<float> s(src.size()), m(msk.size());
+      for (int32_t r = 0; r < kRows; ++r)
+        for (int32_t c = 0; c < kColumns; ++c) {
+          s[static_cast<std::size_t>(r * stride + c)] = src[static_cast<std::size_t>(r * kApart + c)];
+          m[static_cast<std::size_t>(r * stride + c)] = msk[static_cast<std::size_t>(r * kApart + c)];
+        }
+      fill(d, stride);
+      FloatCompositeRecord r{};
+      r.kind = 3;
+      r.columns = kColumns;
+      r.rows = kRows;
+      r.source = withSource ? s.data() : nullptr;
+      r.sourceConstant = 0.375f;
+      r.sourceRowStride = r.destinationRowStride = r.maskRowStride = 4 * stride;
+      r.sourceSampleStep = r.destinationSampleStep = r.maskSampleStep = 4;
+      r.destination = d.data();
+      r.mask = withMask ? m.data() : nullptr;
+      r.opacity = opacity;
+      routine(&r);
+    }
+    for (int32_t r = 0; r < kRows; ++r)
+      for (int32_t c = 0; c < kColumns; ++c)
+        ASSERT_EQ(together[static_cast<std::size_t>(r * kColumns + c)], apart[static_cast<std::size_t>(r * kApart + c)])
+            << "row " << r << " column " << c << " source " << withSource << " mask " << withMask << " opacity "
+            << int{opacity};
+  };
+  for (auto* routine : {&DarkenTowardSourceFloat, &LightenTowardSourceFloat, &AddSourceFloat, &OverlaySourceFloat})
+    for (bool withSource : {true, false})
+      for (bool withMask : {false, true})
+        for (uint8_t opacity : {uint8_t{255}, uint8_t{200}}) {
+          if (withSource && !withMask && opacity == 255 &&
+              (routine == &DarkenTowardSourceFloat || routine == &LightenTowardSourceFloat))
+            continue;  // case 4 of these goes to the live table
+          run(routine, withSource, withMask, opacity);
+        }
+  for (int32_t stride : {kColumns, kApart}) {
+    std::vector<float>& d = stride == kColumns ? together : apart;
+    std::vector<float> s(src.size());
+    for (int32_t r = 0; r < kRows; ++r)
+      for (int32_t c = 0; c < kColumns; ++c)
+        s[static_cast<std::size_t>(r * stride + c)] = src[static_cast<std::size_t>(r * kApart + c)];
+    fill(d, stride);
+    MinSourceFloat(s.data(), d.data(), kColumns, kRows, 4 * stride, 4 * stride);
+  }
+  for (int32_t r = 0; r < kRows; ++r)
+    for (int32_t c = 0; c < kColumns; ++c)
+      ASSERT_EQ(together[static_cast<std::size_t>(r * kColumns + c)], apart[static_cast<std::size_t>(r * kApart + c)])
+          << "minimum, row " << r << " column " << c;
+}
+
 // Rounding up, flush-to-zero, and the invalid-operation flag already set.
 constexpr uint32_t kCallerCsr = 0x1F80 | 0x4000 | 0x8000 | 0x01;
 
