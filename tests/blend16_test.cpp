@@ -207,7 +207,8 @@ TEST_P(Blend16, ScaleMixAndScreenEnds) {
     const RowCall screenWithZero = [zeroFirst](uint16_t* row, uint16_t*, uint16_t* z, int32_t n) {
       Words x(static_cast<std::size_t>(n));
       std::memcpy(x.data(), row, x.size() * 2);
-      g_bodies->ComplementMultiplyInto16(zeroFirst ? z : x.data(), zeroFirst ? x.data() : z, row, 1, n, 0, 0, 0, 1, 1, 1);
+      g_bodies->ComplementMultiplyInto16(zeroFirst ? z : x.data(), zeroFirst ? x.data() : z, row, 1, n, 0, 0, 0, 1, 1,
+                                         1);
     };
     EXPECT_EQ(run(screenWithZero, zero), d);
   }
@@ -228,7 +229,9 @@ TEST_P(Blend16, LaneProductsExactOverWholeOperandRange) {
   for (uint32_t o : others) {
     const Words same(all.size(), static_cast<uint16_t>(o));
     // P(s, d) both ways round: every s against d = o, every d against s = o.
-    const RowCall multiply = [](uint16_t* d, uint16_t* s, uint16_t*, int32_t n) { g_bodies->MultiplySource16(s, d, 1, n, 0, 0); };
+    const RowCall multiply = [](uint16_t* d, uint16_t* s, uint16_t*, int32_t n) {
+      g_bodies->MultiplySource16(s, d, 1, n, 0, 0);
+    };
     const Words bySource = runPaths(multiply, same, all, same, "MultiplySource16");
     const Words byDestination = runPaths(multiply, all, same, same, "MultiplySource16");
     for (uint32_t i = 0; i <= F; ++i) {

@@ -217,7 +217,8 @@ void packedLoop(const PackedPlanes& p, PackedWeight w) {
       case PackedWeight::none:
         return packedRows<Op, PackedWeight::none, true>(p);
       case PackedWeight::opacity:
-        return source ? packedRows<Op, PackedWeight::opacity, true>(p) : packedRows<Op, PackedWeight::opacity, false>(p);
+        return source ? packedRows<Op, PackedWeight::opacity, true>(p)
+                      : packedRows<Op, PackedWeight::opacity, false>(p);
       case PackedWeight::mask:
         return packedRows<Op, PackedWeight::mask, true>(p);
       case PackedWeight::opacityMask:
