@@ -214,7 +214,14 @@ void rescaleRow(Byte* row, int32_t columns) {
       eight(c);
       c += 8;
     }
-    for (; c + 16 <= columns; c += 16) sixteen(c);
+    for (; c + 32 <= columns; c += 32) {  // two steps a turn: the loop's own work is a large share of one
+      sixteen(c);
+      sixteen(c + 16);
+    }
+    if (c + 16 <= columns) {
+      sixteen(c);
+      c += 16;
+    }
     if (c + 8 <= columns) {
       eight(c);
       c += 8;
