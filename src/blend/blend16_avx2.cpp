@@ -11,9 +11,10 @@
 // (see blend16_sse2.cpp), so which step a sample falls in changes nothing. The
 // closing store fences are the routines' own, as in the SSE2 file.
 //
-// Measured here (tarnell-host bench --tier sse2,avx2, 256x256): about 1.3 to 2x
-// on the cached members, and level with the SSE2 body on the streamed ones, whose
-// non-temporal stores hold them at the memory's speed.
+// Measured here (tarnell-host bench --tier sse2,avx2, 256x256, median of three):
+// 1.7 to 2.3x on the members with cached stores and on the ordered combine, 1.3
+// to 1.5x on the streamed complement forms, and level on the streamed multiply,
+// whose non-temporal stores hold it at the memory's speed.
 #include <immintrin.h>
 
 #include <cstddef>
