@@ -227,6 +227,7 @@ void pixmanIn(pixman_image_t* source, Planes& p) {
 }
 
 constexpr uint8_t kScale = 200;  // ScaleByConstant8's constant
+constexpr uint16_t kScale16 = 20000;  // ScaleByConstant16's, on the 32768 scale
 constexpr uint32_t kFill = 0x5A5A5A5Au;
 
 // ScaleByConstant8's constant as a solid pixman alpha.
@@ -253,6 +254,23 @@ void agreeingMask(Planes& p) {
 }
 
 constexpr uint8_t kMaskedFill = 0xA5;  // FillWhereMaskSet8's constant
+
+// A float composite of the source into the destination at full opacity without a
+// mask (the record's case 4): the routine's own loop, d + s for the add.
+void floatComposite(HostRoutine r, Planes& p) {
+  FloatCompositeRecord record{};
+  record.kind = 3;
+  record.columns = p.columns;
+  record.rows = p.rows;
+  record.source = p.s().data<float>();
+  record.sourceRowStride = p.s().stride();
+  record.sourceSampleStep = 4;
+  record.destination = p.d().data<float>();
+  record.destinationRowStride = p.d().stride();
+  record.destinationSampleStep = 4;
+  record.opacity = 255;
+  as<slot::AddSourceFloat>(r)(&record);
+}
 
 // The kernel filters reduce by 4:3, the positions OpenCV's resize takes for that
 // ratio: output i centred on source (i + 0.5) * 4 / 3 - 0.5, so three phases. Four
@@ -446,6 +464,31 @@ const std::vector<Operation>& operations() {
           pixman_image_composite32(PIXMAN_OP_OVER, p.s().image(), nullptr, p.d().image(), 0, 0, 0, 0, 0, 0, p.columns,
                                    p.rows);
         }}}},
+
+      // 'blnd' 16-bit, on the 0..32768 scale: d = (d k + 16384) >> 15 and
+      // (s d + 16384) >> 15, rounding halves up; OpenCV rounds its float product
+      // to nearest even, one apart on some samples.
+      {"scale16", slot::ScaleByConstant16, Sample::None, Sample::U16, 1,
+       [](HostRoutine r, Planes& p) {
+         as<slot::ScaleByConstant16>(r)(p.d().data<uint16_t>(), p.rows, p.columns, p.d().stride(), kScale16);
+       },
+       {{"opencv", [](Planes& p) { p.d().mat().convertTo(p.d().mat(), CV_16U, kScale16 / 32768.0); }}}},
+      {"multiply16", slot::MultiplySource16, Sample::U16, Sample::U16, 1,
+       [](HostRoutine r, Planes& p) {
+         as<slot::MultiplySource16>(r)(p.s().data<uint16_t>(), p.d().data<uint16_t>(), p.rows, p.columns,
+                                       p.s().stride(), p.d().stride());
+       },
+       {{"opencv", [](Planes& p) { cv::multiply(p.s().mat(), p.d().mat(), p.d().mat(), 1.0 / 32768.0); }}}},
+
+      // 'blnd' float: d + s (the add's record at full opacity, no mask) and min(d, s).
+      {"addFloat", slot::AddSourceFloat, Sample::F32, Sample::F32, 1, floatComposite,
+       {{"opencv", [](Planes& p) { cv::add(p.s().mat(), p.d().mat(), p.d().mat()); }}}},
+      {"minFloat", slot::MinSourceFloat, Sample::F32, Sample::F32, 1,
+       [](HostRoutine r, Planes& p) {
+         as<slot::MinSourceFloat>(r)(p.s().data<float>(), p.d().data<float>(), p.columns, p.rows, p.s().stride(),
+                                     p.d().stride());
+       },
+       {{"opencv", [](Planes& p) { cv::min(p.s().mat(), p.d().mat(), p.d().mat()); }}}},
 
       // 'conv': the depth conversions, each against convertTo with the same scale.
       {"convert16To8", slot::convert16To8, Sample::U16, Sample::U8, 1,

@@ -103,7 +103,7 @@ void installBlend(const SuiteWriter<code::blnd>& w, const CpuFeatureFlags& flags
   w.put(slot::LightenTowardSourceThroughMask8);
   w.put(slot::LightenTowardConstantThroughMask8);
   w.put(slot::MultiplySourceThroughMask8);
-  w.put(slot::MultiplySourceThroughMask16, &MultiplySourceThroughMask16);
+  w.put(slot::MultiplySourceThroughMask16);
   w.forward(slot::BlendPlaneRoutine66, &blendForward66);
   w.forward(slot::BlendPlaneRoutine72, &blendForward72);
   w.put(slot::MultiplyInto8);
@@ -111,26 +111,26 @@ void installBlend(const SuiteWriter<code::blnd>& w, const CpuFeatureFlags& flags
   w.forward(slot::BlendPlaneRoutine97, &blendForward97);
   w.put(slot::FillWhereMaskClear8);
   w.put(slot::OrderedCombineInto8);
-  w.put(slot::ScaleByConstant16, &ScaleByConstant16);
-  w.put(slot::MixSourceThroughMask16, &MixSourceThroughMask16);
-  w.put(slot::MultiplySource16, &MultiplySource16);
+  w.put(slot::ScaleByConstant16);
+  w.put(slot::MixSourceThroughMask16);
+  w.put(slot::MultiplySource16);
   w.forward(slot::BlendPlaneRoutine191, &blendForward191);
-  w.put(slot::SubtractCoverage16, &SubtractCoverage16);
+  w.put(slot::SubtractCoverage16);
   w.forward(slot::BlendPlaneRoutine198, &blendForward198);
   w.forward(slot::BlendPlaneRoutine216, &blendForward216);
   w.forward(slot::BlendPlaneRoutine218, &blendForward218);
-  w.put(slot::MultiplyInto16, &MultiplyInto16);
-  w.put(slot::InverseMultiplyInto16, &InverseMultiplyInto16);
-  w.put(slot::ComplementMultiplyInto16, &ComplementMultiplyInto16);
-  w.put(slot::FillWhereMaskClear16, &FillWhereMaskClear16);
-  w.put(slot::OrderedCombineInto16, &OrderedCombineInto16);
+  w.put(slot::MultiplyInto16);
+  w.put(slot::InverseMultiplyInto16);
+  w.put(slot::ComplementMultiplyInto16);
+  w.put(slot::FillWhereMaskClear16);
+  w.put(slot::OrderedCombineInto16);
   w.put(slot::MultiplyWithOpacity8);
-  w.put(slot::DarkenTowardSourceFloat, &blendf::DarkenTowardSourceFloat);
-  w.put(slot::LightenTowardSourceFloat, &blendf::LightenTowardSourceFloat);
-  w.put(slot::OverlaySourceFloat, &blendf::OverlaySourceFloat);
+  w.put(slot::DarkenTowardSourceFloat);
+  w.put(slot::LightenTowardSourceFloat);
+  w.put(slot::OverlaySourceFloat);
   w.put(slot::FloatCompositeRecord275, &blendf::FloatCompositeRecord275);
-  w.put(slot::AddSourceFloat, &blendf::AddSourceFloat);
-  w.put(slot::MinSourceFloat, &blendf::MinSourceFloat);
+  w.put(slot::AddSourceFloat);
+  w.put(slot::MinSourceFloat);
 }
 
 int32_t InstallBlendRoutines(HostInfo* /*hostInfo*/) {

@@ -24,6 +24,7 @@ void take(Kernels& kernels, Level level) {
 
 constexpr TierTable kTiers[] = {
     {Level::plain, &take<blend8::g_blend8Tables>},
+    {Level::plain, &take<convert::g_convertPlain>},
     {Level::sse2, &take<memory::g_memorySse2>},
     {Level::sse2, &take<blend8::g_blend8Sse2>},
     {Level::sse2, &take<blend8::g_overlay8Sse2>},
@@ -33,6 +34,9 @@ constexpr TierTable kTiers[] = {
     {Level::sse2, &take<selection::g_propagateSse2>},
     {Level::sse2, &take<selection::g_classifySse2>},
     {Level::sse2, &take<selection::g_spreadMarkSse2>},
+    {Level::sse2, &take<blend16::g_blend16Sse2>},
+    {Level::sse2, &take<blendf::g_blendFloatSse2>},
+    {Level::sse2, &take<convert::g_convertSse2>},
     {Level::ssse3, &take<memory::g_memorySsse3>},
     {Level::sse41, &take<memory::g_memorySse41>},
     {Level::sse41, &take<filter::g_angularRemapSse41>},
@@ -48,6 +52,9 @@ constexpr TierTable kTiers[] = {
     {Level::avx2, &take<selection::g_propagateAvx2>},
     {Level::avx2, &take<selection::g_classifyAvx2>},
     {Level::avx2, &take<selection::g_spreadMarkAvx2>},
+    {Level::avx2, &take<blend16::g_blend16Avx2>},
+    {Level::avx2, &take<blendf::g_blendFloatAvx2>},
+    {Level::avx2, &take<convert::g_convertAvx2>},
 };
 
 }  // namespace
