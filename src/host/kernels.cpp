@@ -23,8 +23,10 @@ void take(Kernels& kernels, Level level) {
 }
 
 constexpr TierTable kTiers[] = {
+    {Level::plain, &take<resample::g_resampleSse>},
     {Level::sse2, &take<filter::g_weightedSumSse2>},
     {Level::sse2, &take<filter::g_boxMeanSse2>},
+    {Level::sse2, &take<resample::g_resampleSse2>},
     {Level::ssse3, &take<memory::g_memorySsse3>},
     {Level::sse41, &take<memory::g_memorySse41>},
     {Level::sse41, &take<filter::g_angularRemapSse41>},

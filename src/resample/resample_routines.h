@@ -34,9 +34,26 @@ constexpr int32_t kBoxReduceMaxWidth = 1500;
 // The float kernel filters scale the 1.14 sum by this (1/16384 as a float).
 constexpr float kWeightScale = 6.1035156e-5f;
 
-// The body only a wider tier has: slot 26's, SSE4.1.
-#define TARNELL_RESAMPLE_KERNELS(X) X(FilterRowsFloat)
+// ----------------------------------------------------------- kernel tables
+// The slots with bodies at several levels, by slot name (see host/kernels.h).
+// The SSE step's four slots are written on processors that report SSE alone too,
+// so their baseline bodies are listed at the plain tier as well (every x86-64
+// processor has SSE2: that tier only serves injected flag sets); the SSE2 step's
+// slot 5 and 6 routines are the SSE2 step's own. The wider tiers overwrite
+// what they have bodies of.
+#define TARNELL_RESAMPLE_KERNELS(X) \
+  X(BoxAverageRows8)                \
+  X(FilterRowsSse2_8)               \
+  X(FilterColumnsSse2_8)            \
+  X(FilterRows16)                   \
+  X(RemapAxis8)                     \
+  X(RemapPlane8)                    \
+  X(BoxReduce8)                     \
+  X(FilterRowsFloat)                \
+  X(FilterColumnsFloat)
 TARNELL_KERNEL_TABLE(ResampleTable, TARNELL_RESAMPLE_KERNELS)
-extern constinit const ResampleTable g_resampleSse41;  // filter_rows_float_sse41.cpp
+
+extern constinit const ResampleTable g_resampleSse, g_resampleSse2;  // install_resample.cpp
+extern constinit const ResampleTable g_resampleSse41;                // filter_rows_float_sse41.cpp
 
 }  // namespace tarnell::resample
