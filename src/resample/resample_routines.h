@@ -55,5 +55,6 @@ TARNELL_KERNEL_TABLE(ResampleTable, TARNELL_RESAMPLE_KERNELS)
 
 extern constinit const ResampleTable g_resampleSse, g_resampleSse2;  // install_resample.cpp
 extern constinit const ResampleTable g_resampleSse41;                // filter_rows_float_sse41.cpp
+extern constinit const ResampleTable g_remapAvx2;                    // remap8_avx2.cpp
 
 }  // namespace tarnell::resample
