@@ -31,6 +31,21 @@ SlotTypeOf<slot::RemapPlane8> RemapPlane8;  // remap8_sse2.cpp
 // Widest output row BoxReduce8 sums itself; wider rows go to the host's routine.
 constexpr int32_t kBoxReduceMaxWidth = 1500;
 
+// BoxReduce8's row kernels; its per-call part (the hand-over of wider rows, the
+// shapes, the fold of a pixels) is baseline code around a level's kernels.
+struct BoxReduceRows {
+  // Whole pixels of 1, 2 or 4 samples reduced by a = 2 ([0]) or 4 ([1]) over b rows,
+  // a row of width outputs (at least `least`), all in registers.
+  using Pairs = void(const uint8_t* top, intptr_t stride, int32_t b, int32_t width, uint32_t area, uint8_t* d);
+  Pairs* pairs[2][5];
+  int32_t least;
+  // The b rows summed into one 16-bit lane per byte of the span.
+  void (*sumRows)(const uint8_t* top, intptr_t stride, int32_t b, int32_t span, uint16_t* sums);
+  // d[x] = (block[x] + area / 2) / area; block has 32 lanes of slack.
+  void (*divideRow)(const uint16_t* block, int32_t width, uint32_t area, uint8_t* d);
+};
+extern constinit const BoxReduceRows g_boxReduceRowsAvx2;  // box_reduce8_avx2.cpp
+
 // The float kernel filters scale the 1.14 sum by this (1/16384 as a float).
 constexpr float kWeightScale = 6.1035156e-5f;
 
@@ -56,5 +71,6 @@ TARNELL_KERNEL_TABLE(ResampleTable, TARNELL_RESAMPLE_KERNELS)
 extern constinit const ResampleTable g_resampleSse, g_resampleSse2;  // install_resample.cpp
 extern constinit const ResampleTable g_resampleSse41;                // filter_rows_float_sse41.cpp
 extern constinit const ResampleTable g_remapAvx2;                    // remap8_avx2.cpp
+extern constinit const ResampleTable g_boxReduceAvx2;                // box_reduce8_sse2.cpp
 
 }  // namespace tarnell::resample
