@@ -37,6 +37,7 @@ constexpr TierTable kTiers[] = {
     {Level::avx2, &take<filter::g_angularRemapAvx2>},
     {Level::avx2, &take<resample::g_remapAvx2>},
     {Level::avx2, &take<resample::g_boxReduceAvx2>},
+    {Level::avx2, &take<resample::g_boxAverageRowsAvx2>},
 };
 
 }  // namespace

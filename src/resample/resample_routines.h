@@ -72,5 +72,6 @@ extern constinit const ResampleTable g_resampleSse, g_resampleSse2;  // install_
 extern constinit const ResampleTable g_resampleSse41;                // filter_rows_float_sse41.cpp
 extern constinit const ResampleTable g_remapAvx2;                    // remap8_avx2.cpp
 extern constinit const ResampleTable g_boxReduceAvx2;                // box_reduce8_sse2.cpp
+extern constinit const ResampleTable g_boxAverageRowsAvx2;           // box_average_rows8_avx2.cpp
 
 }  // namespace tarnell::resample
