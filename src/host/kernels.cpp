@@ -38,6 +38,7 @@ constexpr TierTable kTiers[] = {
     {Level::avx2, &take<resample::g_remapAvx2>},
     {Level::avx2, &take<resample::g_boxReduceAvx2>},
     {Level::avx2, &take<resample::g_boxAverageRowsAvx2>},
+    {Level::avx2, &take<resample::g_filterFloatAvx2>},
 };
 
 }  // namespace
