@@ -39,6 +39,7 @@ constexpr TierTable kTiers[] = {
     {Level::avx2, &take<resample::g_boxReduceAvx2>},
     {Level::avx2, &take<resample::g_boxAverageRowsAvx2>},
     {Level::avx2, &take<resample::g_filterFloatAvx2>},
+    {Level::avx2, &take<resample::g_kernelFiltersAvx2>},
 };
 
 }  // namespace

@@ -74,5 +74,6 @@ extern constinit const ResampleTable g_remapAvx2;                    // remap8_a
 extern constinit const ResampleTable g_boxReduceAvx2;                // box_reduce8_sse2.cpp
 extern constinit const ResampleTable g_boxAverageRowsAvx2;           // box_average_rows8_avx2.cpp
 extern constinit const ResampleTable g_filterFloatAvx2;              // filter_float_avx2.cpp
+extern constinit const ResampleTable g_kernelFiltersAvx2;            // kernel_filters_avx2.cpp
 
 }  // namespace tarnell::resample
