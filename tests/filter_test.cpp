@@ -267,16 +267,19 @@ TEST_F(Filters, BoxMeanFullRangeSamplesOnEveryBody) {
   }
 }
 
-// The one-multiplication quotient the AVX2 kernel takes for radii up to 63: equal
-// to floor(n / d) at both ends of every quotient's range of sums (it grows with
-// n, so that covers every sum up to the largest box sum plus half); none past
-// the radius where the sums leave 32 bits.
+// The one-multiplication quotient the AVX2 kernel takes wherever there is one
+// (every radius up to 63): equal to floor(n / d) at both ends of every quotient's
+// range of sums (it grows with n, so that covers every sum up to the largest box
+// sum plus half).
 TEST(BoxMeanDivisor, BoundedQuotientsAreExactOverEveryBoxSum) {
   for (uint32_t radius = 1; radius <= 127; ++radius) {
     const uint32_t d = (2 * radius + 1) * (2 * radius + 1);
     const uint64_t largest = uint64_t{65535} * d + d / 2;
     const BoundedDivisor v = boundedDivisor(d, largest);
-    if (radius > 63) continue;  // may or may not have one; the kernel does not rely on it
+    if (v.k == 0) {  // none: the invariant-divisor form serves (past radius 63 only)
+      EXPECT_GT(radius, 63u);
+      continue;
+    }
     ASSERT_GE(v.k, 32) << radius;
     for (uint64_t q = 0; q * d <= largest; ++q) {
       const auto low = static_cast<uint32_t>(q * d), high = static_cast<uint32_t>(std::min(q * d + d - 1, largest));
