@@ -76,7 +76,8 @@ void boxAverageRows8(const uint8_t* source, uint8_t* destination, int32_t rows, 
       const __m256i rl = _mm256_set1_epi16(static_cast<int16_t>(recip & 0xFFFF));
       auto run = [&](auto average) {
         for (; x + 32 <= width; x += 32)
-          _mm256_storeu_si256(reinterpret_cast<__m256i*>(destination + x), average(source + x, sourceStride, n, rh, rl));
+          _mm256_storeu_si256(reinterpret_cast<__m256i*>(destination + x),
+                              average(source + x, sourceStride, n, rh, rl));
       };
       switch (n) {
         case 1: run(&average32<1>); break;
@@ -86,8 +87,9 @@ void boxAverageRows8(const uint8_t* source, uint8_t* destination, int32_t rows, 
         default: run(&average32<0>); break;
       }
       if (x + 16 <= width) {
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(destination + x),
-                         average16(source + x, sourceStride, n, _mm256_castsi256_si128(rh), _mm256_castsi256_si128(rl)));
+        _mm_storeu_si128(
+            reinterpret_cast<__m128i*>(destination + x),
+            average16(source + x, sourceStride, n, _mm256_castsi256_si128(rh), _mm256_castsi256_si128(rl)));
         x += 16;
       }
     }

@@ -84,7 +84,8 @@ void pairsRow(const uint8_t* top, intptr_t stride, int32_t b, int32_t width, uin
     for (__m256i& v : s) v = _mm256_setzero_si256();
     const uint8_t* p = top + intptr_t{A} * x;
     for (int32_t dy = 0; dy < b; ++dy, p += stride)
-      for (std::size_t k = 0; k < static_cast<std::size_t>(A); ++k) s[k] = _mm256_add_epi16(s[k], pairSums<Spp, A>(p + 32 * k));
+      for (std::size_t k = 0; k < static_cast<std::size_t>(A); ++k)
+        s[k] = _mm256_add_epi16(s[k], pairSums<Spp, A>(p + 32 * k));
     __m256i bytes;
     if constexpr (A == 2) {
       // s[0]: outputs 0..7 | 8..15, s[1]: 16..23 | 24..31; the in-lane pack gives

@@ -30,9 +30,7 @@
 namespace tarnell::resample {
 namespace {
 
-inline __m256i both(__m128i low, __m128i high) {
-  return _mm256_inserti128_si256(_mm256_castsi128_si256(low), high, 1);
-}
+inline __m256i both(__m128i low, __m128i high) { return _mm256_inserti128_si256(_mm256_castsi128_si256(low), high, 1); }
 
 // Lanes 0..3 of each half: the sums of four outputs from the halves' registers
 // (sum4 per 128-bit half).
@@ -77,9 +75,12 @@ struct Packed8 {
         acc[j] = _mm256_madd_epi16(_mm256_xor_si256(reg, _mm256_set1_epi16(-32768)), even[j]);
     }
     __m256i sum;
-    if constexpr (G::kRegisters == 1) sum = acc[0];
-    else if constexpr (G::kRegisters == 2) sum = _mm256_add_epi32(acc[0], acc[1]);
-    else sum = sum4(acc[0], acc[1], acc[2], acc[3]);
+    if constexpr (G::kRegisters == 1)
+      sum = acc[0];
+    else if constexpr (G::kRegisters == 2)
+      sum = _mm256_add_epi32(acc[0], acc[1]);
+    else
+      sum = sum4(acc[0], acc[1], acc[2], acc[3]);
     return _mm256_srai_epi32(_mm256_add_epi32(sum, bias), 14);
   }
 };
@@ -90,8 +91,8 @@ inline void store16(uint8_t* d, __m256i p, __m256i q) {
   // Words 0..3 8..11 | 4..7 12..15, then bytes; dwords 0 4 1 5 put them in order.
   const __m256i words = _mm256_packs_epi32(p, q);
   const __m256i bytes = _mm256_packus_epi16(words, words);
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(d),
-                   _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(bytes, _mm256_setr_epi32(0, 4, 1, 5, 0, 4, 1, 5))));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(
+                                                      bytes, _mm256_setr_epi32(0, 4, 1, 5, 0, 4, 1, 5))));
 }
 inline void store16(uint16_t* d, __m256i p, __m256i q) {
   // Clamp to 0..32768 through the signed range (WordSamples::pack), then order.

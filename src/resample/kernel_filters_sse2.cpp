@@ -10,11 +10,11 @@ namespace tarnell::resample {
 // ---------------------------------------------------------------- slot 5
 // FilterRowsSse2_8: the 8-bit horizontal kernel filter, four outputs per vector
 // step, with loops of their own for 2, 4, 6, 8, 10 and 16 taps.
-void FilterRowsSse2_8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t width,
-                      const int32_t* indices, const uint8_t* phases, int32_t sourceStride, int32_t destinationStride,
-                      int16_t taps, const int16_t* weights) {
-  filterRows<ByteSamples, Sse2Rows>(source, destination, rows, width, indices, phases, sourceStride, destinationStride, taps,
-                          weights);
+void FilterRowsSse2_8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t width, const int32_t* indices,
+                      const uint8_t* phases, int32_t sourceStride, int32_t destinationStride, int16_t taps,
+                      const int16_t* weights) {
+  filterRows<ByteSamples, Sse2Rows>(source, destination, rows, width, indices, phases, sourceStride, destinationStride,
+                                    taps, weights);
 }
 
 // --------------------------------------------------------------- slot 13
@@ -24,8 +24,8 @@ void FilterRowsSse2_8(const uint8_t* source, uint8_t* destination, int32_t rows,
 void FilterRows16(const uint16_t* source, uint16_t* destination, int32_t rows, int32_t width, const int32_t* indices,
                   const uint8_t* phases, int32_t sourceStride, int32_t destinationStride, int16_t taps,
                   const int16_t* weights) {
-  filterRows<WordSamples, Sse2Rows>(source, destination, rows, width, indices, phases, sourceStride / 2, destinationStride / 2,
-                          taps, weights);
+  filterRows<WordSamples, Sse2Rows>(source, destination, rows, width, indices, phases, sourceStride / 2,
+                                    destinationStride / 2, taps, weights);
 }
 
 // ---------------------------------------------------------------- slot 6
@@ -35,8 +35,8 @@ void FilterRows16(const uint16_t* source, uint16_t* destination, int32_t rows, i
 // step, then four, then one. 0 or 1 tap copies source row indices[r] + 1 through
 // the live 'memo' slot 0.
 void FilterColumnsSse2_8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t width,
-                         const int32_t* indices, const uint8_t* phases, int32_t sourceStride,
-                         int32_t destinationStride, int16_t taps, const int16_t* weights) {
+                         const int32_t* indices, const uint8_t* phases, int32_t sourceStride, int32_t destinationStride,
+                         int16_t taps, const int16_t* weights) {
   eachColumnRow(source, destination, rows, width, indices, phases, sourceStride, destinationStride, taps, weights,
                 copyRow, [&](const uint8_t* row0, const int16_t* w, uint8_t* d) {
                   columnRowFor<NoWideColumns>(row0, sourceStride, w, taps, d, width);

@@ -85,8 +85,9 @@ struct Avx2Groups {
     __m256i outside = _mm256_cmpgt_epi32(_mm256_xor_si256(cx, sign),
                                          _mm256_set1_epi32(static_cast<int32_t>((run.limitX - 1) ^ 0x80000000u)));
     if constexpr (TwoAxes)
-      outside = _mm256_or_si256(outside, _mm256_cmpgt_epi32(_mm256_xor_si256(cy, sign),
-                                                            _mm256_set1_epi32(static_cast<int32_t>((run.limitY - 1) ^ 0x80000000u))));
+      outside = _mm256_or_si256(
+          outside, _mm256_cmpgt_epi32(_mm256_xor_si256(cy, sign),
+                                      _mm256_set1_epi32(static_cast<int32_t>((run.limitY - 1) ^ 0x80000000u))));
     if (!_mm256_testz_si256(outside, outside)) return false;
     // Source offsets ix ps + iy rs from one multiply-add (indices and strides fit 16 bits).
     __m256i ij = _mm256_srli_epi32(cx, 16);
@@ -141,8 +142,10 @@ struct Avx2Groups {
     if constexpr (TwoAxes) {
       const __m128i b = gatherWords(run.source + run.rs, offset, lanes);
       // Samples then samples across: row j's in the low half, row j + 1's in the high.
-      const __m256i above = _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_and_si128(t, low)), _mm_srli_epi16(t, 8), 1);
-      const __m256i below = _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_and_si128(b, low)), _mm_srli_epi16(b, 8), 1);
+      const __m256i above =
+          _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_and_si128(t, low)), _mm_srli_epi16(t, 8), 1);
+      const __m256i below =
+          _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_and_si128(b, low)), _mm_srli_epi16(b, 8), 1);
       const __m128i fy = fractions8(cy);
       const __m256i f = _mm256_broadcastsi128_si256(fy);
       const __m256i v = lerp16(above, below, f, _mm256_sub_epi16(_mm256_set1_epi16(255), f));
@@ -161,17 +164,17 @@ struct Avx2Groups {
 };
 
 void remapAxis8Avx2(const uint32_t* coordinates, const uint8_t* source, uint8_t* destination, int32_t rows,
-                int32_t pixels, int32_t samplesPerPixel, int32_t sourceAdvance, int32_t sourceRowStride,
-                int32_t destinationAdvance, int32_t destinationPixelStride, int32_t first, int32_t end,
-                int16_t interpolate) {
+                    int32_t pixels, int32_t samplesPerPixel, int32_t sourceAdvance, int32_t sourceRowStride,
+                    int32_t destinationAdvance, int32_t destinationPixelStride, int32_t first, int32_t end,
+                    int16_t interpolate) {
   remapAxis8<Avx2Groups>(coordinates, source, destination, rows, pixels, samplesPerPixel, sourceAdvance,
                          sourceRowStride, destinationAdvance, destinationPixelStride, first, end, interpolate);
 }
 
 void remapPlane8Avx2(const uint32_t* coordinates, const uint8_t* source, uint8_t* destination, int32_t rows,
-                 int32_t pixels, int32_t samplesPerPixel, int32_t sourcePixelStride, int32_t sourceRowStride,
-                 int32_t destinationAdvance, int32_t destinationPixelStride, int32_t firstX, int32_t endX,
-                 int32_t firstY, int32_t endY, int16_t interpolate) {
+                     int32_t pixels, int32_t samplesPerPixel, int32_t sourcePixelStride, int32_t sourceRowStride,
+                     int32_t destinationAdvance, int32_t destinationPixelStride, int32_t firstX, int32_t endX,
+                     int32_t firstY, int32_t endY, int16_t interpolate) {
   remapPlane8<Avx2Groups>(coordinates, source, destination, rows, pixels, samplesPerPixel, sourcePixelStride,
                           sourceRowStride, destinationAdvance, destinationPixelStride, firstX, endX, firstY, endY,
                           interpolate);

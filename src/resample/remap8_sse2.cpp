@@ -6,16 +6,15 @@
 
 namespace tarnell::resample {
 
-void RemapAxis8(const uint32_t* coordinates, const uint8_t* source, uint8_t* destination, int32_t rows,
-                int32_t pixels, int32_t samplesPerPixel, int32_t sourceAdvance, int32_t sourceRowStride,
-                int32_t destinationAdvance, int32_t destinationPixelStride, int32_t first, int32_t end,
-                int16_t interpolate) {
+void RemapAxis8(const uint32_t* coordinates, const uint8_t* source, uint8_t* destination, int32_t rows, int32_t pixels,
+                int32_t samplesPerPixel, int32_t sourceAdvance, int32_t sourceRowStride, int32_t destinationAdvance,
+                int32_t destinationPixelStride, int32_t first, int32_t end, int16_t interpolate) {
   remapAxis8<Sse2Groups>(coordinates, source, destination, rows, pixels, samplesPerPixel, sourceAdvance,
                          sourceRowStride, destinationAdvance, destinationPixelStride, first, end, interpolate);
 }
 
-void RemapPlane8(const uint32_t* coordinates, const uint8_t* source, uint8_t* destination, int32_t rows,
-                 int32_t pixels, int32_t samplesPerPixel, int32_t sourcePixelStride, int32_t sourceRowStride,
+void RemapPlane8(const uint32_t* coordinates, const uint8_t* source, uint8_t* destination, int32_t rows, int32_t pixels,
+                 int32_t samplesPerPixel, int32_t sourcePixelStride, int32_t sourceRowStride,
                  int32_t destinationAdvance, int32_t destinationPixelStride, int32_t firstX, int32_t endX,
                  int32_t firstY, int32_t endY, int16_t interpolate) {
   remapPlane8<Sse2Groups>(coordinates, source, destination, rows, pixels, samplesPerPixel, sourcePixelStride,
