@@ -1,17 +1,17 @@
 // The 8-bit remaps (slots 18, 19), AVX2: the body of remap8_body.h, compiled for
-// AVX2, with group kernels of its own for the two paths a warp spends its time
-// in. Eight interior four-sample pixels go four to a 256-bit register (the SSE2
-// kernel takes two to a 128-bit one), so each interpolation step serves four
-// pixels; eight interior one-sample pixels interpolate down in one 256-bit step
-// (both halves of each pair at once) and across in one 128-bit step. Every lane
-// computes floor(((255 - f) a + f b + 127) / 255), the table's entry added to a,
-// exactly as the SSE2 kernels do, from the same bytes (loads stay inside the
-// pixels and the pixel across, as there). Everything stays in this file; the
-// table at the end is the one way in.
+// AVX2, with a group kernel of its own where a warp spends its time: eight
+// interior four-sample pixels go four to a 256-bit register (the SSE2 kernel
+// takes two to a 128-bit one), so each interpolation step serves four pixels.
+// Every lane computes floor(((255 - f) a + f b + 127) / 255), the table's entry
+// added to a, exactly as the SSE2 kernels do, from the same bytes (loads stay
+// inside the pixels and the pixel across, as there). One-sample pixels keep the
+// SSE2 kernel (a 256-bit step for their two rows measured slower: the scalar
+// loads of the pairs bound them). Everything stays in this file; the table at the
+// end is the one way in.
 //
 // Measured (tarnell-host bench --tier sse2,avx2, 256x256, four-sample pixels):
 // RemapPlane8 bilinear 1.7 times the SSE2 body, RemapAxis8 interpolating 1.45
-// times; one-sample pixels about the same (their scalar gathers dominate).
+// times; one-sample pixels within 2 % of it.
 #include <immintrin.h>
 
 #include <cstddef>
@@ -128,38 +128,11 @@ struct Avx2Groups {
     return true;
   }
 
-  // Eight interior one-sample pixels side by side in the source (as lerpInterior8):
-  // each pixel's pair across is one 16-bit load; the row below interpolates with
-  // the row above in one step over both samples of every pair.
+  // Eight interior one-sample pixels: the SSE2 kernel, built for AVX2 (its scalar
+  // loads of the pairs bound it; a 256-bit step for the two rows measured slower).
   template <bool TwoAxes>
   static bool interior1(const __m128i cx[2], const __m128i cy[2], const RemapRun& run, uint8_t* d) {
-    alignas(16) int32_t offset[8];
-    if (!interiorOffsets8<TwoAxes>(cx, cy, run, offset)) return false;
-    const auto lanes = std::make_integer_sequence<int, 8>{};
-    const __m128i low = _mm_set1_epi16(0xFF), full = _mm_set1_epi16(255);
-    const __m128i t = gatherWords(run.source, offset, lanes);
-    __m128i p, q;
-    if constexpr (TwoAxes) {
-      const __m128i b = gatherWords(run.source + run.rs, offset, lanes);
-      // Samples then samples across: row j's in the low half, row j + 1's in the high.
-      const __m256i above =
-          _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_and_si128(t, low)), _mm_srli_epi16(t, 8), 1);
-      const __m256i below =
-          _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_and_si128(b, low)), _mm_srli_epi16(b, 8), 1);
-      const __m128i fy = fractions8(cy);
-      const __m256i f = _mm256_broadcastsi128_si256(fy);
-      const __m256i v = lerp16(above, below, f, _mm256_sub_epi16(_mm256_set1_epi16(255), f));
-      p = _mm256_castsi256_si128(v);
-      q = _mm256_extracti128_si256(v, 1);
-    } else {
-      p = _mm_and_si128(t, low);
-      q = _mm_srli_epi16(t, 8);
-    }
-    const __m128i fx = fractions8(cx);
-    const __m128i o = lerp8(p, q, fx, _mm_sub_epi16(full, fx));
-    const uint64_t out[1] = {static_cast<uint64_t>(_mm_cvtsi128_si64(_mm_packus_epi16(o, o)))};
-    storePixels8<1>(out, 0, d, run.dps);
-    return true;
+    return lerpInterior8<TwoAxes>(cx, cy, run, d);
   }
 };
 

@@ -627,14 +627,18 @@ void remapPlane8(const uint32_t* coordinates, const uint8_t* source, uint8_t* de
                 fy != 0 ? run.rs : 0, fx, fy, d);
     };
     visitRuns<2>(coordinates, destination, rows, pixels, 4, dps, destinationAdvance, true,
-                 [&](int32_t, const uint32_t* c, uint8_t* d, int32_t count) { lerpRow4<W, true>(c, run, d, count, pixel); });
+                 [&](int32_t, const uint32_t* c, uint8_t* d, int32_t count) {
+                   const RemapRun here = run;  // a copy the loop can keep in registers
+                   lerpRow4<W, true>(c, here, d, count, pixel);
+                 });
     return;
   }
   // One to four samples: groups of eight pixels, the rest of each run below.
   const bool groups = samplesPerPixel >= 1 && samplesPerPixel <= 4;
   visitRuns<2>(coordinates, destination, rows, pixels, samplesPerPixel, dps, destinationAdvance, samplesPerPixel >= 2,
                [&](int32_t, const uint32_t* c, uint8_t* d, int32_t count) {
-    const int32_t done = groups ? remapRow8<W, true>(c, run, lerpOn, d, count, samplesPerPixel) : 0;
+    const RemapRun here = run;  // a copy the loop can keep in registers
+    const int32_t done = groups ? remapRow8<W, true>(c, here, lerpOn, d, count, samplesPerPixel) : 0;
     c += 2 * done;
     d += intptr_t{done} * dps;
     for (int32_t p = done; p < count; ++p, d += dps, c += 2) {
