@@ -180,6 +180,8 @@ struct Planes {
   // A third n x n plane beside the source and destination (a mask, a second
   // operand), built by the shape's prepare().
   std::unique_ptr<Plane> third;
+  // Row averages: the count of source rows of each output row.
+  std::vector<int32_t> counts;
 };
 
 // ------------------------------------------------------------- operations
@@ -408,6 +410,42 @@ void cvBoundingRect(Planes& p) {
   for (int k = 0; k < 4; ++k) p.d().data<uint16_t>()[k] = static_cast<uint16_t>(bounds[k]);
 }
 
+// Box reduction by a whole factor in both directions, one-sample pixels. The
+// module's routine takes rows of up to 1500 output samples (wider rows go to the
+// host's own routine), so a host with wider rows calls it on pieces of them: here
+// one output row at a time in column strips of at most 1500, so that the source
+// rows are still read from end to end. OpenCV's resize with INTER_AREA takes its
+// whole-factor path (the rounded mean of each block) on the Factor n x Factor n
+// corner that the destination covers.
+template <int Factor>
+void boxReduce(HostRoutine r, Planes& p) {
+  constexpr int32_t kStrip = 1500;
+  const int32_t band = p.columns <= kStrip ? p.rows : 1;
+  for (int32_t y = 0; y < p.rows; y += band)
+    for (int32_t x = 0; x < p.columns; x += kStrip)
+      as<slot::BoxReduce8>(r)(p.s().data() + static_cast<std::ptrdiff_t>(y) * Factor * p.s().stride() + x * Factor,
+                              p.d().data() + static_cast<std::ptrdiff_t>(y) * p.d().stride() + x,
+                              std::min(band, p.rows - y), std::min(kStrip, p.columns - x), p.s().stride(),
+                              p.d().stride(), 1, Factor, Factor);
+}
+template <int Factor>
+void areaResize(Planes& p) {
+  cv::resize(p.s().mat()(cv::Rect(0, 0, p.columns * Factor, p.rows * Factor)), p.d().mat(), p.d().mat().size(), 0, 0,
+             cv::INTER_AREA);
+}
+
+// Rows averaged in pairs (a count of 2 for every output row): resize to half the
+// rows with INTER_AREA. The module's mean of two takes halves up, OpenCV's rounds
+// them to even, so some outputs differ by 1.
+void boxAverageRows(HostRoutine r, Planes& p) {
+  as<slot::BoxAverageRows8>(r)(p.s().data(), p.d().data(), p.rows, p.columns, p.counts.data(), p.s().stride(),
+                               p.d().stride());
+}
+void pairCounts(Planes& p) { p.counts.assign(static_cast<std::size_t>(p.rows), 2); }
+void areaResize2Rows(Planes& p) {
+  cv::resize(p.s().mat(), p.d().mat(), p.d().mat().size(), 0, 0, cv::INTER_AREA);
+}
+
 const std::vector<Operation>& operations() {
   static const std::vector<Operation> list = {
       // 'blnd' 8-bit: d = d * s / 255 rounded; d = max, min(d, s); d = d * k / 255.
@@ -594,6 +632,15 @@ const std::vector<Operation>& operations() {
        {.channels = 1, .prepare = remapCoordinates}},
       {"remapPlane8_4ch", slot::RemapPlane8, Sample::U8, Sample::U8, 1, remapPlane, {{"opencv", remap}},
        {.channels = 4, .prepare = remapCoordinates}},
+
+      // 'rsmp' slots 24 and 3: box reductions by whole factors, against resize with
+      // INTER_AREA.
+      {"boxReduce8_2x2", slot::BoxReduce8, Sample::U8, Sample::U8, 1, boxReduce<2>, {{"opencv", areaResize<2>}},
+       {.rows = {1, 2}, .columns = {1, 2}}},
+      {"boxReduce8_3x3", slot::BoxReduce8, Sample::U8, Sample::U8, 1, boxReduce<3>, {{"opencv", areaResize<3>}},
+       {.rows = {1, 3}, .columns = {1, 3}}},
+      {"boxAverageRows8_2", slot::BoxAverageRows8, Sample::U8, Sample::U8, 1, boxAverageRows,
+       {{"opencv", areaResize2Rows}}, {.rows = {1, 2}, .prepare = pairCounts}},
   };
   return list;
 }

@@ -25,6 +25,7 @@ void take(Kernels& kernels, Level level) {
 constexpr TierTable kTiers[] = {
     {Level::plain, &take<blend8::g_blend8Tables>},
     {Level::plain, &take<convert::g_convertPlain>},
+    {Level::plain, &take<resample::g_resampleSse>},
     {Level::sse2, &take<memory::g_memorySse2>},
     {Level::sse2, &take<blend8::g_blend8Sse2>},
     {Level::sse2, &take<blend8::g_overlay8Sse2>},
@@ -37,6 +38,7 @@ constexpr TierTable kTiers[] = {
     {Level::sse2, &take<blend16::g_blend16Sse2>},
     {Level::sse2, &take<blendf::g_blendFloatSse2>},
     {Level::sse2, &take<convert::g_convertSse2>},
+    {Level::sse2, &take<resample::g_resampleSse2>},
     {Level::ssse3, &take<memory::g_memorySsse3>},
     {Level::sse41, &take<memory::g_memorySse41>},
     {Level::sse41, &take<filter::g_angularRemapSse41>},
@@ -55,6 +57,11 @@ constexpr TierTable kTiers[] = {
     {Level::avx2, &take<blend16::g_blend16Avx2>},
     {Level::avx2, &take<blendf::g_blendFloatAvx2>},
     {Level::avx2, &take<convert::g_convertAvx2>},
+    {Level::avx2, &take<resample::g_remapAvx2>},
+    {Level::avx2, &take<resample::g_boxReduceAvx2>},
+    {Level::avx2, &take<resample::g_boxAverageRowsAvx2>},
+    {Level::avx2, &take<resample::g_filterFloatAvx2>},
+    {Level::avx2, &take<resample::g_kernelFiltersAvx2>},
 };
 
 }  // namespace
