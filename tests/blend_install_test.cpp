@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <vector>
 
-#include "blend/blend16.h"
 #include "blend/blend8.h"
 #include "host/install.h"
+#include "host/kernels.h"
 #include "host/module_state.h"
 #include "tests/install_recorder.h"
 #include "verify/forwarded.h"
@@ -122,15 +122,21 @@ TEST(BlendInstall, StartupWrapperWritesTheLiveTable) {
   std::vector<HostRoutine> live(kSuites[kBlnd].slotCount, nullptr);
   HostRoutine* savedLive = g_liveTables[kBlnd];
   const CpuFeatureFlags savedFlags = g_cpuFeatureFlags;
+  const Kernels savedKernels = g_kernels;
   g_liveTables[kBlnd] = live.data();
   g_cpuFeatureFlags = flagsWith(true, true, true);
+  g_kernels = resolveKernels(g_cpuFeatureFlags);
   EXPECT_EQ(InstallBlendRoutines(nullptr), 1);
   g_liveTables[kBlnd] = savedLive;
   g_cpuFeatureFlags = savedFlags;
-  EXPECT_EQ(live[24], reinterpret_cast<HostRoutine>(&blend8::MultiplySource8));
-  EXPECT_EQ(live[27], reinterpret_cast<HostRoutine>(&blend8::ScreenSource8));
-  EXPECT_EQ(live[219], reinterpret_cast<HostRoutine>(&blend16::MultiplyInto16));
-  EXPECT_EQ(live[195], reinterpret_cast<HostRoutine>(&blend16::ComplementMultiplyInto16));
+  g_kernels = savedKernels;
+  // The bodies the kernel table gives an SSE2 processor.
+  const Kernels sse2 = resolveKernels(flagsWith(true, true, true));
+  EXPECT_EQ(live[24], reinterpret_cast<HostRoutine>(blend8::g_blend8Sse2.MultiplySource8));
+  EXPECT_EQ(live[27], reinterpret_cast<HostRoutine>(blend8::g_overlay8Sse2.ScreenSource8));
+  EXPECT_EQ(live[219], reinterpret_cast<HostRoutine>(sse2.get(slot::MultiplyInto16).fn));
+  EXPECT_EQ(live[195], reinterpret_cast<HostRoutine>(sse2.get(slot::ComplementMultiplyInto16).fn));
+  EXPECT_NE(live[219], nullptr);
 }
 
 }  // namespace

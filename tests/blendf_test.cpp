@@ -1,14 +1,19 @@
 // The float composites' dispatch, seen from outside: which live-table slots a
 // record reaches with which arguments (through live tables whose slots 289, 290 and
 // 'memo' 110 are recorders, and a saved slot 275 that is one), and the rounding
-// mode each path runs in and gives back. The byte results are the checks' work.
+// mode each path runs in and gives back, for the bodies of every level this
+// processor runs (the same entries over SSE2 or AVX2 loops). The byte results are
+// the checks' work.
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "blend/blendf.h"
+#include "host/kernels.h"
 #include "host/module_state.h"
+#include "tests/tiers.h"
 
 using namespace tarnell;
 
@@ -55,10 +60,27 @@ uint32_t withCsr(uint32_t csr, F f) {
   return after;
 }
 
+// The bodies under test, one level at a time, called by the names of the slots.
+const blendf::BlendFloatTable* g_bodies = nullptr;
+void DarkenTowardSourceFloat(const FloatCompositeRecord* r) { g_bodies->DarkenTowardSourceFloat(r); }
+void LightenTowardSourceFloat(const FloatCompositeRecord* r) { g_bodies->LightenTowardSourceFloat(r); }
+void AddSourceFloat(const FloatCompositeRecord* r) { g_bodies->AddSourceFloat(r); }
+void OverlaySourceFloat(const FloatCompositeRecord* r) { g_bodies->OverlaySourceFloat(r); }
+void MinSourceFloat(const float* s, float* d, int32_t columns, int32_t rows, int32_t ss, int32_t ds) {
+  g_bodies->MinSourceFloat(s, d, columns, rows, ss, ds);
+}
+
+std::vector<Level> floatLevels() {
+  std::vector<Level> levels = {Level::sse2};
+  if (flagsReach(tests::thisProcessor(), Level::avx2)) levels.push_back(Level::avx2);
+  return levels;
+}
+
 // Live tables of recorders for the test's duration, and three 4 x 8 planes.
-class BlendFloat : public ::testing::Test {
+class BlendFloat : public ::testing::TestWithParam<Level> {
  protected:
   void SetUp() override {
+    g_bodies = GetParam() == Level::avx2 ? &blendf::g_blendFloatAvx2 : &blendf::g_blendFloatSse2;
     savedBlnd_ = g_liveTables[kBlnd];
     savedMemo_ = g_liveTables[kMemo];
     saved275_ = tarnell_saved_tables[kBlnd][275];
@@ -114,12 +136,7 @@ class BlendFloat : public ::testing::Test {
   HostRoutine saved275_ = nullptr;
 };
 
-using blendf::AddSourceFloat;
-using blendf::DarkenTowardSourceFloat;
-using blendf::LightenTowardSourceFloat;
-using blendf::OverlaySourceFloat;
-
-TEST_F(BlendFloat, CaseFourOfDarkenAndLightenGoesToTheLiveMinimumAndMaximum) {
+TEST_P(BlendFloat, CaseFourOfDarkenAndLightenGoesToTheLiveMinimumAndMaximum) {
   FloatCompositeRecord r = packedRecord();
   r.sourceRowStride = 0;  // every row reads the same source row: still packed
   DarkenTowardSourceFloat(&r);
@@ -129,7 +146,7 @@ TEST_F(BlendFloat, CaseFourOfDarkenAndLightenGoesToTheLiveMinimumAndMaximum) {
   EXPECT_TRUE(destinationUnchanged());  // the recorders wrote nothing
 }
 
-TEST_F(BlendFloat, EveryOtherCaseRunsTheModulesOwnLoops) {
+TEST_P(BlendFloat, EveryOtherCaseRunsTheModulesOwnLoops) {
   auto runs = [&](void (*routine)(const FloatCompositeRecord*), const FloatCompositeRecord& r) {
     g_seen.clear();
     for (float& v : destination) v = 0.75f;
@@ -163,7 +180,7 @@ TEST_F(BlendFloat, EveryOtherCaseRunsTheModulesOwnLoops) {
   }
 }
 
-TEST_F(BlendFloat, DarkenTowardAZeroConstantFillsThroughTheLiveMemorySuite) {
+TEST_P(BlendFloat, DarkenTowardAZeroConstantFillsThroughTheLiveMemorySuite) {
   FloatCompositeRecord r = packedRecord();
   r.source = nullptr;
   r.sourceConstant = -0.0f;  // equal to 0
@@ -194,7 +211,7 @@ TEST_F(BlendFloat, DarkenTowardAZeroConstantFillsThroughTheLiveMemorySuite) {
   EXPECT_TRUE(g_seen.empty());
 }
 
-TEST_F(BlendFloat, Slot275HandsEveryRecordWithSomethingToDoToTheHost) {
+TEST_P(BlendFloat, Slot275HandsEveryRecordWithSomethingToDoToTheHost) {
   FloatCompositeRecord r = packedRecord();
   r.source = nullptr;
   r.destinationSampleStep = -12;
@@ -211,10 +228,77 @@ TEST_F(BlendFloat, Slot275HandsEveryRecordWithSomethingToDoToTheHost) {
   EXPECT_TRUE(g_seen.empty());
 }
 
+// Rows that follow one another in every plane give the same samples as the same
+// rows apart: every loop, every weight, with a source or the constant.
+TEST_P(BlendFloat, RowsThatFollowOneAnotherGiveTheSameSamplesAsRowsApart) {
+  constexpr int32_t kRows = 4, kColumns = 12, kApart = 16;
+  std::vector<float> src(kRows * kApart), msk(kRows * kApart), together(kRows * kApart), apart(kRows * kApart);
+  for (std::size_t i = 0; i < src.size(); ++i) {
+    src[i] = static_cast<float>(i * 7 % 23) / 22.0f;
+    msk[i] = static_cast<float>(i * 5 % 17) / 16.0f;
+  }
+  const auto fill = [](std::vector<float>& d, int32_t stride) {
+    for (int32_t r = 0; r < kRows; ++r)
+      for (int32_t c = 0; c < kColumns; ++c)
+        d[static_cast<std::size_t>(r * stride + c)] = static_cast<float>(r * 13 + c) / 60.0f;
+  };
+  auto run = [&](void (*routine)(const FloatCompositeRecord*), bool withSource, bool withMask, uint8_t opacity) {
+    for (int32_t stride : {kColumns, kApart}) {
+      std::vector<float>& d = stride == kColumns ? together : apart;
+      std::vector<float> s(src.size()), m(msk.size());
+      for (int32_t r = 0; r < kRows; ++r)
+        for (int32_t c = 0; c < kColumns; ++c) {
+          s[static_cast<std::size_t>(r * stride + c)] = src[static_cast<std::size_t>(r * kApart + c)];
+          m[static_cast<std::size_t>(r * stride + c)] = msk[static_cast<std::size_t>(r * kApart + c)];
+        }
+      fill(d, stride);
+      FloatCompositeRecord r{};
+      r.kind = 3;
+      r.columns = kColumns;
+      r.rows = kRows;
+      r.source = withSource ? s.data() : nullptr;
+      r.sourceConstant = 0.375f;
+      r.sourceRowStride = r.destinationRowStride = r.maskRowStride = 4 * stride;
+      r.sourceSampleStep = r.destinationSampleStep = r.maskSampleStep = 4;
+      r.destination = d.data();
+      r.mask = withMask ? m.data() : nullptr;
+      r.opacity = opacity;
+      routine(&r);
+    }
+    for (int32_t r = 0; r < kRows; ++r)
+      for (int32_t c = 0; c < kColumns; ++c)
+        ASSERT_EQ(together[static_cast<std::size_t>(r * kColumns + c)], apart[static_cast<std::size_t>(r * kApart + c)])
+            << "row " << r << " column " << c << " source " << withSource << " mask " << withMask << " opacity "
+            << int{opacity};
+  };
+  for (auto* routine : {&DarkenTowardSourceFloat, &LightenTowardSourceFloat, &AddSourceFloat, &OverlaySourceFloat})
+    for (bool withSource : {true, false})
+      for (bool withMask : {false, true})
+        for (uint8_t opacity : {uint8_t{255}, uint8_t{200}}) {
+          if (withSource && !withMask && opacity == 255 &&
+              (routine == &DarkenTowardSourceFloat || routine == &LightenTowardSourceFloat))
+            continue;  // case 4 of these goes to the live table
+          run(routine, withSource, withMask, opacity);
+        }
+  for (int32_t stride : {kColumns, kApart}) {
+    std::vector<float>& d = stride == kColumns ? together : apart;
+    std::vector<float> s(src.size());
+    for (int32_t r = 0; r < kRows; ++r)
+      for (int32_t c = 0; c < kColumns; ++c)
+        s[static_cast<std::size_t>(r * stride + c)] = src[static_cast<std::size_t>(r * kApart + c)];
+    fill(d, stride);
+    MinSourceFloat(s.data(), d.data(), kColumns, kRows, 4 * stride, 4 * stride);
+  }
+  for (int32_t r = 0; r < kRows; ++r)
+    for (int32_t c = 0; c < kColumns; ++c)
+      ASSERT_EQ(together[static_cast<std::size_t>(r * kColumns + c)], apart[static_cast<std::size_t>(r * kApart + c)])
+          << "minimum, row " << r << " column " << c;
+}
+
 // Rounding up, flush-to-zero, and the invalid-operation flag already set.
 constexpr uint32_t kCallerCsr = 0x1F80 | 0x4000 | 0x8000 | 0x01;
 
-TEST_F(BlendFloat, GeneralLoopsAndTheMinimumGiveTheWholeControlWordBackOnEveryReturn) {
+TEST_P(BlendFloat, GeneralLoopsAndTheMinimumGiveTheWholeControlWordBackOnEveryReturn) {
   FloatCompositeRecord early = packedRecord();
   early.source = nullptr;  // the general loop, which finds no rows
   early.rows = -2;
@@ -227,30 +311,46 @@ TEST_F(BlendFloat, GeneralLoopsAndTheMinimumGiveTheWholeControlWordBackOnEveryRe
     EXPECT_EQ(withCsr(kCallerCsr, [&] { routine(&early); }), kCallerCsr);
     EXPECT_EQ(withCsr(kCallerCsr & ~1u, [&] { routine(&working); }), kCallerCsr & ~1u);
   }
-  EXPECT_EQ(withCsr(kCallerCsr, [&] { blendf::MinSourceFloat(source, destination, -1, 3, 32, 32); }), kCallerCsr);
-  EXPECT_EQ(withCsr(kCallerCsr, [&] { blendf::MinSourceFloat(source, destination, 7, 3, 32, 32); }), kCallerCsr);
+  EXPECT_EQ(withCsr(kCallerCsr, [&] { MinSourceFloat(source, destination, -1, 3, 32, 32); }), kCallerCsr);
+  EXPECT_EQ(withCsr(kCallerCsr, [&] { MinSourceFloat(source, destination, 7, 3, 32, 32); }), kCallerCsr);
 }
 
-TEST_F(BlendFloat, OwnLoopsRoundAsTheCallerAsksAndGeneralLoopsTruncate) {
-  // 1 + 0.75 ulp: up gives 1 + ulp, truncation 1.
+TEST_P(BlendFloat, OwnLoopsRoundAsTheCallerAsksAndGeneralLoopsTruncate) {
+  // 1 + 0.75 ulp: up gives 1 + ulp, truncation 1. A whole row of 32, so that the
+  // scalar and vector forms both run; every sample must come out the same.
   const float tiny = 0.75f * 0x1p-23f;
   FloatCompositeRecord r = packedRecord();
   r.rows = 1;
-  r.columns = 1;
+  r.columns = 32;
   auto addWith = [&](const FloatCompositeRecord& record) {
-    destination[0] = 1.0f;
-    source[0] = tiny;
+    for (std::size_t i = 0; i < 32; ++i) {
+      destination[i] = 1.0f;
+      source[i] = tiny;
+    }
     withCsr(kCallerCsr & ~1u, [&] { AddSourceFloat(&record); });
+    for (std::size_t i = 1; i < 32; ++i) EXPECT_EQ(destination[i], destination[0]) << "column " << i;
     return destination[0];
   };
   EXPECT_EQ(addWith(r), 1.0f + 0x1p-23f);  // case 4: the module's own loop
   FloatCompositeRecord general = r;
   general.destinationSampleStep = 0;
+  general.columns = 1;  // (every column lands on the first sample)
+  EXPECT_EQ(addWith(general), 1.0f);
+  general = r;
+  general.mask = mask;  // case 6 weighs by the mask: its own loop again
+  general.maskRowStride = 128;
+  general.maskSampleStep = 4;
+  for (float& m : mask) m = 1.0f;
+  EXPECT_EQ(addWith(general), 1.0f + 0x1p-23f);
+  general.opacity = 254;  // case 7: the general loop, packed rows
   EXPECT_EQ(addWith(general), 1.0f);
   general = r;
   general.source = nullptr;
   general.sourceConstant = tiny;
   EXPECT_EQ(addWith(general), 1.0f);
 }
+
+std::string levelOf(const ::testing::TestParamInfo<Level>& param) { return levelName(param.param); }
+INSTANTIATE_TEST_SUITE_P(Levels, BlendFloat, ::testing::ValuesIn(floatLevels()), levelOf);
 
 }  // namespace

@@ -1,13 +1,15 @@
 // BoxReduce8's division: every rounded sum an area can produce, on the speed path
 // (a, b up to 8) and past it, gives (sum + ab / 2) / ab exactly; and the channels
-// of a pixel stay apart.
+// of a pixel stay apart. Every body this processor runs.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <vector>
 
 #include "resample/resample_routines.h"
+#include "tests/tiers.h"
 
+using namespace tarnell;
 using namespace tarnell::resample;
 
 namespace {
@@ -33,14 +35,17 @@ void expectEverySumDivides(int32_t spp, int32_t a, int32_t b) {
             source[static_cast<std::size_t>((r * b + dy) * stride + (p * a + dx) * spp + c)] =
                 static_cast<uint8_t>(std::min(left, 255));
       }
-  BoxReduce8(source.data(), out.data(), rows, width, stride, width, spp, a, b);
-  for (int32_t r = 0; r < rows; ++r)
-    for (int32_t p = 0; p < kPixels; ++p)
-      for (int32_t c = 0; c < spp; ++c) {
-        const int32_t sum = sumOf(r, p, c);
-        ASSERT_EQ(out[static_cast<std::size_t>(r * width + p * spp + c)], (sum + area / 2) / area)
-            << "spp " << spp << " a " << a << " b " << b << " sum " << sum;
-      }
+  for (const auto& body : tests::bodiesOf(slot::BoxReduce8)) {
+    std::fill(out.begin(), out.end(), uint8_t{0});
+    body.fn(source.data(), out.data(), rows, width, stride, width, spp, a, b);
+    for (int32_t r = 0; r < rows; ++r)
+      for (int32_t p = 0; p < kPixels; ++p)
+        for (int32_t c = 0; c < spp; ++c) {
+          const int32_t sum = sumOf(r, p, c);
+          ASSERT_EQ(out[static_cast<std::size_t>(r * width + p * spp + c)], (sum + area / 2) / area)
+              << levelName(body.level) << " spp " << spp << " a " << a << " b " << b << " sum " << sum;
+        }
+  }
 }
 
 TEST(BoxReduce, EverySumOfEveryAreaDividesExactly) {

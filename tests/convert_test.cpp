@@ -4,7 +4,8 @@
 // what random in-range data cannot reach: the installer's writes, the noise hook,
 // samples above full, floats outside 0..1 (NaN, infinities), exhaustive sweeps of
 // the vector arithmetic, a host with another noise period, and the calls handed to
-// the host's routines.
+// the host's routines. The conversions' tests run on every level of bodies this
+// processor has (SSE2 rows, and AVX2 rows where it has AVX2).
 #include <gtest/gtest.h>
 #include <xmmintrin.h>
 
@@ -24,6 +25,7 @@
 #include "tests/install_recorder.h"
 #include "refhost/refhost.h"
 #include "tests/module_start.h"
+#include "tests/tiers.h"
 
 
 using namespace tarnell;
@@ -32,6 +34,21 @@ using refhost::ReferenceHost;
 namespace {
 
 void start(ReferenceHost& host) { tests::startModule(host, tests::Noise::Register); }
+
+// Runs test(kernels) once per level of conversion bodies this processor runs,
+// narrowest first (the five conversions change bodies together, one table a level).
+template <class Test>
+void forEachLevel(Test&& test) {
+  HostRoutine last = nullptr;
+  for (Level level : tests::levelsHere()) {
+    const Kernels kernels = resolveKernels(flagsAtLevel(tests::thisProcessor(), level));
+    const auto body = reinterpret_cast<HostRoutine>(kernels.get(slot::convert16To8).fn);
+    if (body == last) continue;
+    last = body;
+    SCOPED_TRACE(levelName(level));
+    test(kernels);
+  }
+}
 
 // Bytes with a chosen misalignment from a 64-byte boundary.
 struct Buffer {
@@ -64,18 +81,25 @@ float floatAt(const unsigned char* p, std::size_t i) {
 
 using installs::erase;
 
+// Without SSE2 only slot 19, with its baseline body; with SSE2 the other four
+// too, each with the AVX2 rows where the processor has AVX2.
 TEST(ConvertInstall, SlotNineteenFirstThenTheSse2ConversionsAndTheNoiseHook) {
-  for (uint32_t sse2 : {0u, 1u}) {
-    SCOPED_TRACE(sse2 ? "SSE2" : "no SSE2");
-    CpuFeatureFlags flags{1, 1, 1, sse2, sse2, sse2, sse2, sse2, sse2, 0};
+  for (const uint32_t level : {0u, 1u, 2u}) {
+    const uint32_t sse2 = level >= 1 ? 1 : 0, avx2 = level >= 2 ? 1 : 0;
+    SCOPED_TRACE(level == 0 ? "no SSE2" : level == 1 ? "SSE2" : "AVX2");
+    CpuFeatureFlags flags{1, 1, 1, sse2, sse2, sse2, sse2, avx2, avx2, 0};
     const installs::Installed w = installs::recordInstall<code::conv>(&installConvert, flags);
     EXPECT_EQ(w.order, installs::listedOrder(code::conv, flags));
     EXPECT_EQ(w.order.front(), 19);
-    EXPECT_EQ(w.at(19), erase(&rescale16));
-    const std::pair<int, HostRoutine> sse2Slots[] = {{16, erase(&convert16To8Planar3)},
-                                                     {17, erase(&convert16To8)},
-                                                     {18, erase(&convert8To16)},
-                                                     {58, erase(&convertFloatTo8)}};
+    const convert::ConvertTable& bodies = avx2 ? convert::g_convertAvx2 : convert::g_convertSse2;
+    EXPECT_EQ(w.at(19), erase(bodies.rescale16));
+    if (!avx2) {
+      EXPECT_EQ(w.at(19), erase(&rescale16));
+    }
+    const std::pair<int, HostRoutine> sse2Slots[] = {{16, erase(bodies.convert16To8Planar3)},
+                                                     {17, erase(bodies.convert16To8)},
+                                                     {18, erase(bodies.convert8To16)},
+                                                     {58, erase(bodies.convertFloatTo8)}};
     for (const auto& [slot, fn] : sse2Slots) EXPECT_EQ(w.at(slot), sse2 ? fn : nullptr);
   }
   const installs::Installed w = installs::recordInstall<code::core>(&installNoiseHookInto, CpuFeatureFlags{});
@@ -114,69 +138,83 @@ TEST(NoiseHook, RecordsTheTableAndPassesArgumentsAndResultThrough) {
 // Samples above full (outside the host's range, so never in the harness's data)
 // count as full. Repeated so that every value passes through head, body and tail.
 TEST(Convert16To8, EdgeValuesWithoutDither) {
-  const uint16_t in[] = {0, 64, 128, 16384, 32640, 32768, 127, 129, 32767, 40000, 65535};
-  const uint8_t want[] = {0, 0, 1, 128, 254, 255, 1, 1, 255, 255, 255};
-  constexpr int32_t n = 11, kColumns = 64 * n - 8;
-  Buffer source(2 * 64 * n), d1(64 * n), d3[3] = {Buffer(64 * n), Buffer(64 * n), Buffer(64 * n)};
-  for (int i = 0; i < 64 * n; ++i) setWord(source.data, static_cast<std::size_t>(i), in[i % n]);
-  for (int32_t offset : {0, 1, 7}) {
-    convert16To8(source.as<uint16_t>(), d1.data + offset, 1, kColumns, 0, 0, 0);
-    convert16To8Planar3(source.as<uint16_t>(), source.as<uint16_t>(), source.as<uint16_t>(), d3[0].data + offset,
-                        d3[1].data, d3[2].data, 1, kColumns, 0, 0, 0);
-    for (int i = 0; i < kColumns; ++i) {
-      ASSERT_EQ(d1.data[offset + i], want[i % n]) << "x=" << in[i % n] << " column " << i;
-      for (int k = 0; k < 3; ++k) ASSERT_EQ(d3[k].data[(k == 0 ? offset : 0) + i], want[i % n]) << k;
+  forEachLevel([&](const Kernels& kernels) {
+    const auto threeTo8 = kernels.get(slot::convert16To8Planar3).fn;
+    const auto oneTo8 = kernels.get(slot::convert16To8).fn;
+    const uint16_t in[] = {0, 64, 128, 16384, 32640, 32768, 127, 129, 32767, 40000, 65535};
+    const uint8_t want[] = {0, 0, 1, 128, 254, 255, 1, 1, 255, 255, 255};
+    constexpr int32_t n = 11, kColumns = 64 * n - 8;
+    Buffer source(2 * 64 * n), d1(64 * n), d3[3] = {Buffer(64 * n), Buffer(64 * n), Buffer(64 * n)};
+    for (int i = 0; i < 64 * n; ++i) setWord(source.data, static_cast<std::size_t>(i), in[i % n]);
+    for (int32_t offset : {0, 1, 7}) {
+      oneTo8(source.as<uint16_t>(), d1.data + offset, 1, kColumns, 0, 0, 0);
+      threeTo8(source.as<uint16_t>(), source.as<uint16_t>(), source.as<uint16_t>(), d3[0].data + offset, d3[1].data,
+               d3[2].data, 1, kColumns, 0, 0, 0);
+      for (int i = 0; i < kColumns; ++i) {
+        ASSERT_EQ(d1.data[offset + i], want[i % n]) << "x=" << in[i % n] << " column " << i;
+        for (int k = 0; k < 3; ++k) ASSERT_EQ(d3[k].data[(k == 0 ? offset : 0) + i], want[i % n]) << k;
+      }
     }
-  }
+  });
 }
 
 // Every 16-bit value, in range or above it, through the vector loops of both
 // routines without dither (their rounded form differs from the dithered one).
 TEST(Convert16To8, EveryValueWithoutDither) {
-  constexpr int32_t kColumns = 65536;
-  Buffer source(2 * kColumns), d1(kColumns), d3[3] = {Buffer(kColumns), Buffer(kColumns), Buffer(kColumns)};
-  for (uint32_t x = 0; x < 65536; ++x) setWord(source.data, x, static_cast<uint16_t>(x));
-  const auto* s = source.as<uint16_t>();
-  convert16To8(s, d1.data, 1, kColumns, 0, 0, 0);
-  convert16To8Planar3(s, s, s, d3[0].data, d3[1].data, d3[2].data, 1, kColumns, 0, 0, 0);
-  for (uint32_t x = 0; x < 65536; ++x) {
-    const uint32_t want = x >= 32768 ? 255 : (255 * x + 16384) >> 15;
-    ASSERT_EQ(d1.data[x], want) << x;
-    for (const Buffer& d : d3) ASSERT_EQ(d.data[x], want) << x;
-  }
+  forEachLevel([&](const Kernels& kernels) {
+    const auto threeTo8 = kernels.get(slot::convert16To8Planar3).fn;
+    const auto oneTo8 = kernels.get(slot::convert16To8).fn;
+    constexpr int32_t kColumns = 65536;
+    Buffer source(2 * kColumns), d1(kColumns), d3[3] = {Buffer(kColumns), Buffer(kColumns), Buffer(kColumns)};
+    for (uint32_t x = 0; x < 65536; ++x) setWord(source.data, x, static_cast<uint16_t>(x));
+    const auto* s = source.as<uint16_t>();
+    oneTo8(s, d1.data, 1, kColumns, 0, 0, 0);
+    threeTo8(s, s, s, d3[0].data, d3[1].data, d3[2].data, 1, kColumns, 0, 0, 0);
+    for (uint32_t x = 0; x < 65536; ++x) {
+      const uint32_t want = x >= 32768 ? 255 : (255 * x + 16384) >> 15;
+      ASSERT_EQ(d1.data[x], want) << x;
+      for (const Buffer& d : d3) ASSERT_EQ(d.data[x], want) << x;
+    }
+  });
 }
 
 // Every byte value at every position of the head, the vector steps (aligned, or
 // unaligned for an odd destination) and the tail.
 TEST(Convert8To16, EveryValueAtEveryPosition) {
-  constexpr int32_t kColumns = 256 + 37;
-  Buffer source(kColumns), destination(2 * kColumns + 16);
-  for (int32_t shift = 0; shift < 16; ++shift) {
-    for (int32_t i = 0; i < kColumns; ++i) source.data[i] = static_cast<uint8_t>(i + shift);
-    for (std::size_t offset : {0u, 1u, 2u, 14u}) {
-      convert8To16(source.data, reinterpret_cast<uint16_t*>(destination.data + offset), 1, kColumns, 0, 0);
-      for (int32_t i = 0; i < kColumns; ++i) {
-        const uint32_t x = source.data[i];
-        ASSERT_EQ(wordAt(destination.data + offset, static_cast<std::size_t>(i)), ((x << 15) | 127) / 255)
-            << x << " at " << i << " offset " << offset;
+  forEachLevel([&](const Kernels& kernels) {
+    const auto to16 = kernels.get(slot::convert8To16).fn;
+    constexpr int32_t kColumns = 256 + 37;
+    Buffer source(kColumns), destination(2 * kColumns + 16);
+    for (int32_t shift = 0; shift < 16; ++shift) {
+      for (int32_t i = 0; i < kColumns; ++i) source.data[i] = static_cast<uint8_t>(i + shift);
+      for (std::size_t offset : {0u, 1u, 2u, 14u}) {
+        to16(source.data, reinterpret_cast<uint16_t*>(destination.data + offset), 1, kColumns, 0, 0);
+        for (int32_t i = 0; i < kColumns; ++i) {
+          const uint32_t x = source.data[i];
+          ASSERT_EQ(wordAt(destination.data + offset, static_cast<std::size_t>(i)), ((x << 15) | 127) / 255)
+              << x << " at " << i << " offset " << offset;
+        }
       }
     }
-  }
+  });
 }
 
 // Every 16-bit value of both re-scalings, through the vector loop (even addresses)
 // and the scalar loop (odd ones).
 TEST(Rescale16, EveryValueBothDirectionsVectorAndScalar) {
-  Buffer buffer(2 * 65536 + 64);
-  for (std::size_t offset : {0u, 1u, 6u}) {
-    unsigned char* p = buffer.data + offset;
-    for (uint32_t x = 0; x < 65536; ++x) setWord(p, x, static_cast<uint16_t>(x));
-    rescale16(reinterpret_cast<uint16_t*>(p), 65535, 32768, 1, 65536, 0);
-    for (uint32_t x = 0; x < 65536; ++x) ASSERT_EQ(wordAt(p, x), ((x << 15) | 0x7FFF) / 65535) << x;
-    for (uint32_t x = 0; x < 65536; ++x) setWord(p, x, static_cast<uint16_t>(x));
-    rescale16(reinterpret_cast<uint16_t*>(p), 32768, 65535, 1, 65536, 0);
-    for (uint32_t x = 0; x < 65536; ++x) ASSERT_EQ(wordAt(p, x), x >= 32768 ? 65535 : (x * 65535 + 16384) >> 15) << x;
-  }
+  forEachLevel([&](const Kernels& kernels) {
+    const auto rescale = kernels.get(slot::rescale16).fn;
+    Buffer buffer(2 * 65536 + 64);
+    for (std::size_t offset : {0u, 1u, 6u}) {
+      unsigned char* p = buffer.data + offset;
+      for (uint32_t x = 0; x < 65536; ++x) setWord(p, x, static_cast<uint16_t>(x));
+      rescale(reinterpret_cast<uint16_t*>(p), 65535, 32768, 1, 65536, 0);
+      for (uint32_t x = 0; x < 65536; ++x) ASSERT_EQ(wordAt(p, x), ((x << 15) | 0x7FFF) / 65535) << x;
+      for (uint32_t x = 0; x < 65536; ++x) setWord(p, x, static_cast<uint16_t>(x));
+      rescale(reinterpret_cast<uint16_t*>(p), 32768, 65535, 1, 65536, 0);
+      for (uint32_t x = 0; x < 65536; ++x) ASSERT_EQ(wordAt(p, x), x >= 32768 ? 65535 : (x * 65535 + 16384) >> 15) << x;
+    }
+  });
 }
 
 // ------------------------------------------------------------ float to 8-bit
@@ -199,25 +237,28 @@ uint8_t ruleFloatTo8(float v, int32_t column, int32_t columns) {
 // Values outside 0..1 (the harness draws from -0.5..1.5 only), at every position of
 // the vector body, the four-at-a-time loop and the scalar tail.
 TEST(ConvertFloatTo8, NamedValuesAndTheOnesOutsideZeroToOne) {
-  const float nan = std::numeric_limits<float>::quiet_NaN(), inf = std::numeric_limits<float>::infinity();
-  const float denormal = std::numeric_limits<float>::denorm_min();
-  const uint32_t otherNans[] = {0x7F800001u, 0xFFC00000u};  // signalling, negative
-  float signalling, negativeNan;
-  std::memcpy(&signalling, &otherNans[0], 4);
-  std::memcpy(&negativeNan, &otherNans[1], 4);
-  const std::pair<float, uint8_t> named[] = {
-      {1.5f, 255},  {-0.25f, 0},    {0.5f, 128},       {nan, 0},          {signalling, 0}, {negativeNan, 0},
-      {inf, 255},   {-inf, 0},      {-0.0f, 0},        {0.0f, 0},         {1.0f, 255},     {denormal, 0},
-      {1e30f, 255}, {-1e30f, 0},    {1.0000001f, 255}, {0.001960784f, 0}, {0.0019607844f, 1}, {0.998f, 254}};
-  constexpr int32_t n = 18;
-  Buffer source(4 * 32 * n), destination(32 * n);
-  for (int i = 0; i < 32 * n; ++i) setFloat(source.data, static_cast<std::size_t>(i), named[i % n].first);
-  for (int32_t columns : {32 * n, 32 * n - 1, 32 * n - 2, 32 * n - 3}) {
-    std::memset(destination.data, 0xAA, 32 * n);
-    convertFloatTo8(source.as<float>(), destination.data, 1, columns, 0, 0, 0);
-    for (int i = 0; i < columns; ++i)
-      ASSERT_EQ(destination.data[i], named[i % n].second) << "value " << named[i % n].first << " at " << i;
-  }
+  forEachLevel([&](const Kernels& kernels) {
+    const auto floatTo8 = kernels.get(slot::convertFloatTo8).fn;
+    const float nan = std::numeric_limits<float>::quiet_NaN(), inf = std::numeric_limits<float>::infinity();
+    const float denormal = std::numeric_limits<float>::denorm_min();
+    const uint32_t otherNans[] = {0x7F800001u, 0xFFC00000u};  // signalling, negative
+    float signalling, negativeNan;
+    std::memcpy(&signalling, &otherNans[0], 4);
+    std::memcpy(&negativeNan, &otherNans[1], 4);
+    const std::pair<float, uint8_t> named[] = {
+        {1.5f, 255},  {-0.25f, 0},    {0.5f, 128},       {nan, 0},          {signalling, 0}, {negativeNan, 0},
+        {inf, 255},   {-inf, 0},      {-0.0f, 0},        {0.0f, 0},         {1.0f, 255},     {denormal, 0},
+        {1e30f, 255}, {-1e30f, 0},    {1.0000001f, 255}, {0.001960784f, 0}, {0.0019607844f, 1}, {0.998f, 254}};
+    constexpr int32_t n = 18;
+    Buffer source(4 * 32 * n), destination(32 * n);
+    for (int i = 0; i < 32 * n; ++i) setFloat(source.data, static_cast<std::size_t>(i), named[i % n].first);
+    for (int32_t columns : {32 * n, 32 * n - 1, 32 * n - 2, 32 * n - 3}) {
+      std::memset(destination.data, 0xAA, 32 * n);
+      floatTo8(source.as<float>(), destination.data, 1, columns, 0, 0, 0);
+      for (int i = 0; i < columns; ++i)
+        ASSERT_EQ(destination.data[i], named[i % n].second) << "value " << named[i % n].first << " at " << i;
+    }
+  });
 }
 
 // Every float in 0..1, nearly all through the single-precision vector loop and the
@@ -227,56 +268,94 @@ TEST(ConvertFloatTo8, NamedValuesAndTheOnesOutsideZeroToOne) {
 // those is then run at every position of the loops, so a column computed in the
 // wrong precision shows.
 TEST(ConvertFloatTo8, EveryFloatFromZeroToOneFollowsTheColumnRule) {
-  constexpr uint32_t kBlock = 1u << 16, kLast = 0x3F800000u;  // 1.0f
-  Buffer source(4 * kBlock), destination(kBlock);
-  std::vector<uint8_t> single(kBlock), exact(kBlock);
-  std::vector<uint32_t> differing;
-  uint64_t mismatches = 0;
-  for (uint32_t first = 0; first <= kLast; first += kBlock) {
-    const uint32_t count = std::min(kLast - first + 1, kBlock);
-    for (uint32_t i = 0; i < count; ++i) {
-      const uint32_t bits = first + i;
-      std::memcpy(source.data + 4 * i, &bits, 4);
-    }
-    const auto body = static_cast<int32_t>(count == kBlock ? count - 3 : count);
-    convertFloatTo8(source.as<float>(), destination.data, 1, body, 0, 0, 0);
-    convertFloatTo8(source.as<float>() + body, destination.data + body, 1, static_cast<int32_t>(count) - body, 0, 0, 0);
-    // Arrays first and one comparison per block: this runs for a billion floats.
-    for (uint32_t i = 0; i < count; ++i) {
-      const float v = floatAt(source.data, i);
-      exact[i] = static_cast<uint8_t>(static_cast<int32_t>(static_cast<double>(v) * 255.0 + 0.5));
-      const float product = v * 255.0f;
-      single[i] = static_cast<uint8_t>(static_cast<int32_t>(product + 0.5f));
-    }
-    const auto singleColumns = static_cast<uint32_t>(body / 4 * 4);
-    if (std::memcmp(destination.data, single.data(), singleColumns) != 0 ||
-        std::memcmp(destination.data + singleColumns, exact.data() + singleColumns, count - singleColumns) != 0)
+  forEachLevel([&](const Kernels& kernels) {
+    const auto floatTo8 = kernels.get(slot::convertFloatTo8).fn;
+    constexpr uint32_t kBlock = 1u << 16, kLast = 0x3F800000u;  // 1.0f
+    Buffer source(4 * kBlock), destination(kBlock);
+    std::vector<uint8_t> single(kBlock), exact(kBlock);
+    std::vector<uint32_t> differing;
+    uint64_t mismatches = 0;
+    for (uint32_t first = 0; first <= kLast; first += kBlock) {
+      const uint32_t count = std::min(kLast - first + 1, kBlock);
       for (uint32_t i = 0; i < count; ++i) {
-        const uint8_t want = i < singleColumns ? single[i] : exact[i];
-        if (destination.data[i] != want && mismatches++ < 5)
-          ADD_FAILURE() << "float 0x" << std::hex << first + i << std::dec << ": module " << int{destination.data[i]}
-                        << ", rule " << int{want};
+        const uint32_t bits = first + i;
+        std::memcpy(source.data + 4 * i, &bits, 4);
       }
-    if (std::memcmp(single.data(), exact.data(), count) != 0)
-      for (uint32_t i = 0; i < count; ++i)
-        if (single[i] != exact[i]) differing.push_back(first + i);
-  }
-  EXPECT_EQ(mismatches, 0u);
-  ASSERT_EQ(differing.size(), 128u);
-  EXPECT_EQ(differing.front(), 0x3B008080u);
-  Buffer shifted(4 * 64), out(64 + 16);
-  for (uint32_t bits : differing) {
-    float v;
-    std::memcpy(&v, &bits, 4);
-    ASSERT_EQ(singleFloatTo8(v), exactFloatTo8(v) + 1) << v;
-    for (int i = 0; i < 64; ++i) setFloat(shifted.data, static_cast<std::size_t>(i), v);
-    for (int offset : {0, 5})  // a misaligned destination starts with single samples
-      for (int32_t columns : {64, 63, 62, 61, 7, 5, 4, 3, 2, 1}) {
-        convertFloatTo8(shifted.as<float>(), out.data + offset, 1, columns, 0, 0, 0);
-        for (int i = 0; i < columns; ++i)
-          ASSERT_EQ(out.data[offset + i], ruleFloatTo8(v, i, columns)) << v << " column " << i << " offset " << offset;
+      const auto body = static_cast<int32_t>(count == kBlock ? count - 3 : count);
+      floatTo8(source.as<float>(), destination.data, 1, body, 0, 0, 0);
+      floatTo8(source.as<float>() + body, destination.data + body, 1, static_cast<int32_t>(count) - body, 0, 0, 0);
+      // Arrays first and one comparison per block: this runs for a billion floats.
+      for (uint32_t i = 0; i < count; ++i) {
+        const float v = floatAt(source.data, i);
+        exact[i] = static_cast<uint8_t>(static_cast<int32_t>(static_cast<double>(v) * 255.0 + 0.5));
+        const float product = v * 255.0f;
+        single[i] = static_cast<uint8_t>(static_cast<int32_t>(product + 0.5f));
       }
-  }
+      const auto singleColumns = static_cast<uint32_t>(body / 4 * 4);
+      if (std::memcmp(destination.data, single.data(), singleColumns) != 0 ||
+          std::memcmp(destination.data + singleColumns, exact.data() + singleColumns, count - singleColumns) != 0)
+        for (uint32_t i = 0; i < count; ++i) {
+          const uint8_t want = i < singleColumns ? single[i] : exact[i];
+          if (destination.data[i] != want && mismatches++ < 5)
+            ADD_FAILURE() << "float 0x" << std::hex << first + i << std::dec << ": module " << int{destination.data[i]}
+                          << ", rule " << int{want};
+        }
+      if (std::memcmp(single.data(), exact.data(), count) != 0)
+        for (uint32_t i = 0; i < count; ++i)
+          if (single[i] != exact[i]) differing.push_back(first + i);
+    }
+    EXPECT_EQ(mismatches, 0u);
+    ASSERT_EQ(differing.size(), 128u);
+    EXPECT_EQ(differing.front(), 0x3B008080u);
+    Buffer shifted(4 * 64), out(64 + 16);
+    for (uint32_t bits : differing) {
+      float v;
+      std::memcpy(&v, &bits, 4);
+      ASSERT_EQ(singleFloatTo8(v), exactFloatTo8(v) + 1) << v;
+      for (int i = 0; i < 64; ++i) setFloat(shifted.data, static_cast<std::size_t>(i), v);
+      for (int offset : {0, 5})  // a misaligned destination starts with single samples
+        for (int32_t columns : {64, 63, 62, 61, 7, 5, 4, 3, 2, 1}) {
+          floatTo8(shifted.as<float>(), out.data + offset, 1, columns, 0, 0, 0);
+          for (int i = 0; i < columns; ++i)
+            ASSERT_EQ(out.data[offset + i], ruleFloatTo8(v, i, columns))
+                << v << " column " << i << " offset " << offset;
+        }
+    }
+  });
+}
+
+// Regions whose rows follow one another in both planes (taken as one row when
+// every column is single precision), and rows with a sum too large for 32 bits
+// (which the wider rows' fast steps hand back to the limited form): every column
+// by its row's rule.
+TEST(ConvertFloatTo8, ContiguousRowsAndHugeValues) {
+  forEachLevel([&](const Kernels& kernels) {
+    const auto floatTo8 = kernels.get(slot::convertFloatTo8).fn;
+    const float inf = std::numeric_limits<float>::infinity(), nan = std::numeric_limits<float>::quiet_NaN();
+    constexpr int32_t kRows = 6;
+    for (int32_t columns : {128, 130, 4, 3}) {
+      const auto count = static_cast<std::size_t>(kRows * columns);
+      Buffer source(4 * count);
+      for (std::size_t i = 0; i < count; ++i) setFloat(source.data, i, static_cast<float>(i * 37 % 1021) / 1020.0f);
+      // Row 1 a huge value, row 3 infinity, row 4 NaN and a huge negative; rows 0, 2 and 5 plain.
+      const auto at = [&](int32_t row, int32_t column) { return static_cast<std::size_t>(row * columns + column); };
+      setFloat(source.data, at(1, columns - 1), 1e30f);
+      setFloat(source.data, at(3, columns / 2), inf);
+      setFloat(source.data, at(4, 0), nan);
+      setFloat(source.data, at(4, columns - 1), -1e30f);
+      for (int32_t stride : {columns, columns + 5}) {  // one row in all, or row by row
+        Buffer destination(static_cast<std::size_t>(kRows * stride));
+        std::memset(destination.data, 0xAA, static_cast<std::size_t>(kRows * stride));
+        floatTo8(source.as<float>(), destination.data, kRows, columns, 4 * columns, stride, 0);
+        for (int32_t r = 0; r < kRows; ++r)
+          for (int32_t c = 0; c < columns; ++c) {
+            const float v = floatAt(source.data, at(r, c));
+            ASSERT_EQ(destination.data[r * stride + c], ruleFloatTo8(v, c, columns))
+                << v << " row " << r << " column " << c << " of " << columns << ", stride " << stride;
+          }
+      }
+    }
+  });
 }
 
 // The rule evaluated in the test under the rounding mode in force (out of line, so
@@ -291,29 +370,33 @@ TEST(ConvertFloatTo8, EveryFloatFromZeroToOneFollowsTheColumnRule) {
 // round in the mode in force (as the host's do), the double-precision ones are
 // exact in any mode, and the control word is left as it was.
 TEST(ConvertFloatTo8, AnyFloatAnyRoundingModeOrFlushSetting) {
-  constexpr int32_t kCount = 1 << 20;
-  Buffer source(4 * kCount), destination(kCount);
-  std::vector<uint8_t> want(kCount);
-  for (uint32_t i = 0; i < static_cast<uint32_t>(kCount); ++i) {
-    const uint32_t bits = i * 4093u + (i >> 9);
-    std::memcpy(source.data + 4 * i, &bits, 4);
-  }
-  const unsigned saved = _mm_getcsr();
-  for (unsigned mode : {0x0000u, 0x2000u, 0x4000u, 0x6000u})
-    for (unsigned flush : {0x0000u, 0x8040u})
-      for (int32_t columns : {kCount - 1, 3}) {
-        const unsigned csr = (saved & ~0xE040u) | mode | flush;
-        _mm_setcsr(csr);
-        convertFloatTo8(source.as<float>(), destination.data, 1, columns, 0, 0, 0);
-        const unsigned after = _mm_getcsr();
-        ruleUnderCurrentMode(source.as<float>(), want.data(), columns);
-        _mm_setcsr(saved);
-        EXPECT_EQ(after & ~0x3Fu, csr & ~0x3Fu);  // nothing changed but status flags
-        for (int32_t i = 0; i < columns; ++i) {
-          const float v = floatAt(source.data, static_cast<std::size_t>(i));
-          ASSERT_EQ(destination.data[i], want[static_cast<std::size_t>(i)]) << v << " mode " << mode << " flush " << flush << " column " << i;
+  forEachLevel([&](const Kernels& kernels) {
+    const auto floatTo8 = kernels.get(slot::convertFloatTo8).fn;
+    constexpr int32_t kCount = 1 << 20;
+    Buffer source(4 * kCount), destination(kCount);
+    std::vector<uint8_t> want(kCount);
+    for (uint32_t i = 0; i < static_cast<uint32_t>(kCount); ++i) {
+      const uint32_t bits = i * 4093u + (i >> 9);
+      std::memcpy(source.data + 4 * i, &bits, 4);
+    }
+    const unsigned saved = _mm_getcsr();
+    for (unsigned mode : {0x0000u, 0x2000u, 0x4000u, 0x6000u})
+      for (unsigned flush : {0x0000u, 0x8040u})
+        for (int32_t columns : {kCount - 1, 3}) {
+          const unsigned csr = (saved & ~0xE040u) | mode | flush;
+          _mm_setcsr(csr);
+          floatTo8(source.as<float>(), destination.data, 1, columns, 0, 0, 0);
+          const unsigned after = _mm_getcsr();
+          ruleUnderCurrentMode(source.as<float>(), want.data(), columns);
+          _mm_setcsr(saved);
+          EXPECT_EQ(after & ~0x3Fu, csr & ~0x3Fu);  // nothing changed but status flags
+          for (int32_t i = 0; i < columns; ++i) {
+            const float v = floatAt(source.data, static_cast<std::size_t>(i));
+            ASSERT_EQ(destination.data[i], want[static_cast<std::size_t>(i)])
+                << v << " mode " << mode << " flush " << flush << " column " << i;
+          }
         }
-      }
+  });
 }
 
 // ------------------------------------------------------------- large regions
@@ -322,42 +405,48 @@ TEST(ConvertFloatTo8, AnyFloatAnyRoundingModeOrFlushSetting) {
 // bytes as the host's routines, rows of every alignment (an odd padded stride),
 // nothing written into the padding.
 TEST(ConvertLargeRegions, StreamTheSameBytesAsTheHost) {
-  ReferenceHost host;
-  constexpr int32_t kRows = 1031, kColumns = 8190, kPad = 21;
-  constexpr std::size_t kSamples = std::size_t{kRows} * (kColumns + kPad);
-  Buffer source(4 * kSamples), module(2 * kSamples + 2, 1), reference(2 * kSamples + 2, 1);
-  uint32_t state = 7;
-  for (std::size_t i = 0; i < 4 * kSamples; i += 2) {
-    state = state * 1664525u + 1013904223u;
-    setWord(source.data, i / 2, static_cast<uint16_t>((state >> 8) % 32769u));
-  }
-  auto compare = [&](std::size_t bytes, const char* what) {
-    std::memset(reference.data, 0x55, bytes);
-    std::memset(module.data, 0x55, bytes);
-    return [&, bytes, what] { ASSERT_EQ(std::memcmp(module.data, reference.data, bytes), 0) << what; };
-  };
-  {
-    auto check = compare(kSamples, "16 to 8");
-    reinterpret_cast<SlotFnOf<slot::convert16To8>>(host.original(code::conv, 17))(
-        source.as<uint16_t>(), reference.data, kRows, kColumns, 2 * (kColumns + kPad), kColumns + kPad, 0);
-    convert16To8(source.as<uint16_t>(), module.data, kRows, kColumns, 2 * (kColumns + kPad), kColumns + kPad, 0);
-    check();
-  }
-  {
-    auto check = compare(2 * kSamples, "8 to 16");
-    reinterpret_cast<SlotFnOf<slot::convert8To16>>(host.original(code::conv, 18))(
-        source.data, reference.as<uint16_t>(), kRows, kColumns, kColumns + kPad, 2 * (kColumns + kPad));
-    convert8To16(source.data, module.as<uint16_t>(), kRows, kColumns, kColumns + kPad, 2 * (kColumns + kPad));
-    check();
-  }
-  {
-    for (std::size_t i = 0; i < kSamples; ++i) setFloat(source.data, i, static_cast<float>(i % 4099) / 4000.0f - 0.01f);
-    auto check = compare(kSamples, "float to 8");
-    reinterpret_cast<SlotFnOf<slot::convertFloatTo8>>(host.original(code::conv, 58))(
-        source.as<float>(), reference.data, kRows, kColumns + 1, 4 * (kColumns + kPad), kColumns + kPad, 0);
-    convertFloatTo8(source.as<float>(), module.data, kRows, kColumns + 1, 4 * (kColumns + kPad), kColumns + kPad, 0);
-    check();
-  }
+  forEachLevel([&](const Kernels& kernels) {
+    const auto oneTo8 = kernels.get(slot::convert16To8).fn;
+    const auto to16 = kernels.get(slot::convert8To16).fn;
+    const auto floatTo8 = kernels.get(slot::convertFloatTo8).fn;
+    ReferenceHost host;
+    constexpr int32_t kRows = 1031, kColumns = 8190, kPad = 21;
+    constexpr std::size_t kSamples = std::size_t{kRows} * (kColumns + kPad);
+    Buffer source(4 * kSamples), module(2 * kSamples + 2, 1), reference(2 * kSamples + 2, 1);
+    uint32_t state = 7;
+    for (std::size_t i = 0; i < 4 * kSamples; i += 2) {
+      state = state * 1664525u + 1013904223u;
+      setWord(source.data, i / 2, static_cast<uint16_t>((state >> 8) % 32769u));
+    }
+    auto compare = [&](std::size_t bytes, const char* what) {
+      std::memset(reference.data, 0x55, bytes);
+      std::memset(module.data, 0x55, bytes);
+      return [&, bytes, what] { ASSERT_EQ(std::memcmp(module.data, reference.data, bytes), 0) << what; };
+    };
+    {
+      auto check = compare(kSamples, "16 to 8");
+      reinterpret_cast<SlotFnOf<slot::convert16To8>>(host.original(code::conv, 17))(
+          source.as<uint16_t>(), reference.data, kRows, kColumns, 2 * (kColumns + kPad), kColumns + kPad, 0);
+      oneTo8(source.as<uint16_t>(), module.data, kRows, kColumns, 2 * (kColumns + kPad), kColumns + kPad, 0);
+      check();
+    }
+    {
+      auto check = compare(2 * kSamples, "8 to 16");
+      reinterpret_cast<SlotFnOf<slot::convert8To16>>(host.original(code::conv, 18))(
+          source.data, reference.as<uint16_t>(), kRows, kColumns, kColumns + kPad, 2 * (kColumns + kPad));
+      to16(source.data, module.as<uint16_t>(), kRows, kColumns, kColumns + kPad, 2 * (kColumns + kPad));
+      check();
+    }
+    {
+      for (std::size_t i = 0; i < kSamples; ++i)
+        setFloat(source.data, i, static_cast<float>(i % 4099) / 4000.0f - 0.01f);
+      auto check = compare(kSamples, "float to 8");
+      reinterpret_cast<SlotFnOf<slot::convertFloatTo8>>(host.original(code::conv, 58))(
+          source.as<float>(), reference.data, kRows, kColumns + 1, 4 * (kColumns + kPad), kColumns + kPad, 0);
+      floatTo8(source.as<float>(), module.data, kRows, kColumns + 1, 4 * (kColumns + kPad), kColumns + kPad, 0);
+      check();
+    }
+  });
 }
 
 // ------------------------------------------------------------------- dithering
@@ -366,54 +455,61 @@ TEST(ConvertLargeRegions, StreamTheSameBytesAsTheHost) {
 // it must be masked off): the dithered vector path computes (x + ((n - x) >> 8)) >> 7,
 // which must equal floor((255 x + n) / 32768) for every x in 0..32768, n in 0..32767.
 TEST(Convert16To8, ShiftFormEqualsTheProductFormForEveryXAndN) {
-  ReferenceHost host;
-  start(host);
-  constexpr uint32_t kPeriod = 16384, kRoom = 8192;
-  constexpr int32_t kColumns = 32769;
-  std::vector<uint16_t> noise((kPeriod + kRoom) / 2);
-  Buffer source(2 * kColumns), destination(kColumns + 16);
-  for (uint32_t x = 0; x <= 32768; ++x) setWord(source.data, x, static_cast<uint16_t>(x));
-  std::vector<uint8_t> want(kColumns);
-  uint64_t mismatches = 0;
-  for (uint32_t n = 0; n < 32768; ++n) {
-    std::fill(noise.begin(), noise.end(), static_cast<uint16_t>(n | ((n & 1) << 15)));
-    registerNoiseTable(noise.data(), kPeriod + kRoom, kPeriod);
-    unsigned char* d = destination.data + (n % 16);  // every head length
-    convert16To8(source.as<uint16_t>(), d, 1, kColumns, 0, 0, 1);
-    for (uint32_t x = 0; x <= 32768; ++x) want[x] = static_cast<uint8_t>((255 * x + n) >> 15);
-    if (std::memcmp(d, want.data(), kColumns) != 0 && mismatches++ < 5) {
-      uint32_t x = 0;
-      while (d[x] == want[x]) ++x;
-      ADD_FAILURE() << "x=" << x << " n=" << n << ": " << int{d[x]} << " instead of " << int{want[x]};
+  forEachLevel([&](const Kernels& kernels) {
+    const auto oneTo8 = kernels.get(slot::convert16To8).fn;
+    ReferenceHost host;
+    start(host);
+    constexpr uint32_t kPeriod = 16384, kRoom = 8192;
+    constexpr int32_t kColumns = 32769;
+    std::vector<uint16_t> noise((kPeriod + kRoom) / 2);
+    Buffer source(2 * kColumns), destination(kColumns + 16);
+    for (uint32_t x = 0; x <= 32768; ++x) setWord(source.data, x, static_cast<uint16_t>(x));
+    std::vector<uint8_t> want(kColumns);
+    uint64_t mismatches = 0;
+    for (uint32_t n = 0; n < 32768; ++n) {
+      std::fill(noise.begin(), noise.end(), static_cast<uint16_t>(n | ((n & 1) << 15)));
+      registerNoiseTable(noise.data(), kPeriod + kRoom, kPeriod);
+      unsigned char* d = destination.data + (n % 16);  // every head length
+      oneTo8(source.as<uint16_t>(), d, 1, kColumns, 0, 0, 1);
+      for (uint32_t x = 0; x <= 32768; ++x) want[x] = static_cast<uint8_t>((255 * x + n) >> 15);
+      if (std::memcmp(d, want.data(), kColumns) != 0 && mismatches++ < 5) {
+        uint32_t x = 0;
+        while (d[x] == want[x]) ++x;
+        ADD_FAILURE() << "x=" << x << " n=" << n << ": " << int{d[x]} << " instead of " << int{want[x]};
+      }
     }
-  }
-  EXPECT_EQ(mismatches, 0u);
-  host.registerNoise();
+    EXPECT_EQ(mismatches, 0u);
+    host.registerNoise();
+  });
 }
 
 // A host with another noise period than the harness's host: rows long enough for
 // the walk to wrap several times, which must go back by the registered period.
 TEST(Dither, HostWithAnotherNoisePeriod) {
-  refhost::HostOptions options;
-  options.noisePeriodBytes = 12288;
-  options.noiseRoomBytes = 8192;
-  ReferenceHost host(options);
-  start(host);
-  const auto hostRoutine = reinterpret_cast<SlotFnOf<slot::convert16To8>>(host.original(code::conv, 17));
-  constexpr int32_t kRows = 8, kMaxColumns = 2048;
-  Buffer source(2 * kMaxColumns * kRows), destination(kMaxColumns * kRows + 16);
-  for (int i = 0; i < kMaxColumns * kRows; ++i)
-    setWord(source.data, static_cast<std::size_t>(i), static_cast<uint16_t>(static_cast<uint32_t>(i) * 40503u % 32769));
-  for (int32_t columns : {kMaxColumns, 1531, 1000})
-    for (std::size_t offset = 0; offset < 16; offset += 3) {
-      // The pattern follows the destination address: module and host write to the same one.
-      unsigned char* d = destination.data + offset;
-      const auto bytes = static_cast<std::size_t>(kRows * columns);
-      convert16To8(source.as<uint16_t>(), d, kRows, columns, 2 * columns, columns, 1);
-      const std::vector<uint8_t> fromModule(d, d + bytes);
-      hostRoutine(source.as<uint16_t>(), d, kRows, columns, 2 * columns, columns, 1);
-      ASSERT_EQ(std::memcmp(d, fromModule.data(), bytes), 0) << columns << " columns, offset " << offset;
-    }
+  forEachLevel([&](const Kernels& kernels) {
+    const auto oneTo8 = kernels.get(slot::convert16To8).fn;
+    refhost::HostOptions options;
+    options.noisePeriodBytes = 12288;
+    options.noiseRoomBytes = 8192;
+    ReferenceHost host(options);
+    start(host);
+    const auto hostRoutine = reinterpret_cast<SlotFnOf<slot::convert16To8>>(host.original(code::conv, 17));
+    constexpr int32_t kRows = 8, kMaxColumns = 2048;
+    Buffer source(2 * kMaxColumns * kRows), destination(kMaxColumns * kRows + 16);
+    for (int i = 0; i < kMaxColumns * kRows; ++i)
+      setWord(source.data, static_cast<std::size_t>(i),
+              static_cast<uint16_t>(static_cast<uint32_t>(i) * 40503u % 32769));
+    for (int32_t columns : {kMaxColumns, 1531, 1000})
+      for (std::size_t offset = 0; offset < 16; offset += 3) {
+        // The pattern follows the destination address: module and host write to the same one.
+        unsigned char* d = destination.data + offset;
+        const auto bytes = static_cast<std::size_t>(kRows * columns);
+        oneTo8(source.as<uint16_t>(), d, kRows, columns, 2 * columns, columns, 1);
+        const std::vector<uint8_t> fromModule(d, d + bytes);
+        hostRoutine(source.as<uint16_t>(), d, kRows, columns, 2 * columns, columns, 1);
+        ASSERT_EQ(std::memcmp(d, fromModule.data(), bytes), 0) << columns << " columns, offset " << offset;
+      }
+  });
 }
 
 // ------------------------------------------------------- calls to the host
@@ -438,38 +534,42 @@ uintptr_t arg(int32_t v) { return static_cast<uintptr_t>(v); }
 // Only range pairs other than the module's two, and dithered floats, go to the
 // host's routines, with every argument unchanged (even with nothing to convert).
 TEST(ConvertFallbacks, OnlyOtherRangePairsAndDitheredFloatsReachTheHostWithEveryArgument) {
-  HostRoutine& saved19 = tarnell_saved_tables[kConv][19];
-  HostRoutine& saved58 = tarnell_saved_tables[kConv][58];
-  const HostRoutine before19 = saved19, before58 = saved58;
-  saved19 = erase(&record<uint16_t*, uint32_t, uint32_t, int32_t, int32_t, int32_t>);
-  saved58 = erase(&record<const float*, uint8_t*, int32_t, int32_t, int32_t, int32_t, uint8_t>);
-  g_calls = 0;
+  forEachLevel([&](const Kernels& kernels) {
+    const auto rescale = kernels.get(slot::rescale16).fn;
+    const auto floatTo8 = kernels.get(slot::convertFloatTo8).fn;
+    HostRoutine& saved19 = tarnell_saved_tables[kConv][19];
+    HostRoutine& saved58 = tarnell_saved_tables[kConv][58];
+    const HostRoutine before19 = saved19, before58 = saved58;
+    saved19 = erase(&record<uint16_t*, uint32_t, uint32_t, int32_t, int32_t, int32_t>);
+    saved58 = erase(&record<const float*, uint8_t*, int32_t, int32_t, int32_t, int32_t, uint8_t>);
+    g_calls = 0;
 
-  uint16_t data[4] = {1, 2, 3, 4};
-  rescale16(data, 32768, 65535, 1, 4, 8);
-  rescale16(data, 65535, 32768, 1, 4, 8);
-  EXPECT_EQ(g_calls, 0);
-  auto* words = reinterpret_cast<uint16_t*>(uintptr_t{0x1234560});
-  rescale16(words, 40000, 70000, -3, 123456, -98);
-  EXPECT_EQ(g_calls, 1);
-  EXPECT_EQ(g_seen, (std::vector<uintptr_t>{0x1234560, 40000, 70000, arg(-3), 123456, arg(-98)}));
-  rescale16(data, 65535, 65535, 1, 4, 8);
-  EXPECT_EQ(g_seen[2], 65535u);
-  rescale16(data, 255, 32768, 0, 4, 8);
-  EXPECT_EQ(g_calls, 3);
-  EXPECT_EQ(g_seen, (std::vector<uintptr_t>{reinterpret_cast<uintptr_t>(data), 255, 32768, 0, 4, 8}));
+    uint16_t data[4] = {1, 2, 3, 4};
+    rescale(data, 32768, 65535, 1, 4, 8);
+    rescale(data, 65535, 32768, 1, 4, 8);
+    EXPECT_EQ(g_calls, 0);
+    auto* words = reinterpret_cast<uint16_t*>(uintptr_t{0x1234560});
+    rescale(words, 40000, 70000, -3, 123456, -98);
+    EXPECT_EQ(g_calls, 1);
+    EXPECT_EQ(g_seen, (std::vector<uintptr_t>{0x1234560, 40000, 70000, arg(-3), 123456, arg(-98)}));
+    rescale(data, 65535, 65535, 1, 4, 8);
+    EXPECT_EQ(g_seen[2], 65535u);
+    rescale(data, 255, 32768, 0, 4, 8);
+    EXPECT_EQ(g_calls, 3);
+    EXPECT_EQ(g_seen, (std::vector<uintptr_t>{reinterpret_cast<uintptr_t>(data), 255, 32768, 0, 4, 8}));
 
-  float floats[3] = {0.25f, 0.5f, 0.75f};
-  uint8_t bytes[3] = {};
-  convertFloatTo8(floats, bytes, 1, 3, 12, 3, 0);
-  EXPECT_EQ(g_calls, 3);
-  EXPECT_EQ(std::vector<uint8_t>(bytes, bytes + 3), (std::vector<uint8_t>{64, 128, 191}));
-  auto* source = reinterpret_cast<const float*>(uintptr_t{0x7654320});
-  convertFloatTo8(source, reinterpret_cast<uint8_t*>(uintptr_t{0x1111}), 0, -5, 77, -1, 200);
-  EXPECT_EQ(g_calls, 4);
-  EXPECT_EQ(g_seen, (std::vector<uintptr_t>{0x7654320, 0x1111, 0, arg(-5), 77, arg(-1), 200}));
-  saved19 = before19;
-  saved58 = before58;
+    float floats[3] = {0.25f, 0.5f, 0.75f};
+    uint8_t bytes[3] = {};
+    floatTo8(floats, bytes, 1, 3, 12, 3, 0);
+    EXPECT_EQ(g_calls, 3);
+    EXPECT_EQ(std::vector<uint8_t>(bytes, bytes + 3), (std::vector<uint8_t>{64, 128, 191}));
+    auto* source = reinterpret_cast<const float*>(uintptr_t{0x7654320});
+    floatTo8(source, reinterpret_cast<uint8_t*>(uintptr_t{0x1111}), 0, -5, 77, -1, 200);
+    EXPECT_EQ(g_calls, 4);
+    EXPECT_EQ(g_seen, (std::vector<uintptr_t>{0x7654320, 0x1111, 0, arg(-5), 77, arg(-1), 200}));
+    saved19 = before19;
+    saved58 = before58;
+  });
 }
 
 }  // namespace

@@ -267,4 +267,51 @@ TEST_F(Filters, BoxMeanFullRangeSamplesOnEveryBody) {
   }
 }
 
+// The one-multiplication quotient the AVX2 kernel takes wherever there is one
+// (every radius up to 63): equal to floor(n / d) at both ends of every quotient's
+// range of sums (it grows with n, so that covers every sum up to the largest box
+// sum plus half).
+TEST(BoxMeanDivisor, BoundedQuotientsAreExactOverEveryBoxSum) {
+  for (uint32_t radius = 1; radius <= 127; ++radius) {
+    const uint32_t d = (2 * radius + 1) * (2 * radius + 1);
+    const uint64_t largest = uint64_t{65535} * d + d / 2;
+    const BoundedDivisor v = boundedDivisor(d, largest);
+    if (v.k == 0) {  // none: the invariant-divisor form serves (past radius 63 only)
+      EXPECT_GT(radius, 63u);
+      continue;
+    }
+    ASSERT_GE(v.k, 32) << radius;
+    for (uint64_t q = 0; q * d <= largest; ++q) {
+      const auto low = static_cast<uint32_t>(q * d), high = static_cast<uint32_t>(std::min(q * d + d - 1, largest));
+      ASSERT_EQ(boundedQuotient(v, low), q) << radius << ' ' << low;
+      ASSERT_EQ(boundedQuotient(v, high), q) << radius << ' ' << high;
+    }
+  }
+}
+
+// A region of 4097 columns (every row the one-pass kernel's steps and its tail),
+// starting one sample off a 32-byte boundary, against the host's routine on
+// every body, with nothing written outside it.
+TEST_F(Filters, BoxMeanOfLargeRegionsMatchesTheHost) {
+  constexpr int32_t kRows = 1026, kColumns = 4097, kRadius = 3;
+  constexpr int32_t kWidth = kColumns + 2 * kRadius + 5;
+  std::vector<uint16_t> src(static_cast<std::size_t>((kRows + 2 * kRadius) * kWidth));
+  uint32_t x = 11;
+  for (uint16_t& v : src) v = static_cast<uint16_t>((x = x * 1664525u + 1013904223u) >> 17);
+  const uint16_t* region = src.data() + kRadius * kWidth + kRadius;
+  constexpr int32_t kOut = kColumns + 3;
+  std::vector<uint16_t> expected(static_cast<std::size_t>(kRows * kOut + 32)), got(expected.size());
+  const auto at = [](std::vector<uint16_t>& v) {  // one sample past a 32-byte boundary
+    auto* p = reinterpret_cast<uint16_t*>((reinterpret_cast<uintptr_t>(v.data()) + 31) & ~uintptr_t{31});
+    return p + 1;
+  };
+  hosts<75>()(region, at(expected), kRows, kColumns, 2 * kWidth, 2 * kOut, kRadius);
+  for (const auto& body : tests::bodiesOf(slot::filterSlot75)) {
+    std::fill(got.begin(), got.end(), uint16_t{0});
+    EXPECT_EQ(body.fn(region, at(got), kRows, kColumns, 2 * kWidth, 2 * kOut, kRadius), 0);
+    EXPECT_TRUE(std::equal(at(got) - 1, at(got) + kRows * kOut, at(expected) - 1)) << levelName(body.level);
+  }
+}
+
 }  // namespace
+

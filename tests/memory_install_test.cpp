@@ -43,13 +43,13 @@ TEST(MemoryInstall, WiderTiersReplaceTheNarrowerRoutines) {
   using namespace memory;
   const Installed all = install(true, true, true, true);
   const std::map<int, HostRoutine> expected = {
-      {0, erase(g_memorySsse3.copyBytes)},       {1, erase(g_memorySsse3.copyBlock)},
-      {3, erase(g_memoryAvx.fillBytes)},         {4, erase(g_memoryAvx.fillBlock)},
-      {17, erase(&bytesAllEqualSse2)},           {18, erase(&blockBytesAllEqualSse2)},
-      {36, erase(g_memorySse41.byteBounds)},     {65, erase(&fillWordsSse2)},
-      {66, erase(&fillWordBlockSse2)},           {83, erase(&blockWordsUniformValueSse2)},
-      {102, erase(&blockWordsAllEqualSse2)},     {135, erase(g_memoryAvx.blockDwordsUniform)},
-      {136, erase(g_memoryAvx.fillDwords)},      {137, erase(g_memoryAvx.fillDwordBlock)},
+      {0, erase(g_memoryAvx2.copyBytes)},            {1, erase(g_memoryAvx2.copyBlock)},
+      {3, erase(g_memoryAvx.fillBytes)},             {4, erase(g_memoryAvx.fillBlock)},
+      {17, erase(g_memoryAvx2.bytesAllEqual)},       {18, erase(g_memoryAvx2.blockBytesAllEqual)},
+      {36, erase(g_memoryAvx2.byteBounds)},          {65, erase(g_memoryAvx.fillWords)},
+      {66, erase(g_memoryAvx.fillWordBlock)},        {83, erase(g_memoryAvx2.blockWordsUniformValue)},
+      {102, erase(g_memoryAvx2.blockWordsAllEqual)}, {135, erase(g_memoryAvx.blockDwordsUniform)},
+      {136, erase(g_memoryAvx.fillDwords)},          {137, erase(g_memoryAvx.fillDwordBlock)},
   };
   for (const auto& [slot, routine] : expected) EXPECT_EQ(all.table[static_cast<std::size_t>(slot)], routine) << slot;
 
@@ -59,6 +59,9 @@ TEST(MemoryInstall, WiderTiersReplaceTheNarrowerRoutines) {
   EXPECT_EQ(sse2.table[3], erase(&fillBytesSse2));
   EXPECT_EQ(sse2.table[4], erase(&fillBlockSse2));
   EXPECT_EQ(sse2.table[136], erase(&fillDwordsSse2));
+  EXPECT_EQ(sse2.table[17], erase(&bytesAllEqualSse2));
+  EXPECT_EQ(sse2.table[65], erase(&fillWordsSse2));
+  EXPECT_EQ(sse2.table[83], erase(&blockWordsUniformValueSse2));
   EXPECT_EQ(sse2.table[36], nullptr);
   EXPECT_EQ(sse2.table[135], nullptr);
 
@@ -76,8 +79,17 @@ TEST(MemoryInstall, TheWiderTablesHoldEveryRoutine) {
   EXPECT_NE(g_memorySsse3.copyBytes, nullptr);
   EXPECT_NE(g_memorySsse3.copyBlock, nullptr);
   EXPECT_NE(g_memorySse41.byteBounds, nullptr);
-  for (HostRoutine r : {erase(g_memoryAvx.fillBytes), erase(g_memoryAvx.fillBlock), erase(g_memoryAvx.blockDwordsUniform),
+  for (HostRoutine r : {erase(g_memoryAvx.fillBytes), erase(g_memoryAvx.fillBlock), erase(g_memoryAvx.fillWords),
+                        erase(g_memoryAvx.fillWordBlock), erase(g_memoryAvx.blockDwordsUniform),
                         erase(g_memoryAvx.fillDwords), erase(g_memoryAvx.fillDwordBlock)})
+    EXPECT_NE(r, nullptr);
+  for (HostRoutine r : {erase(g_memorySse2.bytesAllEqual), erase(g_memorySse2.blockBytesAllEqual),
+                        erase(g_memorySse2.fillWords), erase(g_memorySse2.fillWordBlock),
+                        erase(g_memorySse2.blockWordsUniformValue), erase(g_memorySse2.blockWordsAllEqual),
+                        erase(g_memoryAvx2.copyBytes), erase(g_memoryAvx2.copyBlock),
+                        erase(g_memoryAvx2.bytesAllEqual), erase(g_memoryAvx2.blockBytesAllEqual),
+                        erase(g_memoryAvx2.byteBounds), erase(g_memoryAvx2.blockWordsUniformValue),
+                        erase(g_memoryAvx2.blockWordsAllEqual)})
     EXPECT_NE(r, nullptr);
 }
 

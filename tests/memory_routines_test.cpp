@@ -52,15 +52,17 @@ TEST_F(MemoryTiers, EveryTierMatchesTheHost) {
     bool runs;
     CpuFeatureFlags flags;
   };
-  CpuFeatureFlags sse2{}, ssse3{}, sse41{}, avx{};
+  CpuFeatureFlags sse2{}, ssse3{}, sse41{}, avx{}, avx2{};
   sse2.sse2 = 1;
   ssse3 = sse2, ssse3.ssse3 = 1;
   sse41 = ssse3, sse41.sse41 = 1;
   avx = sse41, avx.avx = 1;
+  avx2 = avx, avx2.avx2 = 1;
   const Tier tiers[] = {{"SSE2", cpu.sse2 != 0, sse2},
                         {"SSSE3", cpu.ssse3 != 0, ssse3},
                         {"SSE4.1", cpu.sse41 != 0, sse41},
-                        {"AVX", cpu.avx != 0, avx}};
+                        {"AVX", cpu.avx != 0, avx},
+                        {"AVX2", cpu.avx2 != 0, avx2}};
   std::vector<HostRoutine> previous(static_cast<std::size_t>(kSuites[kMemo].slotCount), nullptr);
   for (const Tier& tier : tiers) {
     if (!tier.runs) continue;

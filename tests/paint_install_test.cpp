@@ -44,11 +44,33 @@ TEST(PaintInstall, AllEntriesInOrderEachOnce) {
   std::vector<int> sorted = kOrder;
   std::sort(sorted.begin(), sorted.end());
   EXPECT_EQ(std::adjacent_find(sorted.begin(), sorted.end()), sorted.end());
-  EXPECT_EQ(table[10], reinterpret_cast<HostRoutine>(&paint::PaintP8));
-  EXPECT_EQ(table[89], reinterpret_cast<HostRoutine>(paint::PaintT16x4));
-  EXPECT_EQ(table[92], reinterpret_cast<HostRoutine>(&paint::PaintSingle92));
+  EXPECT_EQ(table[10], installs::erase(paint::g_paintSse2.PaintP8));
+  EXPECT_EQ(table[89], installs::erase(paint::g_paintSse2.PaintT16x4));
+  EXPECT_EQ(table[92], installs::erase(paint::g_paintSse2.PaintSingle92));
   for (std::size_t slot = 0; slot < table.size(); ++slot)
     EXPECT_EQ(table[slot] != nullptr, std::count(kOrder.begin(), kOrder.end(), static_cast<int>(slot)) == 1) << slot;
+}
+
+// With AVX2 every entry but the two forwarded ones runs its AVX2 body, the
+// companions included; without it, every one its baseline body.
+TEST(PaintInstall, TheWidestLevelReachedGivesEveryBody) {
+  const installs::Installed narrow = installs::recordInstall<code::pntg>(&installPaint, withSse2(true, false));
+  const installs::Installed wide = installs::recordInstall<code::pntg>(&installPaint, withSse2(true, true));
+  ASSERT_EQ(wide.order, narrow.order);
+  int bodies = 0;
+  for (std::size_t i = 0; i < wide.writes.size(); ++i) {
+    if (wide.writes[i].forwarded) {
+      EXPECT_EQ(wide.writes[i].routine, narrow.writes[i].routine) << wide.order[i];
+      continue;
+    }
+    ++bodies;
+    EXPECT_EQ(narrow.writes[i].level, Level::sse2) << wide.order[i];
+    EXPECT_EQ(wide.writes[i].level, Level::avx2) << wide.order[i];
+    EXPECT_NE(wide.writes[i].routine, narrow.writes[i].routine) << wide.order[i];
+  }
+  EXPECT_EQ(bodies, 35);
+  EXPECT_EQ(wide.at(29), installs::erase(paint::g_paintAvx2.PaintP8x4));
+  EXPECT_EQ(wide.at(86), installs::erase(paint::g_paintAvx2.PaintS16x4));
 }
 
 TEST(PaintInstall, ForwardedSlotsReachTheSavedHostRoutine) {
@@ -78,8 +100,10 @@ TEST(PaintInstall, StartupStepWritesTheLiveTable) {
   std::vector<HostRoutine> live(kSuites[kPntg].slotCount, nullptr);
   HostRoutine* savedLive = g_liveTables[kPntg];
   const CpuFeatureFlags savedFlags = g_cpuFeatureFlags;
+  const Kernels savedKernels = g_kernels;
   g_liveTables[kPntg] = live.data();
   g_cpuFeatureFlags = withSse2(true, false);
+  g_kernels = resolveKernels(g_cpuFeatureFlags);
   EXPECT_EQ(InstallPaintRoutines(nullptr), 1);
   g_cpuFeatureFlags = withSse2(false, false);
   std::vector<HostRoutine> untouched(live.size(), nullptr);
@@ -87,7 +111,8 @@ TEST(PaintInstall, StartupStepWritesTheLiveTable) {
   EXPECT_EQ(InstallPaintRoutines(nullptr), 1);
   g_liveTables[kPntg] = savedLive;
   g_cpuFeatureFlags = savedFlags;
-  EXPECT_EQ(live[4], reinterpret_cast<HostRoutine>(&paint::PaintQ8));
+  g_kernels = savedKernels;
+  EXPECT_EQ(live[4], installs::erase(paint::g_paintSse2.PaintQ8));
   EXPECT_EQ(live[0], nullptr);
   EXPECT_TRUE(std::all_of(untouched.begin(), untouched.end(), [](HostRoutine r) { return r == nullptr; }));
 }

@@ -1,9 +1,11 @@
-// The painting routines through the static library. The harness (EveryCheck)
-// compares every slot with the host's routine on random planes at every width
-// and alignment; these tests add the dither's start and how it moves, the rules'
-// fixed points, noise buffers too short to read a vector step in place, that
-// unused arguments and bits do not count, and that the checks catch the faults a
-// companion, a threshold or an argument list can have.
+// The painting routines through the static library, every body this processor
+// runs (the baseline's and each wider level's). The harness (EveryCheck, and
+// Tiers/EveryBody for the narrower levels) compares every slot with the host's
+// routine on random planes at every width and alignment; these tests add the
+// dither's start and how it moves, the rules' fixed points, noise buffers too
+// short to read a vector step in place, that unused arguments and bits do not
+// count, and that the checks catch the faults a companion, a threshold or an
+// argument list can have.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -12,10 +14,14 @@
 #include <utility>
 #include <vector>
 
+#include "host/kernels.h"
 #include "host/noise_table.h"
+#include "host/startup.h"
 #include "paint/paint.h"
+#include "paint/paint_rows_sse2.h"
 #include "refhost/refhost.h"
 #include "tests/module_start.h"
+#include "tests/tiers.h"
 #include "verify/runner.h"
 
 
@@ -26,6 +32,20 @@ using refhost::ReferenceHost;
 namespace {
 
 void start(ReferenceHost& host) { tests::startModule(host, tests::Noise::Register); }
+
+// The paint bodies of each level here that has its own, narrowest first.
+struct Bodies {
+  Level level;
+  PaintKernels k;
+};
+std::vector<Bodies> everyLevel() {
+  std::vector<Bodies> out;
+  for (Level level : tests::levelsHere()) {
+    const Kernels k = resolveKernels(flagsAtLevel(tests::thisProcessor(), level));
+    if (out.empty() || out.back().k.PaintP8.fn != k.PaintP8.fn) out.push_back({level, k});
+  }
+  return out;
+}
 
 // An 8-bit plane of rows x columns, tightly packed at a chosen offset from a
 // 64-byte boundary, with a mask of the same shape.
@@ -65,69 +85,77 @@ TEST(PaintDither, SameCallSamePixelsAndThePatternMovesWithXYAndAddress) {
   ReferenceHost host;
   start(host);
   // A half-covered move from 100 toward 200: 50.2, rounded by the dither to 50 or 51.
-  auto paint = [](Dab& dab, int32_t x, int32_t y) {
-    dab.fill(100, 128);
-    PaintQ8(0, x, y, dab.rows, dab.columns, dab.plane, dab.columns, 200, &dab.record);
-    return dab.pixels();
-  };
-  Dab a(4, 61), b(4, 61, 16);
-  const std::vector<uint8_t> first = paint(a, 3, 9);
-  EXPECT_EQ(paint(a, 3, 9), first);
-  EXPECT_NE(paint(a, 4, 9), first);
-  EXPECT_NE(paint(a, 3, 10), first);
-  EXPECT_NE(paint(b, 3, 9), first);  // same contents elsewhere in memory
-  for (uint8_t v : first) EXPECT_TRUE(v == 150 || v == 151) << int{v};
+  for (const Bodies& b : everyLevel()) {
+    SCOPED_TRACE(levelName(b.level));
+    auto paint = [&](Dab& dab, int32_t x, int32_t y) {
+      dab.fill(100, 128);
+      b.k.PaintQ8.fn(0, x, y, dab.rows, dab.columns, dab.plane, dab.columns, 200, &dab.record);
+      return dab.pixels();
+    };
+    Dab a(4, 61), elsewhere(4, 61, 16);
+    const std::vector<uint8_t> first = paint(a, 3, 9);
+    EXPECT_EQ(paint(a, 3, 9), first);
+    EXPECT_NE(paint(a, 4, 9), first);
+    EXPECT_NE(paint(a, 3, 10), first);
+    EXPECT_NE(paint(elsewhere, 3, 9), first);  // same contents elsewhere in memory
+    for (uint8_t v : first) EXPECT_TRUE(v == 150 || v == 151) << int{v};
+  }
 }
 
 TEST(PaintRules, FixedPoints) {
   ReferenceHost host;
   start(host);
-  Dab dab(3, 70, 5);
-  // A zero mask leaves the plane alone whatever the colour and opacity.
-  dab.fill(77, 0);
-  PaintP8(0, 1, 2, dab.rows, dab.columns, dab.plane, dab.columns, 255, 255, &dab.record);
-  EXPECT_EQ(dab.pixels(), std::vector<uint8_t>(dab.pixels().size(), 77));
-  // The colour equal to the sample, or no opacity, changes nothing.
-  const std::vector<uint8_t> source(dab.pixels().size(), 3);
-  const void* channels[] = {source.data()};
-  dab.record.source = channels;
-  dab.record.sourceStride = dab.columns;
-  for (int m : {1, 128, 255}) {
-    dab.fill(91, static_cast<uint8_t>(m));
-    PaintP8(0, 1, 2, dab.rows, dab.columns, dab.plane, dab.columns, 91, 255, &dab.record);
-    PaintP8(0, 1, 2, dab.rows, dab.columns, dab.plane, dab.columns, 3, 0, &dab.record);
-    PaintT8(0, 0, 2, dab.rows, dab.columns, 0, dab.plane, dab.columns, 0x100, &dab.record);  // low byte 0
-    EXPECT_EQ(dab.pixels(), std::vector<uint8_t>(dab.pixels().size(), 91));
+  for (const Bodies& b : everyLevel()) {
+    SCOPED_TRACE(levelName(b.level));
+    Dab dab(3, 70, 5);
+    // A zero mask leaves the plane alone whatever the colour and opacity.
+    dab.fill(77, 0);
+    b.k.PaintP8.fn(0, 1, 2, dab.rows, dab.columns, dab.plane, dab.columns, 255, 255, &dab.record);
+    EXPECT_EQ(dab.pixels(), std::vector<uint8_t>(dab.pixels().size(), 77));
+    // The colour equal to the sample, or no opacity, changes nothing.
+    const std::vector<uint8_t> source(dab.pixels().size(), 3);
+    const void* channels[] = {source.data()};
+    dab.record.source = channels;
+    dab.record.sourceStride = dab.columns;
+    for (int m : {1, 128, 255}) {
+      dab.fill(91, static_cast<uint8_t>(m));
+      b.k.PaintP8.fn(0, 1, 2, dab.rows, dab.columns, dab.plane, dab.columns, 91, 255, &dab.record);
+      b.k.PaintP8.fn(0, 1, 2, dab.rows, dab.columns, dab.plane, dab.columns, 3, 0, &dab.record);
+      b.k.PaintT8.fn(0, 0, 2, dab.rows, dab.columns, 0, dab.plane, dab.columns, 0x100, &dab.record);  // low byte 0
+      EXPECT_EQ(dab.pixels(), std::vector<uint8_t>(dab.pixels().size(), 91));
+    }
+    // Full mask and opacity reach the colour exactly, both ways.
+    for (auto [d, c] : {std::pair<uint8_t, uint8_t>{0, 255}, {255, 0}, {10, 11}}) {
+      dab.fill(d, 255);
+      b.k.PaintP8.fn(0, 1, 2, dab.rows, dab.columns, dab.plane, dab.columns, c, 255, &dab.record);
+      EXPECT_EQ(dab.pixels(), std::vector<uint8_t>(dab.pixels().size(), c));
+    }
+    // Raise-only: 5 and 9 never lower a sample.
+    dab.fill(200, 255);
+    b.k.PaintSingle5.fn(0, 1, 2, dab.rows, dab.columns, dab.plane, dab.columns, 10, &dab.record);
+    b.k.PaintSingle9.fn(0, 0, 0, dab.rows, dab.columns, dab.plane, dab.columns, 10, &dab.record);
+    EXPECT_EQ(dab.pixels(), std::vector<uint8_t>(dab.pixels().size(), 200));
+    // Family R: only the threshold's low byte counts; 0 fills even a zero mask.
+    dab.fill(5, 0);
+    b.k.PaintR8.fn(0, 0x100, 0, dab.rows, dab.columns, dab.plane, dab.columns, 9, &dab.record);
+    EXPECT_EQ(dab.pixels(), std::vector<uint8_t>(dab.pixels().size(), 9));
   }
-  // Full mask and opacity reach the colour exactly, both ways.
-  for (auto [d, c] : {std::pair<uint8_t, uint8_t>{0, 255}, {255, 0}, {10, 11}}) {
-    dab.fill(d, 255);
-    PaintP8(0, 1, 2, dab.rows, dab.columns, dab.plane, dab.columns, c, 255, &dab.record);
-    EXPECT_EQ(dab.pixels(), std::vector<uint8_t>(dab.pixels().size(), c));
-  }
-  // Raise-only: 5 and 9 never lower a sample.
-  dab.fill(200, 255);
-  PaintSingle5(0, 1, 2, dab.rows, dab.columns, dab.plane, dab.columns, 10, &dab.record);
-  PaintSingle9(0, 0, 0, dab.rows, dab.columns, dab.plane, dab.columns, 10, &dab.record);
-  EXPECT_EQ(dab.pixels(), std::vector<uint8_t>(dab.pixels().size(), 200));
-  // Family R: only the threshold's low byte counts; 0 fills even a zero mask.
-  dab.fill(5, 0);
-  PaintR8(0, 0x100, 0, dab.rows, dab.columns, dab.plane, dab.columns, 9, &dab.record);
-  EXPECT_EQ(dab.pixels(), std::vector<uint8_t>(dab.pixels().size(), 9));
 }
 
 TEST(PaintRules, MovesInTheBufferReturnAtOnceForTheEndWeights) {
-  std::vector<uint16_t> buffer = {0, 0, 0, 0, 32768, 32768, 32768, 32768};
-  PaintRecord record{};
-  record.buffer = buffer.data();
-  record.bufferStride = 8;
-  const std::vector<uint16_t> before = buffer;
-  for (int32_t w : {0, 255, 0x100, -1}) {
-    PaintSingle92(1, 0, 1, 0, 7, 4, w, &record);
-    EXPECT_EQ(buffer, before) << w;
+  const std::vector<uint16_t> before = {0, 0, 0, 0, 32768, 32768, 32768, 32768};
+  for (const Bodies& b : everyLevel()) {
+    std::vector<uint16_t> buffer(before);
+    PaintRecord record{};
+    record.buffer = buffer.data();
+    record.bufferStride = 8;
+    for (int32_t w : {0, 255, 0x100, -1}) {
+      b.k.PaintSingle92.fn(1, 0, 1, 0, 7, 4, w, &record);
+      EXPECT_EQ(buffer, before) << w << ' ' << levelName(b.level);
+    }
+    b.k.PaintSingle92.fn(1, 0, 1, 1, 7, 2, 128, &record);  // columns 1 and 2 move halfway (rounded)
+    EXPECT_EQ(buffer, (std::vector<uint16_t>{0, 16448, 16448, 0, 32768, 32768, 32768, 32768})) << levelName(b.level);
   }
-  PaintSingle92(1, 0, 1, 1, 7, 2, 128, &record);  // columns 1 and 2 move halfway (rounded)
-  EXPECT_EQ(buffer, (std::vector<uint16_t>{0, 16448, 16448, 0, 32768, 32768, 32768, 32768}));
 }
 
 // Every 16-bit sample value against the host: blending toward the ends and the
@@ -140,16 +168,20 @@ TEST(PaintRules, SixteenBitArithmeticOverEverySample) {
   std::vector<uint16_t> ramp(kAll), fromHost, fromModule;
   for (int32_t i = 0; i < kAll; ++i) ramp[static_cast<std::size_t>(i)] = static_cast<uint16_t>(i);
   const auto hostQ16 = reinterpret_cast<SlotFnOf<slot::PaintQ16>>(host.original(code::pntg, 55));
+  const std::vector<Bodies> levels = everyLevel();
   for (uint16_t m : std::initializer_list<uint16_t>{1, 2, 16383, 16384, 32767, 32768}) {
     const std::vector<uint16_t> mask(kAll, m);
     PaintRecord record{};
     record.mask = mask.data();
     record.maskStride = 2 * kAll;
     for (uint16_t c : std::initializer_list<uint16_t>{0, 1, 16384, 32767, 32768, 65535}) {
-      fromHost = fromModule = ramp;
+      fromHost = ramp;
       hostQ16(0, 0, 0, 1, kAll, fromHost.data(), 2 * kAll, c, &record);
-      PaintQ16(0, 0, 0, 1, kAll, fromModule.data(), 2 * kAll, c, &record);
-      ASSERT_EQ(fromModule, fromHost) << "m " << m << " c " << c;
+      for (const Bodies& b : levels) {
+        fromModule = ramp;
+        b.k.PaintQ16.fn(0, 0, 0, 1, kAll, fromModule.data(), 2 * kAll, c, &record);
+        ASSERT_EQ(fromModule, fromHost) << "m " << m << " c " << c << ' ' << levelName(b.level);
+      }
     }
   }
   const auto host92 = reinterpret_cast<SlotFnOf<slot::PaintSingle92>>(host.original(code::pntg, 92));
@@ -164,32 +196,42 @@ TEST(PaintRules, SixteenBitArithmeticOverEverySample) {
       record.bufferStride = 2 * kAll;
       record.buffer = expected.data();
       host92(toward, 1 - toward, 1, 0, 0, kAll, w, &record);
-      record.buffer = buffer.data();
-      PaintSingle92(toward, 1 - toward, 1, 0, 0, kAll, w, &record);
-      ASSERT_EQ(buffer, expected) << "w " << w << " toward row " << toward;
+      for (const Bodies& b : levels) {
+        std::vector<uint16_t> moved = buffer;
+        record.buffer = moved.data();
+        b.k.PaintSingle92.fn(toward, 1 - toward, 1, 0, 0, kAll, w, &record);
+        ASSERT_EQ(moved, expected) << "w " << w << " toward row " << toward << ' ' << levelName(b.level);
+      }
     }
   }
 }
 
 // The checks against the host's routines with a noise buffer whose repeat is too
 // short for a vector step's run (read byte by byte), or whose period is short (the
-// walk wraps within a row).
+// walk wraps within a row, or within a wider level's step of 64 bytes), for the
+// bodies of every level.
 TEST(PaintDither, ShortNoiseBuffersMatchTheHost) {
-  for (auto [period, room] : {std::pair<uint32_t, uint32_t>{40, 0}, {64, 32}, {1002, 30}}) {
-    refhost::HostOptions options;
-    options.noisePeriodBytes = period;
-    options.noiseRoomBytes = room;
-    ReferenceHost host(options);
-    start(host);
-    verify::VerifyOptions quick;
-    quick.thorough = false;
-    for (const verify::Check& check : verify::allChecks()) {
-      if (check.suite != code::pntg) continue;
-      if (check.slot != 10 && check.slot != 4 && check.slot != 5 && check.slot != 17 && check.slot != 13 &&
-          check.slot != 18)
-        continue;
-      const verify::CheckResult r = verify::runCheck(check, host, quick);
-      EXPECT_EQ(r.outcome, verify::Outcome::Passed) << period << '/' << room << ' ' << r.firstFailure;
+  for (const Bodies& b : everyLevel()) {
+    for (auto [period, room] : {std::pair<uint32_t, uint32_t>{40, 0}, {64, 32}, {1002, 30}, {48, 40}}) {
+      refhost::HostOptions options;
+      options.noisePeriodBytes = period;
+      options.noiseRoomBytes = room;
+      ReferenceHost host(options);
+      int16_t result = 1;
+      startupAtTier(host.hostInfo(), &result, flagsAtLevel(tests::thisProcessor(), b.level));
+      ASSERT_EQ(result, 0);
+      host.registerNoise();
+      verify::VerifyOptions quick;
+      quick.thorough = false;
+      for (const verify::Check& check : verify::allChecks()) {
+        if (check.suite != code::pntg) continue;
+        if (check.slot != 10 && check.slot != 4 && check.slot != 5 && check.slot != 17 && check.slot != 13 &&
+            check.slot != 18)
+          continue;
+        const verify::CheckResult r = verify::runCheck(check, host, quick);
+        EXPECT_EQ(r.outcome, verify::Outcome::Passed)
+            << levelName(b.level) << ' ' << period << '/' << room << ' ' << r.firstFailure;
+      }
     }
   }
 }
@@ -216,8 +258,9 @@ A junked(A a, Junk how, unsigned bits) {
 }
 // Bits: the low bits used; HighAt: an int32_t argument of which only those count
 // (every uint32_t one is junked so too); WholeAt: the arguments nobody reads.
-template <auto Routine, unsigned Bits, int HighAt, int... WholeAt>
+template <auto Id, unsigned Bits, int HighAt, int... WholeAt>
 struct Junked {
+  static inline SlotFnOf<Id> target = nullptr;
   template <class... A>
   struct Of;
   template <class... A>
@@ -229,13 +272,14 @@ struct Junked {
     }
     template <std::size_t... I>
     static void forward(std::index_sequence<I...>, A... a) {
-      Routine(junked(a, how(static_cast<int>(I), std::is_same_v<A, uint32_t>), Bits)...);
+      target(junked(a, how(static_cast<int>(I), std::is_same_v<A, uint32_t>), Bits)...);
     }
     static void call(A... a) { forward(std::index_sequence_for<A...>(), a...); }
   };
-  static HostRoutine routine() {
-    using Fn = std::remove_pointer_t<std::remove_cv_t<decltype(Routine)>>;
-    return reinterpret_cast<HostRoutine>(&Of<Fn>::call);
+  // The slot, and the junking form of one level's body of it.
+  static std::pair<int, HostRoutine> of(const PaintKernels& k) {
+    target = k.get(Id).fn;
+    return {decltype(Id)::number, reinterpret_cast<HostRoutine>(&Of<SlotTypeOf<Id>>::call)};
   }
 };
 
@@ -244,43 +288,47 @@ TEST(PaintArguments, UnusedBitsAndArgumentsDoNotCount) {
   start(host);
   verify::VerifyOptions quick;
   quick.thorough = false;
-  const std::pair<int, HostRoutine> junkedRoutines[] = {
-      {10, Junked<&PaintP8, 8, -1, 0>::routine()},        {28, Junked<PaintP8x3, 8, -1, 0>::routine()},
-      {29, Junked<PaintP8x4, 8, -1, 0>::routine()},       {61, Junked<&PaintP16, 16, -1, 0>::routine()},
-      {62, Junked<PaintP16x3, 16, -1, 0>::routine()},     {63, Junked<PaintP16x4, 16, -1, 0>::routine()},
-      {4, Junked<&PaintQ8, 8, -1, 0>::routine()},         {26, Junked<PaintQ8x3, 8, -1, 0>::routine()},
-      {27, Junked<PaintQ8x4, 8, -1, 0>::routine()},       {55, Junked<&PaintQ16, 16, -1, 0>::routine()},
-      {56, Junked<PaintQ16x3, 16, -1, 0>::routine()},     {57, Junked<PaintQ16x4, 16, -1, 0>::routine()},
-      {5, Junked<&PaintSingle5, 8, -1, 0>::routine()},    {81, Junked<&PaintSingle81, 16, -1, 0>::routine()},
-      {7, Junked<&PaintR8, 8, 1, 0>::routine()},          {24, Junked<PaintR8x3, 8, 1, 0>::routine()},
-      {25, Junked<PaintR8x4, 8, 1, 0>::routine()},        {58, Junked<&PaintR16, 16, 1, 0>::routine()},
-      {59, Junked<PaintR16x3, 16, 1, 0>::routine()},      {60, Junked<PaintR16x4, 16, 1, 0>::routine()},
-      {9, Junked<&PaintSingle9, 8, 1, 0>::routine()},     {17, Junked<&PaintS8, 8, -1, 0, 5>::routine()},
-      {34, Junked<PaintS8x3, 8, -1, 0, 5>::routine()},    {35, Junked<PaintS8x4, 8, -1, 0, 5>::routine()},
-      {84, Junked<&PaintS16, 16, -1, 0, 5>::routine()},   {85, Junked<PaintS16x3, 16, -1, 0, 5>::routine()},
-      {86, Junked<PaintS16x4, 16, -1, 0, 5>::routine()},  {13, Junked<&PaintT8, 8, -1, 0, 5>::routine()},
-      {36, Junked<PaintT8x3, 8, -1, 0, 5>::routine()},    {37, Junked<PaintT8x4, 8, -1, 0, 5>::routine()},
-      {87, Junked<&PaintT16, 16, -1, 0, 5>::routine()},   {88, Junked<PaintT16x3, 16, -1, 0, 5>::routine()},
-      {89, Junked<PaintT16x4, 16, -1, 0, 5>::routine()},  {18, Junked<&PaintSingle18, 8, 6>::routine()},
-      {92, Junked<&PaintSingle92, 8, 6, 4>::routine()},
-  };
-  int seen = 0;
-  for (const verify::Check& check : verify::allChecks()) {
-    if (check.suite != code::pntg) continue;
-    for (const auto& [slot, routine] : junkedRoutines) {
-      if (slot != check.slot) continue;
-      ++seen;
-      const verify::CheckResult r = verify::runCheckOn(check, host, host.original(code::pntg, slot), routine, quick);
-      EXPECT_EQ(r.outcome, verify::Outcome::Passed) << slot << ' ' << r.firstFailure;
+  for (const Bodies& b : everyLevel()) {
+    const PaintKernels& k = b.k;
+    const std::pair<int, HostRoutine> junkedRoutines[] = {
+        Junked<slot::PaintP8, 8, -1, 0>::of(k),           Junked<slot::PaintP8x3, 8, -1, 0>::of(k),
+        Junked<slot::PaintP8x4, 8, -1, 0>::of(k),         Junked<slot::PaintP16, 16, -1, 0>::of(k),
+        Junked<slot::PaintP16x3, 16, -1, 0>::of(k),       Junked<slot::PaintP16x4, 16, -1, 0>::of(k),
+        Junked<slot::PaintQ8, 8, -1, 0>::of(k),           Junked<slot::PaintQ8x3, 8, -1, 0>::of(k),
+        Junked<slot::PaintQ8x4, 8, -1, 0>::of(k),         Junked<slot::PaintQ16, 16, -1, 0>::of(k),
+        Junked<slot::PaintQ16x3, 16, -1, 0>::of(k),       Junked<slot::PaintQ16x4, 16, -1, 0>::of(k),
+        Junked<slot::PaintSingle5, 8, -1, 0>::of(k),      Junked<slot::PaintSingle81, 16, -1, 0>::of(k),
+        Junked<slot::PaintR8, 8, 1, 0>::of(k),            Junked<slot::PaintR8x3, 8, 1, 0>::of(k),
+        Junked<slot::PaintR8x4, 8, 1, 0>::of(k),          Junked<slot::PaintR16, 16, 1, 0>::of(k),
+        Junked<slot::PaintR16x3, 16, 1, 0>::of(k),        Junked<slot::PaintR16x4, 16, 1, 0>::of(k),
+        Junked<slot::PaintSingle9, 8, 1, 0>::of(k),       Junked<slot::PaintS8, 8, -1, 0, 5>::of(k),
+        Junked<slot::PaintS8x3, 8, -1, 0, 5>::of(k),      Junked<slot::PaintS8x4, 8, -1, 0, 5>::of(k),
+        Junked<slot::PaintS16, 16, -1, 0, 5>::of(k),      Junked<slot::PaintS16x3, 16, -1, 0, 5>::of(k),
+        Junked<slot::PaintS16x4, 16, -1, 0, 5>::of(k),    Junked<slot::PaintT8, 8, -1, 0, 5>::of(k),
+        Junked<slot::PaintT8x3, 8, -1, 0, 5>::of(k),      Junked<slot::PaintT8x4, 8, -1, 0, 5>::of(k),
+        Junked<slot::PaintT16, 16, -1, 0, 5>::of(k),      Junked<slot::PaintT16x3, 16, -1, 0, 5>::of(k),
+        Junked<slot::PaintT16x4, 16, -1, 0, 5>::of(k),    Junked<slot::PaintSingle18, 8, 6>::of(k),
+        Junked<slot::PaintSingle92, 8, 6, 4>::of(k),
+    };
+    int seen = 0;
+    for (const verify::Check& check : verify::allChecks()) {
+      if (check.suite != code::pntg) continue;
+      for (const auto& [slot, routine] : junkedRoutines) {
+        if (slot != check.slot) continue;
+        ++seen;
+        const verify::CheckResult r =
+            verify::runCheckOn(check, host, host.original(code::pntg, slot), routine, quick);
+        EXPECT_EQ(r.outcome, verify::Outcome::Passed) << levelName(b.level) << ' ' << slot << ' ' << r.firstFailure;
+      }
     }
+    EXPECT_EQ(seen, 35);
   }
-  EXPECT_EQ(seen, 35);
 }
 
-// Faulty forms the checks must reject.
+// Faulty forms the checks must reject (built on the baseline bodies).
 void s8x3SameChannel(int32_t a0, int32_t channel, int32_t y, int32_t rows, int32_t columns, int32_t a5, uint8_t* p0,
                      uint8_t* p1, uint8_t* p2, int32_t stride, const PaintRecord* record) {
-  for (uint8_t* p : {p0, p1, p2}) PaintS8(a0, channel, y, rows, columns, a5, p, stride, record);
+  for (uint8_t* p : {p0, p1, p2}) g_paintSse2.PaintS8(a0, channel, y, rows, columns, a5, p, stride, record);
 }
 // Plane k reads channel + k but starts its dither from the first plane's x.
 void s8x3DitherFromTheFirstChannel(int32_t a0, int32_t channel, int32_t y, int32_t rows, int32_t columns, int32_t a5,
@@ -290,36 +338,37 @@ void s8x3DitherFromTheFirstChannel(int32_t a0, int32_t channel, int32_t y, int32
   for (int k = 0; k < 3; ++k) {
     PaintRecord shifted = *record;
     shifted.source = record->source + k;
-    PaintS8(a0, channel, y, rows, columns, a5, planes[k], stride, &shifted);
+    g_paintSse2.PaintS8(a0, channel, y, rows, columns, a5, planes[k], stride, &shifted);
   }
 }
 void r8ThresholdAbove(int32_t a0, int32_t threshold, int32_t y, int32_t rows, int32_t columns, uint8_t* p,
                       int32_t stride, uint32_t colour, const PaintRecord* record) {
-  PaintR8(a0, (threshold & 0xFF) == 255 ? threshold : threshold + 1, y, rows, columns, p, stride, colour, record);
+  g_paintSse2.PaintR8(a0, (threshold & 0xFF) == 255 ? threshold : threshold + 1, y, rows, columns, p, stride, colour,
+                      record);
 }
 void q8DitherFromTheNextRow(int32_t a0, int32_t x, int32_t y, int32_t rows, int32_t columns, uint8_t* p,
                             int32_t stride, uint32_t colour, const PaintRecord* record) {
-  PaintQ8(a0, x, y + 1, rows, columns, p, stride, colour, record);
+  g_paintSse2.PaintQ8(a0, x, y + 1, rows, columns, p, stride, colour, record);
 }
 // The rectangle read one place off: x taken from the first argument.
 void p8DitherFromTheFirstArgument(int32_t a0, int32_t, int32_t y, int32_t rows, int32_t columns, uint8_t* p,
                                   int32_t stride, uint32_t colour, uint32_t opacity, const PaintRecord* record) {
-  PaintP8(a0, a0, y, rows, columns, p, stride, colour, opacity, record);
+  g_paintSse2.PaintP8(a0, a0, y, rows, columns, p, stride, colour, opacity, record);
 }
 void t16x4PlanesSwapped(int32_t a0, int32_t channel, int32_t y, int32_t rows, int32_t columns, int32_t a5,
                         uint16_t* p0, uint16_t* p1, uint16_t* p2, uint16_t* p3, int32_t stride, uint32_t opacity,
                         const PaintRecord* record) {
-  PaintT16x4(a0, channel, y, rows, columns, a5, p1, p0, p2, p3, stride, opacity, record);
+  g_paintSse2.PaintT16x4(a0, channel, y, rows, columns, a5, p1, p0, p2, p3, stride, opacity, record);
 }
 // Slot 18's dither started from the width instead of the second offset.
 void single18DitherFromTheWidth(int32_t yRow, int32_t xRow, int32_t count, int32_t offset, int32_t, int32_t width,
                                 int32_t weight, const PaintRecord* record) {
-  PaintSingle18(yRow, xRow, count, offset, width, width, weight, record);
+  g_paintSse2.PaintSingle18(yRow, xRow, count, offset, width, width, weight, record);
 }
 // 16-bit colours cut to their low byte.
 void q16ColourAsByte(int32_t a0, int32_t x, int32_t y, int32_t rows, int32_t columns, uint16_t* p, int32_t stride,
                      uint32_t colour, const PaintRecord* record) {
-  PaintQ16(a0, x, y, rows, columns, p, stride, colour & 0xFFu, record);
+  g_paintSse2.PaintQ16(a0, x, y, rows, columns, p, stride, colour & 0xFFu, record);
 }
 
 TEST(PaintChecks, RejectFaultyRoutines) {
@@ -342,7 +391,7 @@ TEST(PaintChecks, RejectFaultyRoutines) {
   EXPECT_EQ(outcome(10, reinterpret_cast<HostRoutine>(&p8DitherFromTheFirstArgument)), verify::Outcome::Failed);
   EXPECT_EQ(outcome(18, reinterpret_cast<HostRoutine>(&single18DitherFromTheWidth)), verify::Outcome::Failed);
   EXPECT_EQ(outcome(55, reinterpret_cast<HostRoutine>(&q16ColourAsByte)), verify::Outcome::Failed);
-  EXPECT_EQ(outcome(34, reinterpret_cast<HostRoutine>(PaintS8x3)), verify::Outcome::Passed);
+  EXPECT_EQ(outcome(34, reinterpret_cast<HostRoutine>(g_paintSse2.PaintS8x3)), verify::Outcome::Passed);
 }
 
 }  // namespace

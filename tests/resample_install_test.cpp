@@ -66,15 +66,19 @@ TEST(ResampleInstall, TheStartUpEntryWritesTheLiveTableAndReturns1) {
   std::vector<HostRoutine> live(kSuites[kRsmp].slotCount, nullptr);
   HostRoutine* const saved = g_liveTables[kRsmp];
   const CpuFeatureFlags flags = g_cpuFeatureFlags;
+  const Kernels kernels = g_kernels;
   g_liveTables[kRsmp] = live.data();
   g_cpuFeatureFlags = CpuFeatureFlags{};
   EXPECT_EQ(InstallResampleRoutines(nullptr), 1);  // nothing to write, still 1
   EXPECT_EQ(live[5], nullptr);
-  g_cpuFeatureFlags.sse = g_cpuFeatureFlags.sse2 = 1;
+  g_cpuFeatureFlags.sse = g_cpuFeatureFlags.sseSecond = g_cpuFeatureFlags.sse2 = 1;
+  g_kernels = resolveKernels(g_cpuFeatureFlags);  // as start-up resolves it for these flags
   EXPECT_EQ(InstallResampleRoutines(nullptr), 1);
   EXPECT_EQ(live[5], reinterpret_cast<HostRoutine>(&FilterRowsSse2_8));
+  EXPECT_EQ(live[18], reinterpret_cast<HostRoutine>(&RemapAxis8));
   g_liveTables[kRsmp] = saved;
   g_cpuFeatureFlags = flags;
+  g_kernels = kernels;
 }
 
 // --- reaching the host's routines ------------------------------------------------

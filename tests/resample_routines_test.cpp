@@ -12,6 +12,7 @@
 #include "host/startup_tables.h"
 #include "refhost/refhost.h"
 #include "resample/resample_routines.h"
+#include "tests/tiers.h"
 #include "verify/runner.h"
 
 using namespace tarnell;
@@ -319,6 +320,75 @@ TEST(ResampleRoutines, RemapDestinationsWalkByPixelStrideThenAdvance) {
           planes[k](pairs.data(), source.data(), out.data() + kOrigin, kRows, kPixels, spp, spp, kColumns * spp,
                     advance, ps, 0, kColumns, 0, kRows, interpolate);
           EXPECT_EQ(out, expected) << who << " plane spp " << spp << " interpolate " << interpolate << " advance " << advance;
+        }
+      }
+    }
+  }
+}
+
+}  // namespace
+
+namespace {
+
+// Planes larger than the verification cases: more rows and pixels than a tile
+// holds and not whole tiles, a turn of the plane (every output row crosses source
+// rows), every pixel size from 1 to 4, nearest and interpolating, destinations
+// whose rows lie apart (any visiting order gives the same bytes) and destinations
+// whose rows overlap or go up in memory (rows in order: the later row's pixels
+// stay). Each body this processor runs, against the host's routine.
+TEST(ResampleRoutines, RemapsOfLargerPlanesMatchTheHostWhateverOrderTheyVisit) {
+  buildStartupTables();
+  refhost::ReferenceHost host;
+  const auto hostAxis = reinterpret_cast<SlotFnOf<slot::RemapAxis8>>(host.original(code::rsmp, 18));
+  const auto hostPlane = reinterpret_cast<SlotFnOf<slot::RemapPlane8>>(host.original(code::rsmp, 19));
+  constexpr int32_t kRows = 37, kPixels = 150, kSide = 160;
+  for (const int32_t spp : {1, 2, 3, 4}) {
+    const int32_t ps = spp, rs = kSide * spp + 3;
+    std::vector<uint8_t> source(static_cast<std::size_t>(kSide * rs));
+    for (std::size_t i = 0; i < source.size(); ++i) source[i] = static_cast<uint8_t>(i * 2654435761u >> 11);
+    for (const int16_t interpolate : {int16_t{0}, int16_t{1}}) {
+      // A turn by 10 degrees with a zoom of 0.9 about the plane's centre, some pixels
+      // falling outside the range on the right and at the bottom.
+      std::vector<uint32_t> pairs, along;
+      const double c = 0.9 * 0.98480775, t = 0.9 * 0.17364818;
+      for (int32_t r = 0; r < kRows; ++r)
+        for (int32_t p = 0; p < kPixels; ++p) {
+          const double x = 20 + c * p - t * r, y = 10 + t * p + c * r * 3.5;
+          pairs.push_back(static_cast<uint32_t>(x * 65536));
+          pairs.push_back(static_cast<uint32_t>(y * 65536));
+          along.push_back(static_cast<uint32_t>((2 + 0.97 * p + 0.3 * r) * 65536));
+        }
+      for (const int32_t dps : {spp, spp + 2}) {
+        const int32_t rowBytes = (kPixels - 1) * dps + spp;
+        for (const int32_t advance : {0, 5, -kPixels * dps, -kPixels * dps - rowBytes - 7, rowBytes / 2 - kPixels * dps}) {
+          const intptr_t pitch = intptr_t{kPixels} * dps + advance;
+          const intptr_t lowest = pitch < 0 ? (kRows - 1) * pitch : 0;
+          const std::size_t bytes = static_cast<std::size_t>((kRows - 1) * (pitch < 0 ? -pitch : pitch) + rowBytes + 64);
+          const std::size_t origin = static_cast<std::size_t>(32 - lowest);
+          const std::string what = "spp " + std::to_string(spp) + " interpolate " + std::to_string(interpolate) +
+                                   " pixel stride " + std::to_string(dps) + " advance " + std::to_string(advance);
+          std::vector<uint8_t> expected(bytes, 0xEE), out(bytes);
+          hostPlane(pairs.data(), source.data(), expected.data() + origin, kRows, kPixels, spp, ps, rs, advance, dps, 0,
+                    kSide, 0, kSide, interpolate);
+          for (const auto& body : tests::bodiesOf(slot::RemapPlane8)) {
+            std::fill(out.begin(), out.end(), 0xEE);
+            body.fn(pairs.data(), source.data(), out.data() + origin, kRows, kPixels, spp, ps, rs, advance, dps, 0,
+                    kSide, 0, kSide, interpolate);
+            EXPECT_EQ(out, expected) << "plane " << levelName(body.level) << ' ' << what;
+          }
+          // One axis down the columns (line r is column r) and along the rows.
+          for (const bool down : {true, false}) {
+            const int32_t lineAdvance = down ? spp : rs, step = down ? rs : spp;
+            std::fill(expected.begin(), expected.end(), 0xEE);
+            hostAxis(along.data(), source.data(), expected.data() + origin, kRows, kPixels, spp, lineAdvance, step,
+                     advance, dps, 0, kSide, interpolate);
+            for (const auto& body : tests::bodiesOf(slot::RemapAxis8)) {
+              std::fill(out.begin(), out.end(), 0xEE);
+              body.fn(along.data(), source.data(), out.data() + origin, kRows, kPixels, spp, lineAdvance, step, advance,
+                      dps, 0, kSide, interpolate);
+              EXPECT_EQ(out, expected) << "axis " << (down ? "down " : "along ") << levelName(body.level) << ' ' << what;
+            }
+          }
         }
       }
     }

@@ -1,7 +1,7 @@
 // The selection routines: the installer's order and forms, the worked cases of
 // the spread, the propagation and the classification on the host's routines and
-// the module's alike, and the spread's baseline form, which this processor never
-// installs, against the host.
+// every body of the module's this processor runs alike, and the spread's baseline
+// form, which this processor never installs, against the host.
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -11,6 +11,7 @@
 #include "refhost/refhost.h"
 #include "selection/selection.h"
 #include "tests/install_recorder.h"
+#include "tests/tiers.h"
 #include "verify/runner.h"
 
 using namespace tarnell;
@@ -37,6 +38,20 @@ TEST(SelectionInstall, WithSse2FiveSlotsInOrderWithTheVectorSpread) {
   EXPECT_EQ(w.routines[0], erase<35>(&selection::propagateDecaying));
   EXPECT_EQ(w.routines[2], erase<33>(&selection::selectionSlot33));
   EXPECT_EQ(w.routines[4], erase<26>(&selection::spreadMarkVertical));
+}
+
+TEST(SelectionInstall, WithAvx2TheSameSlotsWithTheWiderBodies) {
+  CpuFeatureFlags f{};
+  f.mmx = f.sse = f.sseSecond = f.sse2 = f.avx = f.avx2 = 1;
+  const installs::Installed w = installs::recordInstall<code::sele>(&installSelection, f);
+  const installs::Installed narrow = install(true);
+  EXPECT_EQ(w.order, narrow.order);
+  EXPECT_EQ(w.routines[0], erase<35>(selection::g_propagateAvx2.propagateDecaying));
+  EXPECT_EQ(w.routines[1], narrow.routines[1]);
+  EXPECT_EQ(w.routines[2], erase<33>(selection::g_classifyAvx2.selectionSlot33));
+  EXPECT_EQ(w.routines[3], narrow.routines[3]);
+  EXPECT_EQ(w.routines[4], erase<26>(selection::g_spreadMarkAvx2.spreadMarkVertical));
+  for (std::size_t i : {0u, 2u, 4u}) EXPECT_EQ(w.writes[i].level, Level::avx2) << w.order[i];
 }
 
 TEST(SelectionInstall, WithoutSse2OnlyTheBaselineSpread) {
@@ -66,22 +81,27 @@ TEST(SelectionInstall, SlotsSeventyThreeAndSeventyFiveForwardToTheHost) {
   }
 }
 
-// The host's routine and the module's, for the worked cases below.
+// The host's routine and every body of the module's, for the worked cases below.
 struct Both {
   refhost::ReferenceHost host;
-  template <int Slot>
-  std::vector<SlotFn<code::sele, Slot>> routines(SlotFn<code::sele, Slot> module) {
-    return {reinterpret_cast<SlotFn<code::sele, Slot>>(host.original(code::sele, Slot)), module};
+  template <auto Id>
+  std::vector<SlotFnOf<Id>> routines() {
+    std::vector<SlotFnOf<Id>> out = {
+        reinterpret_cast<SlotFnOf<Id>>(host.original(code::sele, decltype(Id)::number))};
+    for (const auto& body : tests::bodiesOf(Id)) out.push_back(body.fn);
+    EXPECT_GE(out.size(), 2u);
+    return out;
   }
 };
 
-// One lane, and the same lane repeated across 20 adjacent lanes (the vector path).
+// One lane, and the same lane repeated across 20 and 40 adjacent lanes (the
+// vector paths).
 void expectPropagation(std::vector<uint8_t> strength, const std::vector<uint8_t>& wantStrength,
                        const std::vector<uint8_t>& wantValue) {
   Both both;
   const std::size_t length = strength.size();
-  for (auto routine : both.routines<35>(&selection::propagateDecaying)) {
-    for (std::size_t lanes : {1u, 20u}) {
+  for (auto routine : both.routines<slot::propagateDecaying>()) {
+    for (std::size_t lanes : {1u, 20u, 40u}) {
       std::vector<uint8_t> s(length * lanes), v(s.size());
       for (std::size_t k = 0; k < length; ++k)
         for (std::size_t i = 0; i < lanes; ++i) {
@@ -119,7 +139,7 @@ TEST(SelectionPropagate, EqualStrengthCarriesWithoutDecayAndOneOverrunsEverythin
 
 TEST(SelectionSpread, OneRowChangesNothingTwoRowsMarkEachOther) {
   Both both;
-  for (auto routine : both.routines<26>(&selection::spreadMarkVertical)) {
+  for (auto routine : both.routines<slot::spreadMarkVertical>()) {
     std::vector<uint8_t> one = {0, 200, 127, 128};
     routine(one.data(), 1, 4, 4);
     EXPECT_EQ(one, (std::vector<uint8_t>{0, 200, 127, 128}));
@@ -149,7 +169,7 @@ TEST(SelectionClassify, EveryClassAndNarrowRegionsGoToTheHost) {
       {std::vector<uint8_t>(32, 0), 0},   {std::vector<uint8_t>(32, 255), 1}, {std::vector<uint8_t>(32, 128), 3},
       {std::vector<uint8_t>(32, 127), 4},
   };
-  for (auto routine : both.routines<33>(&selection::selectionSlot33)) {
+  for (auto routine : both.routines<slot::selectionSlot33>()) {
     for (const auto& [bytes, want] : cases) EXPECT_EQ(routine(bytes.data(), 2, 16, 16), want);
     std::vector<uint8_t> mixed(32, 255);
     mixed[31] = 0;  // the last byte of the last row
@@ -158,16 +178,18 @@ TEST(SelectionClassify, EveryClassAndNarrowRegionsGoToTheHost) {
   }
   auto hostCalls = [&] { return both.host.calls().size(); };
   std::vector<uint8_t> region(64, 200);
-  both.host.clearLogs();
-  EXPECT_EQ(selection::selectionSlot33(region.data(), 2, 16, 16), 3);
-  EXPECT_EQ(hostCalls(), 0u);
-  // Narrower than a vector group: the host's own routine answers.
-  const HostRoutine saved = tarnell_saved_tables[kSele][33];
-  tarnell_saved_tables[kSele][33] = both.host.original(code::sele, 33);
-  EXPECT_EQ(selection::selectionSlot33(region.data(), 2, 15, 16), 3);
-  tarnell_saved_tables[kSele][33] = saved;
-  ASSERT_EQ(hostCalls(), 1u);
-  EXPECT_EQ(both.host.calls()[0].args[2], 15u);
+  for (const auto& body : tests::bodiesOf(slot::selectionSlot33)) {
+    both.host.clearLogs();
+    EXPECT_EQ(body.fn(region.data(), 2, 16, 16), 3);
+    EXPECT_EQ(hostCalls(), 0u);
+    // Narrower than a vector group: the host's own routine answers.
+    const HostRoutine saved = tarnell_saved_tables[kSele][33];
+    tarnell_saved_tables[kSele][33] = both.host.original(code::sele, 33);
+    EXPECT_EQ(body.fn(region.data(), 2, 15, 16), 3);
+    tarnell_saved_tables[kSele][33] = saved;
+    ASSERT_EQ(hostCalls(), 1u) << levelName(body.level);
+    EXPECT_EQ(both.host.calls()[0].args[2], 15u);
+  }
 }
 
 }  // namespace

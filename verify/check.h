@@ -73,6 +73,8 @@ struct PlaneCall {
   int64_t param[kMaxParams];
 };
 
+class Context;
+
 // Calls the routine with the slot's argument order; returns its result widened
 // (0 for routines without one).
 using Invoke = uint64_t (*)(HostRoutine routine, const PlaneCall& call);
@@ -102,6 +104,9 @@ struct PlaneShape {
   // whose arithmetic is a worker's that has its own thorough check (the
   // multi-plane companions of the painting routines).
   bool fewerCases = false;
+  // Cases the planes laid apart cannot give (planes that overlap), run after the
+  // others with the check's context: null for none.
+  void (*moreCases)(Context& context, HostRoutine host, HostRoutine module) = nullptr;
 };
 
 class Context;

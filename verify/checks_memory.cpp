@@ -27,6 +27,9 @@ namespace {
 
 using Byte = unsigned char;
 constexpr std::size_t kMiB = std::size_t{1} << 20;
+// Runs start at every offset within the widest bodies' alignment (32 bytes): each
+// offset gives the aligned loop another head and phase.
+constexpr std::size_t kOffsets = 32;
 
 // Compares a case's outcome: the two arenas, that neither side wrote a byte
 // outside the spans the routine may write, and the results. False when the check
@@ -112,8 +115,8 @@ void verifyCopyBytes(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRo
   // independently every source misalignment.
   for (int32_t n : ctx.range(0, 300)) {
     const std::size_t len = static_cast<std::size_t>(n);
-    for (std::size_t mis : ctx.range<std::size_t>(0, 15)) {
-      if (!ctx.thorough() && mis != static_cast<std::size_t>(n) % 16) continue;
+    for (std::size_t mis : ctx.range<std::size_t>(0, kOffsets - 1)) {
+      if (!ctx.thorough() && mis != static_cast<std::size_t>(n) % kOffsets) continue;
       const std::size_t other = rng.below(64);
       if (!copyCase(ctx, host, module, 2 * len + 192, 64 + len + 32 + mis, other, n)) return;
       if (!copyCase(ctx, host, module, 2 * len + 192, mis, 64 + len + 32 + other, n)) return;
@@ -278,16 +281,17 @@ void verifyFill(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRoutine
   const auto module = reinterpret_cast<FillFn<T>>(moduleRoutine);
   Rng& rng = ctx.rng();
   for (int32_t n : ctx.range(0, 300))
-    for (std::size_t mis : ctx.range<std::size_t>(0, 15)) {
-      if (!ctx.thorough() && mis != static_cast<std::size_t>(n) % 16) continue;
+    for (std::size_t mis : ctx.range<std::size_t>(0, kOffsets - 1)) {
+      if (!ctx.thorough() && mis != static_cast<std::size_t>(n) % kOffsets) continue;
       if (!fillCase<T>(ctx, host, module, mis + 64 * rng.below(2), n, drawValue<T>(rng))) return;
     }
-  for (std::size_t bytes : ctx.seldom({3 * kMiB + 12, 9 * kMiB + 36}))
+  // Long runs: cached, and past the fills' non-temporal threshold (32 MiB).
+  for (std::size_t bytes : ctx.seldom({3 * kMiB + 12, 33 * kMiB + 36}))
     for (std::size_t mis : ctx.each({std::size_t{0}, std::size_t{1}, std::size_t{6}, std::size_t{45}}))
       if (!fillCase<T>(ctx, host, module, mis, static_cast<int32_t>(bytes / sizeof(T)), drawValue<T>(rng))) return;
   for (Placement where : ctx.each(kGuardPages))
     for (int32_t n : ctx.each(guardLengths()))
-      if (!fillCase<T>(ctx, host, module, rng.below(16), n, drawValue<T>(rng), where)) return;
+      if (!fillCase<T>(ctx, host, module, rng.below(kOffsets), n, drawValue<T>(rng), where)) return;
   for (int32_t n : ctx.each({-1, -64, INT32_MIN}))
     if (!fillCase<T>(ctx, host, module, 5, n, drawValue<T>(rng))) return;
 }
@@ -324,13 +328,13 @@ void verifyFillBlock(Context& ctx, HostRoutine hostRoutine, HostRoutine moduleRo
         if (!fillBlockCase<T>(ctx, host, module, 3, width, drawStep(rng, static_cast<std::size_t>(width) * sizeof(T), kind),
                               drawValue<T>(rng), where))
           return;
-  // Large: one tight run past the non-temporal threshold, and a padded block
-  // (rows, and the padding of each row).
+  // Large: one tight run past the non-temporal threshold (32 MiB for the whole
+  // block), a padded block past it (streamed row by row) and one below it.
   const auto wide = static_cast<int32_t>(262144 / sizeof(T)) + 3;
-  constexpr std::array<int32_t, 2> kLarge[] = {{40, 0}, {12, 40}};
+  const int32_t tight = wide * static_cast<int32_t>(sizeof(T));
+  constexpr std::array<int32_t, 2> kLarge[] = {{132, 0}, {130, 40}, {12, 40}};
   for (const auto& [rows, pad] : ctx.seldom(kLarge))
-    if (!fillBlockCase<T>(ctx, host, module, rows, wide, wide * static_cast<int32_t>(sizeof(T)) + pad, drawValue<T>(rng)))
-      return;
+    if (!fillBlockCase<T>(ctx, host, module, rows, wide, tight + pad, drawValue<T>(rng))) return;
   for (const auto& e : ctx.each(kEmpties))
     if (!fillBlockCase<T>(ctx, host, module, e[0], e[1], 256, drawValue<T>(rng))) return;
 }
@@ -539,8 +543,8 @@ void verifyBytesAllEqual(Context& ctx, HostRoutine hostRoutine, HostRoutine modu
                    twin, h, m, {});
   };
   for (int32_t n : ctx.range(0, 300)) {
-    for (std::size_t mis : ctx.range<std::size_t>(0, 15)) {
-      if (!ctx.thorough() && mis != static_cast<std::size_t>(n) % 16) continue;
+    for (std::size_t mis : ctx.range<std::size_t>(0, kOffsets - 1)) {
+      if (!ctx.thorough() && mis != static_cast<std::size_t>(n) % kOffsets) continue;
       const uint8_t value = drawValue<uint8_t>(rng);
       if (!run(mis, n, value, -1)) return;
       if (n == 0) continue;
@@ -551,8 +555,8 @@ void verifyBytesAllEqual(Context& ctx, HostRoutine hostRoutine, HostRoutine modu
   for (Placement where : ctx.each(kGuardPages))
     for (int32_t n : ctx.each(guardLengths())) {
       const uint8_t value = drawValue<uint8_t>(rng);
-      if (!run(rng.below(16), n, value, -1, where)) return;
-      if (!run(rng.below(16), n, value, n - 1, where)) return;
+      if (!run(rng.below(kOffsets), n, value, -1, where)) return;
+      if (!run(rng.below(kOffsets), n, value, n - 1, where)) return;
     }
   for (std::size_t bytes : ctx.seldom({3 * kMiB + 7})) {
     const auto n = static_cast<int32_t>(bytes);

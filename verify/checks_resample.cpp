@@ -607,6 +607,11 @@ RemapCase drawRemapCase(Rng& rng, int64_t i) {
   RemapCase c{};
   c.rows = static_cast<int32_t>(1 + rng.below(4));
   c.pixels = i < 40 ? static_cast<int32_t>(i + 1) : static_cast<int32_t>(1 + rng.below(90));
+  // Now and then more rows and pixels than the remaps take in one tile (16 x 64).
+  if (i >= 40 && rng.chance(16)) {
+    c.rows = static_cast<int32_t>(17 + rng.below(24));
+    c.pixels = static_cast<int32_t>(65 + rng.below(100));
+  }
   c.spp = static_cast<int32_t>(rng.chance(3) ? 1 : 1 + rng.below(5));  // one sample most often: its own paths
   c.inside = rng.chance(3);
   // Side by side (whole groups stored at once) more often when inside.

@@ -341,6 +341,7 @@ CheckResult runCheckOn(const Check& check, refhost::ReferenceHost& host, HostRou
   Context ctx(check, host, result.seed, options.thorough, options.maxFailures);
   if (check.shape != nullptr) {
     runPlaneCheck(ctx, *check.shape, reference, candidate, options.placement);
+    if (check.shape->moreCases != nullptr && !ctx.enough()) check.shape->moreCases(ctx, reference, candidate);
   } else {
     check.customVerify(ctx, reference, candidate);
   }

@@ -123,10 +123,12 @@ class Plane {
 
 struct Planes;
 
-// A destination side as a fraction of the source's.
+// A destination side as a fraction of the source's, or of a fixed length (a
+// search's result: four values whatever the plane's size).
 struct Scale {
   int32_t numerator = 1, denominator = 1;
-  int32_t of(int32_t n) const { return n * numerator / denominator; }
+  int32_t fixed = 0;
+  int32_t of(int32_t n) const { return fixed != 0 ? fixed : n * numerator / denominator; }
 };
 
 // How an operation's planes depend on the benchmark's size n, for operations whose
@@ -175,6 +177,11 @@ struct Planes {
   // fixed-point maps of the same coordinates.
   std::vector<uint32_t> coordinates;
   cv::Mat map1, map2;
+  // A third n x n plane beside the source and destination (a mask, a second
+  // operand), built by the shape's prepare().
+  std::unique_ptr<Plane> third;
+  // Row averages: the count of source rows of each output row.
+  std::vector<int32_t> counts;
 };
 
 // ------------------------------------------------------------- operations
@@ -222,6 +229,7 @@ void pixmanIn(pixman_image_t* source, Planes& p) {
 }
 
 constexpr uint8_t kScale = 200;  // ScaleByConstant8's constant
+constexpr uint16_t kScale16 = 20000;  // ScaleByConstant16's, on the 32768 scale
 constexpr uint32_t kFill = 0x5A5A5A5Au;
 
 // ScaleByConstant8's constant as a solid pixman alpha.
@@ -231,6 +239,39 @@ pixman_image_t* solidScale() {
     return pixman_image_create_solid_fill(&color);
   }();
   return solid;
+}
+
+// A third 8-bit plane of random samples, for the second operand of an "into"
+// product.
+void thirdPlane(Planes& p) { p.third = std::make_unique<Plane>(Sample::U8, p.rows, p.columns, 57u); }
+
+// A mask that OpenCV's rule (m != 0) and the module's (m >= 128) read alike: each
+// sample 0 or one of 128..255, about half of each.
+void agreeingMask(Planes& p) {
+  thirdPlane(p);
+  for (int32_t r = 0; r < p.rows; ++r) {
+    uint8_t* row = p.third->data() + static_cast<std::ptrdiff_t>(r) * p.third->stride();
+    for (int32_t c = 0; c < p.columns; ++c) row[c] = row[c] < 128 ? 0 : row[c];
+  }
+}
+
+constexpr uint8_t kMaskedFill = 0xA5;  // FillWhereMaskSet8's constant
+
+// A float composite of the source into the destination at full opacity without a
+// mask (the record's case 4): the routine's own loop, d + s for the add.
+void floatComposite(HostRoutine r, Planes& p) {
+  FloatCompositeRecord record{};
+  record.kind = 3;
+  record.columns = p.columns;
+  record.rows = p.rows;
+  record.source = p.s().data<float>();
+  record.sourceRowStride = p.s().stride();
+  record.sourceSampleStep = 4;
+  record.destination = p.d().data<float>();
+  record.destinationRowStride = p.d().stride();
+  record.destinationSampleStep = 4;
+  record.opacity = 255;
+  as<slot::AddSourceFloat>(r)(&record);
 }
 
 // The kernel filters reduce by 4:3, the positions OpenCV's resize takes for that
@@ -343,6 +384,68 @@ void remapPlane(HostRoutine r, Planes& p) {
 }
 void remap(Planes& p) { cv::remap(p.s().mat(), p.d().mat(), p.map1, p.map2, cv::INTER_LINEAR); }
 
+// byteBounds searches a plane of zeros for the rectangle around its non-zero bytes:
+// a few of them on the four sides of a rectangle in the middle, so that both sides
+// read the rows above and below it whole and the rows beside it left and right of
+// it. For the value 0 this is what OpenCV's boundingRect of a mask computes, in
+// one call. Both write (top, left, bottom, right), bottom and right one past, to
+// the first row of the destination (1 x 4, 16-bit).
+void boundsPlane(Planes& p) {
+  cv::Mat& m = p.s().mat();
+  m.setTo(0);
+  const int n = m.rows, top = 3 * n / 8, bottom = 5 * n / 8, left = n / 4 + 1, right = 3 * n / 4 - 3;
+  m.at<uint8_t>(top, n / 2) = 7;
+  m.at<uint8_t>(bottom - 1, n / 3) = 1;
+  m.at<uint8_t>(n / 2, left) = 200;
+  m.at<uint8_t>(n / 2 + 1, right - 1) = 255;
+}
+void moduleBounds(HostRoutine r, Planes& p) {
+  int16_t bounds[4];
+  as<slot::byteBounds>(r)(p.s().data(), p.sourceRows, p.sourceColumns, p.s().stride(), 0, bounds);
+  for (int k = 0; k < 4; ++k) p.d().data<uint16_t>()[k] = static_cast<uint16_t>(bounds[k]);
+}
+void cvBoundingRect(Planes& p) {
+  const cv::Rect r = cv::boundingRect(p.s().mat());
+  const int bounds[4] = {r.y, r.x, r.y + r.height, r.x + r.width};
+  for (int k = 0; k < 4; ++k) p.d().data<uint16_t>()[k] = static_cast<uint16_t>(bounds[k]);
+}
+
+// Box reduction by a whole factor in both directions, one-sample pixels. The
+// module's routine takes rows of up to 1500 output samples (wider rows go to the
+// host's own routine), so a host with wider rows calls it on pieces of them: here
+// one output row at a time in column strips of at most 1500, so that the source
+// rows are still read from end to end. OpenCV's resize with INTER_AREA takes its
+// whole-factor path (the rounded mean of each block) on the Factor n x Factor n
+// corner that the destination covers.
+template <int Factor>
+void boxReduce(HostRoutine r, Planes& p) {
+  constexpr int32_t kStrip = 1500;
+  const int32_t band = p.columns <= kStrip ? p.rows : 1;
+  for (int32_t y = 0; y < p.rows; y += band)
+    for (int32_t x = 0; x < p.columns; x += kStrip)
+      as<slot::BoxReduce8>(r)(p.s().data() + static_cast<std::ptrdiff_t>(y) * Factor * p.s().stride() + x * Factor,
+                              p.d().data() + static_cast<std::ptrdiff_t>(y) * p.d().stride() + x,
+                              std::min(band, p.rows - y), std::min(kStrip, p.columns - x), p.s().stride(),
+                              p.d().stride(), 1, Factor, Factor);
+}
+template <int Factor>
+void areaResize(Planes& p) {
+  cv::resize(p.s().mat()(cv::Rect(0, 0, p.columns * Factor, p.rows * Factor)), p.d().mat(), p.d().mat().size(), 0, 0,
+             cv::INTER_AREA);
+}
+
+// Rows averaged in pairs (a count of 2 for every output row): resize to half the
+// rows with INTER_AREA. The module's mean of two takes halves up, OpenCV's rounds
+// them to even, so some outputs differ by 1.
+void boxAverageRows(HostRoutine r, Planes& p) {
+  as<slot::BoxAverageRows8>(r)(p.s().data(), p.d().data(), p.rows, p.columns, p.counts.data(), p.s().stride(),
+                               p.d().stride());
+}
+void pairCounts(Planes& p) { p.counts.assign(static_cast<std::size_t>(p.rows), 2); }
+void areaResize2Rows(Planes& p) {
+  cv::resize(p.s().mat(), p.d().mat(), p.d().mat().size(), 0, 0, cv::INTER_AREA);
+}
+
 const std::vector<Operation>& operations() {
   static const std::vector<Operation> list = {
       // 'blnd' 8-bit: d = d * s / 255 rounded; d = max, min(d, s); d = d * k / 255.
@@ -366,6 +469,64 @@ const std::vector<Operation>& operations() {
        [](HostRoutine r, Planes& p) { as<slot::ScaleByConstant8>(r)(p.d().data(), p.rows, p.columns, p.d().stride(), kScale); },
        {{"opencv", [](Planes& p) { p.d().mat().convertTo(p.d().mat(), CV_8U, kScale / 255.0); }},
         {"pixman", [](Planes& p) { pixmanIn(solidScale(), p); }}}},
+      // d = a * b / 255 rounded, into a destination not read.
+      {"multiplyInto8", slot::MultiplyInto8, Sample::U8, Sample::U8, 1,
+       [](HostRoutine r, Planes& p) {
+         as<slot::MultiplyInto8>(r)(p.s().data(), p.d().data(), p.third->data(), p.rows, p.columns, p.s().stride(),
+                                    p.d().stride(), p.third->stride());
+       },
+       {{"opencv", [](Planes& p) { cv::multiply(p.s().mat(), p.third->mat(), p.d().mat(), 1.0 / 255.0); }}},
+       {.prepare = thirdPlane}},
+      // d = s where the mask is set, d = c there: masked copy and fill.
+      {"copyWhereMask8", slot::CopyWhereMaskSet8, Sample::U8, Sample::U8, 1,
+       [](HostRoutine r, Planes& p) {
+         as<slot::CopyWhereMaskSet8>(r)(p.s().data(), p.d().data(), p.third->data(), p.rows, p.columns,
+                                        p.s().stride(), p.d().stride(), p.third->stride());
+       },
+       {{"opencv", [](Planes& p) { p.s().mat().copyTo(p.d().mat(), p.third->mat()); }}},
+       {.prepare = agreeingMask}},
+      {"fillWhereMask8", slot::FillWhereMaskSet8, Sample::None, Sample::U8, 1,
+       [](HostRoutine r, Planes& p) {
+         as<slot::FillWhereMaskSet8>(r)(kMaskedFill, p.d().data(), p.third->data(), p.rows, p.columns, p.d().stride(),
+                                        p.third->stride());
+       },
+       {{"opencv", [](Planes& p) { p.d().mat().setTo(cv::Scalar(kMaskedFill), p.third->mat()); }}},
+       {.prepare = agreeingMask}},
+      // d = s + d - s * d / 255: the screen of two planes, which on alpha planes is
+      // pixman's OVER (s + d (255 - s) / 255, the same rounded value).
+      {"screen8", slot::ScreenSource8, Sample::U8, Sample::U8, 1,
+       [](HostRoutine r, Planes& p) {
+         as<slot::ScreenSource8>(r)(p.s().data(), p.d().data(), p.rows, p.columns, p.s().stride(), p.d().stride());
+       },
+       {{"pixman", [](Planes& p) {
+          pixman_image_composite32(PIXMAN_OP_OVER, p.s().image(), nullptr, p.d().image(), 0, 0, 0, 0, 0, 0, p.columns,
+                                   p.rows);
+        }}}},
+
+      // 'blnd' 16-bit, on the 0..32768 scale: d = (d k + 16384) >> 15 and
+      // (s d + 16384) >> 15, rounding halves up; OpenCV rounds its float product
+      // to nearest even, one apart on some samples.
+      {"scale16", slot::ScaleByConstant16, Sample::None, Sample::U16, 1,
+       [](HostRoutine r, Planes& p) {
+         as<slot::ScaleByConstant16>(r)(p.d().data<uint16_t>(), p.rows, p.columns, p.d().stride(), kScale16);
+       },
+       {{"opencv", [](Planes& p) { p.d().mat().convertTo(p.d().mat(), CV_16U, kScale16 / 32768.0); }}}},
+      {"multiply16", slot::MultiplySource16, Sample::U16, Sample::U16, 1,
+       [](HostRoutine r, Planes& p) {
+         as<slot::MultiplySource16>(r)(p.s().data<uint16_t>(), p.d().data<uint16_t>(), p.rows, p.columns,
+                                       p.s().stride(), p.d().stride());
+       },
+       {{"opencv", [](Planes& p) { cv::multiply(p.s().mat(), p.d().mat(), p.d().mat(), 1.0 / 32768.0); }}}},
+
+      // 'blnd' float: d + s (the add's record at full opacity, no mask) and min(d, s).
+      {"addFloat", slot::AddSourceFloat, Sample::F32, Sample::F32, 1, floatComposite,
+       {{"opencv", [](Planes& p) { cv::add(p.s().mat(), p.d().mat(), p.d().mat()); }}}},
+      {"minFloat", slot::MinSourceFloat, Sample::F32, Sample::F32, 1,
+       [](HostRoutine r, Planes& p) {
+         as<slot::MinSourceFloat>(r)(p.s().data<float>(), p.d().data<float>(), p.columns, p.rows, p.s().stride(),
+                                     p.d().stride());
+       },
+       {{"opencv", [](Planes& p) { cv::min(p.s().mat(), p.d().mat(), p.d().mat()); }}}},
 
       // 'conv': the depth conversions, each against convertTo with the same scale.
       {"convert16To8", slot::convert16To8, Sample::U16, Sample::U8, 1,
@@ -437,6 +598,10 @@ const std::vector<Operation>& operations() {
            pixman_fill(p.d().words(), p.d().wordStride(), 32, 0, 0, p.columns, p.rows, kFill);
          }}}},
 
+      // 'memo' slot 36: the rectangle around the bytes that differ from 0.
+      {"byteBounds", slot::byteBounds, Sample::U8, Sample::U16, 1, moduleBounds, {{"opencv", cvBoundingRect}},
+       {.rows = {.fixed = 1}, .columns = {.fixed = 4}, .prepare = boundsPlane}},
+
       // 'filt' slot 75: the 16-bit box mean. The module reads the r-sample margin
       // around the region; OpenCV's boxFilter on the region reads the same margin
       // from the whole plane (no BORDER_ISOLATED), so BORDER_REPLICATE never applies.
@@ -467,6 +632,15 @@ const std::vector<Operation>& operations() {
        {.channels = 1, .prepare = remapCoordinates}},
       {"remapPlane8_4ch", slot::RemapPlane8, Sample::U8, Sample::U8, 1, remapPlane, {{"opencv", remap}},
        {.channels = 4, .prepare = remapCoordinates}},
+
+      // 'rsmp' slots 24 and 3: box reductions by whole factors, against resize with
+      // INTER_AREA.
+      {"boxReduce8_2x2", slot::BoxReduce8, Sample::U8, Sample::U8, 1, boxReduce<2>, {{"opencv", areaResize<2>}},
+       {.rows = {1, 2}, .columns = {1, 2}}},
+      {"boxReduce8_3x3", slot::BoxReduce8, Sample::U8, Sample::U8, 1, boxReduce<3>, {{"opencv", areaResize<3>}},
+       {.rows = {1, 3}, .columns = {1, 3}}},
+      {"boxAverageRows8_2", slot::BoxAverageRows8, Sample::U8, Sample::U8, 1, boxAverageRows,
+       {{"opencv", areaResize2Rows}}, {.rows = {1, 2}, .prepare = pairCounts}},
   };
   return list;
 }

@@ -392,4 +392,17 @@ void OrderedCombineInto16(const uint16_t* a, const uint16_t* b, uint16_t* destin
   _mm_sfence();
 }
 
+constinit const Blend16Table g_blend16Sse2 = {
+    .MultiplySourceThroughMask16 = &MultiplySourceThroughMask16,
+    .ScaleByConstant16 = &ScaleByConstant16,
+    .MixSourceThroughMask16 = &MixSourceThroughMask16,
+    .MultiplySource16 = &MultiplySource16,
+    .SubtractCoverage16 = &SubtractCoverage16,
+    .MultiplyInto16 = &MultiplyInto16,
+    .InverseMultiplyInto16 = &InverseMultiplyInto16,
+    .ComplementMultiplyInto16 = &ComplementMultiplyInto16,
+    .FillWhereMaskClear16 = &FillWhereMaskClear16,
+    .OrderedCombineInto16 = &OrderedCombineInto16,
+};
+
 }  // namespace tarnell::blend16

@@ -432,4 +432,26 @@ void OrderedCombineInto8(const uint8_t* a, const uint8_t* b, uint8_t* destinatio
   _mm_sfence();
 }
 
+constinit const Blend8Table g_blend8Sse2 = {
+    .ScaleByConstant8 = &ScaleByConstant8,
+    .MixConstantThroughMask8 = &MixConstantThroughMask8,
+    .MixSourceThroughMask8 = &MixSourceThroughMask8,
+    .CopyWhereMaskSet8 = &CopyWhereMaskSet8,
+    .FillWhereMaskSet8 = &FillWhereMaskSet8,
+    .MultiplySource8 = &MultiplySource8,
+    .MaxSource8 = &MaxSource8,
+    .MinSource8 = &MinSource8,
+    .SubtractCoverage8 = &SubtractCoverage8,
+    .DarkenTowardSourceThroughMask8 = &DarkenTowardSourceThroughMask8,
+    .DarkenTowardConstantThroughMask8 = &DarkenTowardConstantThroughMask8,
+    .LightenTowardSourceThroughMask8 = &LightenTowardSourceThroughMask8,
+    .LightenTowardConstantThroughMask8 = &LightenTowardConstantThroughMask8,
+    .MultiplySourceThroughMask8 = &MultiplySourceThroughMask8,
+    .MultiplyInto8 = &MultiplyInto8,
+    .InverseMultiplyInto8 = &InverseMultiplyInto8,
+    .FillWhereMaskClear8 = &FillWhereMaskClear8,
+    .OrderedCombineInto8 = &OrderedCombineInto8,
+    .MultiplyWithOpacity8 = &MultiplyWithOpacity8,
+};
+
 }  // namespace tarnell::blend8

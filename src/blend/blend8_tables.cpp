@@ -1,4 +1,6 @@
-// The table-driven 8-bit overlay and screen routines of the blending suite.
+// The table-driven 8-bit overlay and screen routines of the blending suite: the
+// bodies for a processor with SSE and no SSE2 (the plain tier; the vector files
+// compute the same bits where SSE2 is present).
 //
 // Scalar code only: every result is a look-up in the start-up tables. A row of up
 // to 4096 samples first has one operand row (the source, or the mask where there
@@ -10,37 +12,13 @@
 #include <cstring>
 
 #include "blend/blend8.h"
+#include "blend/overlay8_rows.h"
 #include "host/inline.h"
 #include "host/startup_tables.h"
 
 namespace tarnell::blend8 {
 
 namespace {
-
-
-constexpr int32_t kStagedColumns = 4096;
-
-TARNELL_INLINE int M(int a, int b) { return Mul255Table[a][b]; }
-TARNELL_INLINE int S(int a, int b) { return Screen255Table[a][b]; }
-TARNELL_INLINE uint8_t mixTo(int d, int target, int w) {
-  return static_cast<uint8_t>(d + SignedMul255Table[w][target - d + 255]);
-}
-
-// The two overlay forms. O, with the destination as base, maps the upper half of
-// the base to 1..255 before screening; H, with the other operand as base, maps it
-// to 0..254. The asymmetry is the host's and is kept.
-// The half of the base picks the table by index rather than by a branch: with
-// image data the branch would be mispredicted about every other sample.
-using TableRow = uint8_t[256];
-constexpr const TableRow* kHalfTables[2] = {Mul255Table, Screen255Table};
-TARNELL_INLINE int O(int base, int x) {
-  const int upper = base >> 7;  // base < 128 ? M(2b, x) : S(2b - 255, x)
-  return kHalfTables[upper][2 * base - 255 * upper][x];
-}
-TARNELL_INLINE int H(int base, int x) {
-  const int upper = base >> 7;  // base < 128 ? M(2b, x) : S(2b - 256, x)
-  return kHalfTables[upper][(2 * base) & 255][x];
-}
 
 // Runs f(d[i], staged[i], other[i]) over every sample. `staged` is the operand
 // row copied to the stack buffer for rows of up to 4096 samples; `other` is a
@@ -83,37 +61,35 @@ TARNELL_INLINE void runRows(const uint8_t* staged, int32_t stagedStride, uint8_t
   }
 }
 
-}  // namespace
-
 void OverlaySource8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t columns, int32_t sourceStride,
                     int32_t destinationStride) {
   runRows<false>(source, sourceStride, destination, destinationStride, nullptr, 0, rows, columns,
-                 [](int d, int s, int) { return static_cast<uint8_t>(O(d, s)); });
+                 [](int d, int s, int) { return static_cast<uint8_t>(overlayD(d, s)); });
 }
 
 void SourceBasedOverlay8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t columns,
                          int32_t sourceStride, int32_t destinationStride) {
   runRows<false>(source, sourceStride, destination, destinationStride, nullptr, 0, rows, columns,
-                 [](int d, int s, int) { return static_cast<uint8_t>(H(s, d)); });
+                 [](int d, int s, int) { return static_cast<uint8_t>(overlayH(s, d)); });
 }
 
 void OverlaySourceThroughMask8(const uint8_t* source, uint8_t* destination, const uint8_t* mask, int32_t rows,
                                int32_t columns, int32_t sourceStride, int32_t destinationStride, int32_t maskStride) {
   runRows<true>(source, sourceStride, destination, destinationStride, mask, maskStride, rows, columns,
-                [](int d, int s, int m) { return mixTo(d, O(d, s), m); });
+                [](int d, int s, int m) { return mixTo(d, overlayD(d, s), m); });
 }
 
 void SourceBasedOverlayThroughMask8(const uint8_t* source, uint8_t* destination, const uint8_t* mask, int32_t rows,
                                     int32_t columns, int32_t sourceStride, int32_t destinationStride,
                                     int32_t maskStride) {
   runRows<true>(source, sourceStride, destination, destinationStride, mask, maskStride, rows, columns,
-                [](int d, int s, int m) { return mixTo(d, H(s, d), m); });
+                [](int d, int s, int m) { return mixTo(d, overlayH(s, d), m); });
 }
 
 void OverlayConstantThroughMask8(uint8_t c, uint8_t* destination, const uint8_t* mask, int32_t rows, int32_t columns,
                                  int32_t destinationStride, int32_t maskStride) {
   runRows<false>(mask, maskStride, destination, destinationStride, nullptr, 0, rows, columns,
-                 [c](int d, int m, int) { return mixTo(d, O(d, c), m); });
+                 [c](int d, int m, int) { return mixTo(d, overlayD(d, c), m); });
 }
 
 void ConstantBasedOverlayThroughMask8(uint8_t c, uint8_t* destination, const uint8_t* mask, int32_t rows,
@@ -127,19 +103,19 @@ void ConstantBasedOverlayThroughMask8(uint8_t c, uint8_t* destination, const uin
 void OverlaySourceWithOpacity8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t columns,
                                int32_t sourceStride, int32_t destinationStride, uint8_t k) {
   runRows<false>(source, sourceStride, destination, destinationStride, nullptr, 0, rows, columns,
-                 [k](int d, int s, int) { return mixTo(d, O(d, s), k); });
+                 [k](int d, int s, int) { return mixTo(d, overlayD(d, s), k); });
 }
 
 void SourceBasedOverlayWithOpacity8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t columns,
                                     int32_t sourceStride, int32_t destinationStride, uint8_t k) {
   runRows<false>(source, sourceStride, destination, destinationStride, nullptr, 0, rows, columns,
-                 [k](int d, int s, int) { return mixTo(d, H(s, d), k); });
+                 [k](int d, int s, int) { return mixTo(d, overlayH(s, d), k); });
 }
 
 void ScreenSource8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t columns, int32_t sourceStride,
                    int32_t destinationStride) {
   runRows<false>(source, sourceStride, destination, destinationStride, nullptr, 0, rows, columns,
-                 [](int d, int s, int) { return static_cast<uint8_t>(S(s, d)); });
+                 [](int d, int s, int) { return static_cast<uint8_t>(screenOf(s, d)); });
 }
 
 // In the two screen mixes S(d, x) - d is never negative, so the unsigned
@@ -147,13 +123,29 @@ void ScreenSource8(const uint8_t* source, uint8_t* destination, int32_t rows, in
 void ScreenSourceWithOpacity8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t columns,
                               int32_t sourceStride, int32_t destinationStride, uint8_t k) {
   runRows<false>(source, sourceStride, destination, destinationStride, nullptr, 0, rows, columns,
-                 [k](int d, int s, int) { return static_cast<uint8_t>(d + M((S(d, s) - d) & 255, k)); });
+                 [k](int d, int s, int) { return static_cast<uint8_t>(d + productOf((screenOf(d, s) - d) & 255, k)); });
 }
 
 void ScreenConstantThroughMask8(uint8_t c, uint8_t* destination, const uint8_t* mask, int32_t rows, int32_t columns,
                                 int32_t destinationStride, int32_t maskStride) {
   runRows<false>(mask, maskStride, destination, destinationStride, nullptr, 0, rows, columns,
-                 [c](int d, int m, int) { return static_cast<uint8_t>(d + M((S(d, c) - d) & 255, m)); });
+                 [c](int d, int m, int) { return static_cast<uint8_t>(d + productOf((screenOf(d, c) - d) & 255, m)); });
 }
+
+}  // namespace
+
+constinit const Blend8Table g_blend8Tables = {
+    .SourceBasedOverlayThroughMask8 = &SourceBasedOverlayThroughMask8,
+    .ConstantBasedOverlayThroughMask8 = &ConstantBasedOverlayThroughMask8,
+    .SourceBasedOverlay8 = &SourceBasedOverlay8,
+    .SourceBasedOverlayWithOpacity8 = &SourceBasedOverlayWithOpacity8,
+    .OverlaySourceThroughMask8 = &OverlaySourceThroughMask8,
+    .OverlayConstantThroughMask8 = &OverlayConstantThroughMask8,
+    .OverlaySource8 = &OverlaySource8,
+    .OverlaySourceWithOpacity8 = &OverlaySourceWithOpacity8,
+    .ScreenSourceWithOpacity8 = &ScreenSourceWithOpacity8,
+    .ScreenConstantThroughMask8 = &ScreenConstantThroughMask8,
+    .ScreenSource8 = &ScreenSource8,
+};
 
 }  // namespace tarnell::blend8

@@ -11,7 +11,8 @@
 // A row is a scalar head up to the destination's 16-byte boundary, a vector body
 // of four samples a step and a scalar tail; the scalar and vector forms do the
 // same single-precision operations in the same order, so the result does not
-// depend on alignment or width.
+// depend on alignment or width. The loops over packed planes are this file's
+// SSE2 kernels or blendf_avx2.cpp's; the entries here serve both.
 #include <emmintrin.h>
 
 #include <cstdint>
@@ -72,6 +73,7 @@ TARNELL_INLINE __m128 select(__m128 where, __m128 yes, __m128 no) {
 // or below it (darken).
 template <bool Below>
 struct Toward {
+  static constexpr PackedLoop* PackedLoops::*loop = Below ? &PackedLoops::darken : &PackedLoops::lighten;
   template <bool Weighted>
   static TARNELL_INLINE float apply(float d, float s, float w) {
     if (!(Below ? d > s : s > d)) return d;
@@ -91,6 +93,7 @@ using Darken = Toward<true>;
 
 // d + w s, no clamping.
 struct Add {
+  static constexpr PackedLoop* PackedLoops::*loop = &PackedLoops::add;
   template <bool Weighted>
   static TARNELL_INLINE float apply(float d, float s, float w) {
     return d + (Weighted ? w * s : s);
@@ -103,6 +106,7 @@ struct Add {
 
 // r = 2 d s below d = 0.5, else 1 - 2 (1 - d)(1 - s); then d + (r - d) w.
 struct Overlay {
+  static constexpr PackedLoop* PackedLoops::*loop = &PackedLoops::overlay;
   template <bool Weighted>
   static TARNELL_INLINE float apply(float d, float s, float w) {
     const float r = d < 0.5f ? (2.0f * d) * s : 1.0f - (2.0f * (1.0f - d)) * (1.0f - s);
@@ -125,6 +129,7 @@ struct Overlay {
 // both forms: with denormals-are-zero it writes a denormal operand as zero, which a
 // compare and a move would not.
 struct Min {
+  static constexpr PackedLoop* PackedLoops::*loop = &PackedLoops::minimum;
   template <bool>
   static TARNELL_INLINE float apply(float d, float s, float) {
     return _mm_cvtss_f32(_mm_min_ss(_mm_set_ss(s), _mm_set_ss(d)));
@@ -137,25 +142,22 @@ struct Min {
 
 // ---------------------------------------------------------------- rows
 
-// Where a row's weight comes from: none (1), the opacity k, the mask m, or k m.
-enum class Weight { None, Opacity, Mask, OpacityMask };
-
-// One row of packed samples (step 4 in every present plane). Without a source
-// plane every source sample is c; m is read only by the mask weights.
-template <class Op, Weight W, bool SourcePlane = true>
+// One row of packed samples (step 4 in every present plane), w as W says. Without
+// a source plane every source sample is c; m is read only by the mask weights.
+template <class Op, PackedWeight W, bool SourcePlane = true>
 TARNELL_INLINE void packedRow(float* d, const float* s, float c, const float* m, float k, int32_t columns) {
-  constexpr bool weighted = W != Weight::None;
+  constexpr bool weighted = W != PackedWeight::none;
   auto weight = [&](int32_t i) {
-    if constexpr (W == Weight::Mask) return m[i];
-    else if constexpr (W == Weight::OpacityMask) return k * m[i];
+    if constexpr (W == PackedWeight::mask) return m[i];
+    else if constexpr (W == PackedWeight::opacityMask) return k * m[i];
     else return k;
   };
   auto scalar = [&](int32_t i) { d[i] = Op::template apply<weighted>(d[i], SourcePlane ? s[i] : c, weight(i)); };
   const __m128 kv = _mm_set1_ps(k), cv = _mm_set1_ps(c);
   auto vector = [&](int32_t i) {
     __m128 w = kv;
-    if constexpr (W == Weight::Mask) w = _mm_loadu_ps(m + i);
-    else if constexpr (W == Weight::OpacityMask) w = _mm_mul_ps(kv, _mm_loadu_ps(m + i));
+    if constexpr (W == PackedWeight::mask) w = _mm_loadu_ps(m + i);
+    else if constexpr (W == PackedWeight::opacityMask) w = _mm_mul_ps(kv, _mm_loadu_ps(m + i));
     const __m128 sv = SourcePlane ? _mm_loadu_ps(s + i) : cv;
     _mm_storeu_ps(d + i, Op::template apply<weighted>(_mm_loadu_ps(d + i), sv, w));
   };
@@ -177,18 +179,68 @@ TARNELL_INLINE void packedRow(float* d, const float* s, float c, const float* m,
   if (i < columns) scalar(i);
 }
 
+template <class Op, PackedWeight W, bool SourcePlane>
+void packedRows(const PackedPlanes& p) {
+  float* d = p.destination;
+  const float* s = p.source;
+  const float* m = p.mask;
+  for (int32_t r = 0; r < p.rows; ++r) {
+    packedRow<Op, W, SourcePlane>(d, s, p.constant, m, p.k, p.columns);
+    d += p.destinationRow;
+    if constexpr (SourcePlane) s += p.sourceRow;
+    if constexpr (W == PackedWeight::mask || W == PackedWeight::opacityMask) m += p.maskRow;
+  }
+}
+
+// The SSE2 kernel of an operation's packed loops: the weights its cases use, with
+// a source plane or the constant.
+template <class Op>
+void packedLoop(const PackedPlanes& p, PackedWeight w) {
+  const bool source = p.source != nullptr;
+  if constexpr (std::is_same_v<Op, Min>) {
+    packedRows<Op, PackedWeight::none, true>(p);
+  } else {
+    switch (w) {
+      case PackedWeight::none:
+        return packedRows<Op, PackedWeight::none, true>(p);
+      case PackedWeight::opacity:
+        return source ? packedRows<Op, PackedWeight::opacity, true>(p)
+                      : packedRows<Op, PackedWeight::opacity, false>(p);
+      case PackedWeight::mask:
+        return packedRows<Op, PackedWeight::mask, true>(p);
+      case PackedWeight::opacityMask:
+        return source ? packedRows<Op, PackedWeight::opacityMask, true>(p)
+                      : packedRows<Op, PackedWeight::opacityMask, false>(p);
+    }
+  }
+}
+
+constinit const PackedLoops kPackedLoopsSse2 = {&packedLoop<Lighten>, &packedLoop<Darken>, &packedLoop<Add>,
+                                                &packedLoop<Overlay>, &packedLoop<Min>};
+
+// Runs Op's packed loop. Rows that follow one another in every plane the loop
+// reads are one row to it (every sample is computed on its own, so only the
+// steps at the rows' ends are spared).
+template <class Op, const PackedLoops* Loops>
+void packedPlanes(PackedPlanes p, PackedWeight w) {
+  const bool maskRead = w == PackedWeight::mask || w == PackedWeight::opacityMask;
+  if (p.destinationRow == p.columns && (p.source == nullptr || p.sourceRow == p.columns) &&
+      (!maskRead || p.maskRow == p.columns) && int64_t{p.rows} * p.columns <= int64_t{1} << 30) {
+    p.columns *= p.rows;
+    p.rows = 1;
+  }
+  (Loops->*Op::loop)(p, w);
+}
+
 // A loop of its own for one case: packed planes, rows >= 0 apart. Source and
 // mask may be null (no plane).
-template <class Op, Weight W>
+template <class Op, const PackedLoops* Loops>
 void ownLoop(const float* source, float* destination, const float* mask, int32_t columns, int32_t rows,
-             int32_t sourceStride, int32_t destinationStride, int32_t maskStride, float k) {
+             int32_t sourceStride, int32_t destinationStride, int32_t maskStride, float k, PackedWeight w) {
   if (rows < 1 || columns < 1) return;
-  for (int32_t r = 0; r < rows; ++r) {
-    packedRow<Op, W>(destination, source, 0.0f, mask, k, columns);
-    source += floats(sourceStride);
-    destination += floats(destinationStride);
-    if (mask != nullptr) mask += floats(maskStride);
-  }
+  packedPlanes<Op, Loops>({destination, source, mask, 0.0f, k, columns, rows, floats(destinationStride),
+                           floats(sourceStride), floats(maskStride)},
+                          w);
 }
 
 // ---------------------------------------------------------------- records
@@ -212,7 +264,7 @@ int caseNumber(const FloatCompositeRecord& r) {
 // Every case, any layout: w = k m (m = 1 without a mask), under truncation. Rows
 // whose planes are all packed take the vector row; the others go sample by
 // sample, in order, at the steps given.
-template <class Op>
+template <class Op, const PackedLoops* Loops>
 void generalLoop(const FloatCompositeRecord& r) {
   const TruncatingRounding truncating;
   if (r.rows < 1 || r.columns < 1) return;
@@ -226,18 +278,14 @@ void generalLoop(const FloatCompositeRecord& r) {
   float* d = r.destination;
   const float* s = r.source;
   const float* m = r.mask;
+  if (rowsPacked)
+    return packedPlanes<Op, Loops>({d, s, m, c, k, r.columns, r.rows, dRow, sRow, mRow},
+                                   m != nullptr ? PackedWeight::opacityMask : PackedWeight::opacity);
   for (int32_t y = 0; y < r.rows; ++y) {
-    if (rowsPacked) {
-      if (m != nullptr && s != nullptr) packedRow<Op, Weight::OpacityMask>(d, s, c, m, k, r.columns);
-      else if (m != nullptr) packedRow<Op, Weight::OpacityMask, false>(d, s, c, m, k, r.columns);
-      else if (s != nullptr) packedRow<Op, Weight::Opacity>(d, s, c, m, k, r.columns);
-      else packedRow<Op, Weight::Opacity, false>(d, s, c, m, k, r.columns);
-    } else {
-      for (int32_t x = 0; x < r.columns; ++x) {
-        float& dv = d[x * dStep];
-        const float w = m != nullptr ? k * m[x * mStep] : k;
-        dv = Op::template apply<true>(dv, s != nullptr ? s[x * sStep] : c, w);
-      }
+    for (int32_t x = 0; x < r.columns; ++x) {
+      float& dv = d[x * dStep];
+      const float w = m != nullptr ? k * m[x * mStep] : k;
+      dv = Op::template apply<true>(dv, s != nullptr ? s[x * sStep] : c, w);
     }
     d += dRow;
     if (s != nullptr) s += sRow;
@@ -245,10 +293,10 @@ void generalLoop(const FloatCompositeRecord& r) {
   }
 }
 
-// The entry shared by the four record composites. Case 4 of the lighten and
-// darken forms goes to the live blending table (slots 290 and 289); the others
-// run their own loop for it.
-template <class Op>
+// The entry shared by the four record composites, over either level's loops.
+// Case 4 of the lighten and darken forms goes to the live blending table (slots
+// 290 and 289); the others run their own loop for it.
+template <class Op, const PackedLoops* Loops>
 void composite(const FloatCompositeRecord* record) {
   const FloatCompositeRecord& r = *record;
   if (nothingToDo(r)) return;
@@ -260,7 +308,7 @@ void composite(const FloatCompositeRecord* record) {
       return;
     }
   }
-  if (!fastLayout(r)) return generalLoop<Op>(r);
+  if (!fastLayout(r)) return generalLoop<Op, Loops>(r);
   switch (caseNumber(r)) {
     case 4:
       if constexpr (std::is_same_v<Op, Lighten>) {
@@ -270,27 +318,36 @@ void composite(const FloatCompositeRecord* record) {
         liveRoutine<slot::MinSourceFloat>()(r.source, r.destination, r.columns, r.rows, r.sourceRowStride,
                                        r.destinationRowStride);
       } else {
-        ownLoop<Op, Weight::None>(r.source, r.destination, nullptr, r.columns, r.rows, r.sourceRowStride,
-                                  r.destinationRowStride, 0, 1.0f);
+        ownLoop<Op, Loops>(r.source, r.destination, nullptr, r.columns, r.rows, r.sourceRowStride,
+                           r.destinationRowStride, 0, 1.0f, PackedWeight::none);
       }
       return;
     case 5:
-      return ownLoop<Op, Weight::Opacity>(r.source, r.destination, nullptr, r.columns, r.rows, r.sourceRowStride,
-                                          r.destinationRowStride, 0, static_cast<float>(r.opacity) / 255.0f);
+      return ownLoop<Op, Loops>(r.source, r.destination, nullptr, r.columns, r.rows, r.sourceRowStride,
+                                r.destinationRowStride, 0, static_cast<float>(r.opacity) / 255.0f,
+                                PackedWeight::opacity);
     case 6:
-      return ownLoop<Op, Weight::Mask>(r.source, r.destination, r.mask, r.columns, r.rows, r.sourceRowStride,
-                                       r.destinationRowStride, r.maskRowStride, 1.0f);
+      return ownLoop<Op, Loops>(r.source, r.destination, r.mask, r.columns, r.rows, r.sourceRowStride,
+                                r.destinationRowStride, r.maskRowStride, 1.0f, PackedWeight::mask);
     default:
-      return generalLoop<Op>(r);
+      return generalLoop<Op, Loops>(r);
   }
+}
+
+template <const PackedLoops* Loops>
+void minimum(const float* source, float* destination, int32_t columns, int32_t rows, int32_t sourceRowStride,
+             int32_t destinationRowStride) {
+  const TruncatingRounding truncating;
+  ownLoop<Min, Loops>(source, destination, nullptr, columns, rows, sourceRowStride, destinationRowStride, 0, 1.0f,
+                      PackedWeight::none);
 }
 
 }  // namespace
 
-void LightenTowardSourceFloat(const FloatCompositeRecord* record) { composite<Lighten>(record); }
-void DarkenTowardSourceFloat(const FloatCompositeRecord* record) { composite<Darken>(record); }
-void AddSourceFloat(const FloatCompositeRecord* record) { composite<Add>(record); }
-void OverlaySourceFloat(const FloatCompositeRecord* record) { composite<Overlay>(record); }
+void LightenTowardSourceFloat(const FloatCompositeRecord* record) { composite<Lighten, &kPackedLoopsSse2>(record); }
+void DarkenTowardSourceFloat(const FloatCompositeRecord* record) { composite<Darken, &kPackedLoopsSse2>(record); }
+void AddSourceFloat(const FloatCompositeRecord* record) { composite<Add, &kPackedLoopsSse2>(record); }
+void OverlaySourceFloat(const FloatCompositeRecord* record) { composite<Overlay, &kPackedLoopsSse2>(record); }
 
 // Its formula is the host's alone: after the nothing-to-do test the record goes
 // to the host's own routine unchanged. Not an accelerated routine.
@@ -301,10 +358,23 @@ void FloatCompositeRecord275(const FloatCompositeRecord* record) {
 
 void MinSourceFloat(const float* source, float* destination, int32_t columns, int32_t rows, int32_t sourceRowStride,
                     int32_t destinationRowStride) {
-  const TruncatingRounding truncating;
-  if (rows < 1 || columns < 1) return;
-  ownLoop<Min, Weight::None>(source, destination, nullptr, columns, rows, sourceRowStride, destinationRowStride, 0,
-                             1.0f);
+  minimum<&kPackedLoopsSse2>(source, destination, columns, rows, sourceRowStride, destinationRowStride);
 }
+
+constinit const BlendFloatTable g_blendFloatSse2 = {
+    .DarkenTowardSourceFloat = &DarkenTowardSourceFloat,
+    .LightenTowardSourceFloat = &LightenTowardSourceFloat,
+    .OverlaySourceFloat = &OverlaySourceFloat,
+    .AddSourceFloat = &AddSourceFloat,
+    .MinSourceFloat = &MinSourceFloat,
+};
+// The same entries over the AVX2 loops: listed at the loops' level.
+constinit const BlendFloatTable g_blendFloatAvx2 = {
+    .DarkenTowardSourceFloat = &composite<Darken, &g_packedLoopsAvx2>,
+    .LightenTowardSourceFloat = &composite<Lighten, &g_packedLoopsAvx2>,
+    .OverlaySourceFloat = &composite<Overlay, &g_packedLoopsAvx2>,
+    .AddSourceFloat = &composite<Add, &g_packedLoopsAvx2>,
+    .MinSourceFloat = &minimum<&g_packedLoopsAvx2>,
+};
 
 }  // namespace tarnell::blendf

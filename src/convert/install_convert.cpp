@@ -5,14 +5,15 @@
 namespace tarnell {
 
 // Slot 19 is written before the processor test, on every processor: re-scaling
-// needs nothing beyond the x86-64 baseline. The other conversions need SSE2.
+// needs nothing beyond the x86-64 baseline (the kernel table holds its baseline
+// body on every processor). The other conversions need SSE2.
 void installConvert(const SuiteWriter<code::conv>& writer, const CpuFeatureFlags& flags) {
-  writer.put(slot::rescale16, &rescale16);
+  writer.put(slot::rescale16);
   if (flags.sse2 == 0) return;
-  writer.put(slot::convert16To8Planar3, &convert16To8Planar3);
-  writer.put(slot::convert16To8, &convert16To8);
-  writer.put(slot::convert8To16, &convert8To16);
-  writer.put(slot::convertFloatTo8, &convertFloatTo8);
+  writer.put(slot::convert16To8Planar3);
+  writer.put(slot::convert16To8);
+  writer.put(slot::convert8To16);
+  writer.put(slot::convertFloatTo8);
 }
 
 int32_t installConvertSuite(HostInfo* /*hostInfo*/) {

@@ -95,7 +95,10 @@ int32_t boxMean16(const uint16_t* source, uint16_t* destination, int32_t rows, i
   const auto span = static_cast<uint32_t>(2 * radius + 1);
   const auto area = static_cast<uint32_t>(span * span);
   // half: the rounding offset, so the quotient is the nearest mean, halves up.
-  const BoxMeanDivisor divisor{invariantDivisor(area), area >> 1};
+  // The largest box sum plus half is 65535 area + half (below 2^32 up to radius 127).
+  const uint64_t largest = uint64_t{65535} * area + (area >> 1);
+  const BoxMeanDivisor divisor{invariantDivisor(area), area >> 1,
+                               largest < (uint64_t{1} << 32) ? boundedDivisor(area, largest) : BoundedDivisor{0, 0}};
   // Radius 0 (a copy, the one divisor with s1 = 0) stays with the SSE2 kernel,
   // which the wider one does not handle.
   BoxMeanStrip* const strip = radius > 0 ? Kernels->strip : stripsSse2.strip;

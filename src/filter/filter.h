@@ -36,10 +36,14 @@ extern constinit const WeightedSumStrips g_weightedSumStripsAvx2;  // weighted_s
 // Slot 75's bodies compute the divisor's reciprocal once per call and run one
 // strip kernel, SSE2 or AVX2, per strip of at most 8192 source columns (steps in
 // samples). q = (t + ((n - t) >> s1)) >> s2 with t the high half of n * m is
-// floor(n / d) (host/invariant_divisor.h); half = d >> 1 is added first.
+// floor(n / d) (host/invariant_divisor.h); half = d >> 1 is added first. Where
+// every box sum of 16-bit samples plus half stays below a bound that allows it
+// (radii up to 63), bounded gives the same quotient from one multiplication
+// (bounded.k = 0 otherwise).
 constexpr int32_t kBoxMeanStripColumns = 8192;
 struct BoxMeanDivisor : InvariantDivisor {
   uint32_t half;
+  BoundedDivisor bounded;
 };
 using BoxMeanStrip = void(const uint16_t* source, uint16_t* destination, int32_t rows, int32_t columns,
                           intptr_t sourceStep, intptr_t destinationStep, int32_t radius, const BoxMeanDivisor& divisor);

@@ -17,6 +17,16 @@ struct InvariantDivisor {
   int32_t s1, s2;
 };
 
+// floor(n / d) = (n m) >> k with one multiplication, for every n up to a known
+// bound: with m = ceil(2^k / d), n m / 2^k exceeds n / d by n (m d - 2^k) / (d 2^k),
+// less than 1/d whenever bound (d - 1) < 2^k, so the floor does not move. k is
+// the smallest shift from 32 up for which that holds and m fits 32 bits; k = 0
+// when there is none.
+struct BoundedDivisor {
+  uint32_t m;
+  int32_t k;
+};
+
 namespace {
 
 inline InvariantDivisor invariantDivisor(uint32_t d) {
@@ -24,6 +34,21 @@ inline InvariantDivisor invariantDivisor(uint32_t d) {
   while (l < 32 && (uint64_t{1} << l) < d) ++l;
   if (l == 0) return {0, 0, 0};
   return {static_cast<uint32_t>((uint64_t{1} << 32) * ((uint64_t{1} << l) - d) / d + 1), 1, l - 1};
+}
+
+inline BoundedDivisor boundedDivisor(uint32_t d, uint64_t bound) {
+  if (d < 2) return {0, 0};
+  for (int32_t k = 32; k < 64; ++k) {
+    const uint64_t m = ((uint64_t{1} << k) + d - 1) / d;
+    if (m > 0xFFFFFFFFu) break;
+    // bound (d - 1) < 2^k, without overflow: bound < 2^k / (d - 1), rounded up.
+    if (bound < ((uint64_t{1} << k) + d - 2) / (d - 1)) return {static_cast<uint32_t>(m), k};
+  }
+  return {0, 0};
+}
+
+inline uint32_t boundedQuotient(const BoundedDivisor& v, uint32_t n) {
+  return static_cast<uint32_t>((uint64_t{n} * v.m) >> v.k);
 }
 
 inline uint32_t exactQuotient(const InvariantDivisor& v, uint32_t n) {

@@ -13,11 +13,17 @@
 
 #include <type_traits>
 
+#include "blend/blend8.h"
+#include "blend/blend16.h"
+#include "blend/blendf.h"
+#include "convert/convert_sse2.h"
 #include "filter/filter.h"
 #include "host/cpu_features.h"
 #include "host/kernel_table.h"
 #include "memory/memory_routines.h"
+#include "paint/paint.h"
 #include "resample/resample_routines.h"
+#include "selection/selection.h"
 
 namespace tarnell {
 
@@ -66,25 +72,30 @@ struct Kernel {
   };
 
 TARNELL_KERNEL_SET(MemoryKernels, memory::MemoryTable, TARNELL_MEMORY_KERNELS)
+TARNELL_KERNEL_SET(Blend8Kernels, blend8::Blend8Table, TARNELL_BLEND8_KERNELS)
+TARNELL_KERNEL_SET(Blend16Kernels, blend16::Blend16Table, TARNELL_BLEND16_KERNELS)
+TARNELL_KERNEL_SET(BlendFloatKernels, blendf::BlendFloatTable, TARNELL_BLENDF_KERNELS)
+TARNELL_KERNEL_SET(ConvertKernels, convert::ConvertTable, TARNELL_CONVERT_KERNELS)
 TARNELL_KERNEL_SET(FilterKernels, filter::FilterTable, TARNELL_FILTER_KERNELS)
 TARNELL_KERNEL_SET(ResampleKernels, resample::ResampleTable, TARNELL_RESAMPLE_KERNELS)
+TARNELL_KERNEL_SET(PaintKernels, paint::PaintTable, TARNELL_PAINT_KERNELS)
+TARNELL_KERNEL_SET(SelectionKernels, selection::SelectionTable, TARNELL_SELECTION_KERNELS)
 
-// Every family's kernels; get(slot::X) finds X's in whichever family has it.
-struct Kernels : MemoryKernels, FilterKernels, ResampleKernels {
-  using MemoryKernels::get;
-  using FilterKernels::get;
-  using ResampleKernels::get;
-  using MemoryKernels::take;
-  using FilterKernels::take;
-  using ResampleKernels::take;
-  // visitor(slotId, routine, level) for every routine of every family.
+// Several families' kernels as one: get(slot::X) finds X's in whichever family has
+// it, take() a tier's table of any of them, visit() every routine of every family.
+template <class... Sets>
+struct KernelSets : Sets... {
+  using Sets::get...;
+  using Sets::take...;
   template <class Visitor>
   void visit(Visitor&& visitor) const {
-    MemoryKernels::visit(visitor);
-    FilterKernels::visit(visitor);
-    ResampleKernels::visit(visitor);
+    (Sets::visit(visitor), ...);
   }
 };
+
+// Every family's kernels.
+struct Kernels : KernelSets<MemoryKernels, Blend8Kernels, Blend16Kernels, BlendFloatKernels, ConvertKernels,
+                            FilterKernels, ResampleKernels, PaintKernels, SelectionKernels> {};
 
 // The bodies for a processor with these flags.
 Kernels resolveKernels(const CpuFeatureFlags& flags);

@@ -1,7 +1,8 @@
 // The 'memo' installer: four tiers, each gated by its own feature flag and
 // written in this order, so a wider tier overwrites what a narrower one put in
-// the same slot. The SSE2 tier's routines are baseline code; the wider tiers'
-// come from the kernel table.
+// the same slot. A slot that only the SSE2 step writes and that has wider bodies
+// (the tests, the 16-bit fills) gets the kernel table's body for this processor;
+// the slots a later step writes again get the SSE2 routine first, as the tiers say.
 #include "host/install.h"
 #include "host/module_state.h"
 #include "memory/memory_routines.h"
@@ -23,13 +24,13 @@ void installMemory(const SuiteWriter<code::memo>& w, const CpuFeatureFlags& flag
     w.put(slot::fillBytes, &fillBytesSse2);
     w.put(slot::fillBlock, &fillBlockSse2);
     w.forward(slot::memoSlot11, &tarnell_memo_forward_11);
-    w.put(slot::bytesAllEqual, &bytesAllEqualSse2);
-    w.put(slot::blockBytesAllEqual, &blockBytesAllEqualSse2);
-    w.put(slot::fillWords, &fillWordsSse2);
-    w.put(slot::fillWordBlock, &fillWordBlockSse2);
+    w.put(slot::bytesAllEqual);
+    w.put(slot::blockBytesAllEqual);
+    w.put(slot::fillWords);
+    w.put(slot::fillWordBlock);
     w.forward(slot::memoSlot67, &tarnell_memo_forward_67);
-    w.put(slot::blockWordsUniformValue, &blockWordsUniformValueSse2);
-    w.put(slot::blockWordsAllEqual, &blockWordsAllEqualSse2);
+    w.put(slot::blockWordsUniformValue);
+    w.put(slot::blockWordsAllEqual);
     w.put(slot::fillDwords, &fillDwordsSse2);
   }
   if (flags.ssse3 != 0) {

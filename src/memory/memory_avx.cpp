@@ -1,6 +1,10 @@
-// The 'memo' suite's AVX tier: fills of 8- and 32-bit values and the 32-bit
-// uniformity test, thirty-two bytes per step. Built with -mavx: everything stays
-// in this file (anonymous namespace), and the one way out is the table at the end.
+// The 'memo' suite's AVX bodies: fills of 8-, 16- and 32-bit values and the 32-bit
+// uniformity test, thirty-two bytes per step. The 16-bit fills are the SSE2 tier's
+// slots (65, 66) run with the AVX tier's stores: a fill is bound by its stores, and
+// thirty-two bytes per store fill a cache-resident plane twice as fast as sixteen
+// (the same bytes: every store holds the value pattern at its element phase). Built
+// with -mavx: everything stays in this file (anonymous namespace), and the one way
+// out is the table at the end.
 //
 // AVX has no 256-bit integer compare, so the uniformity test XORs as floats (a bit
 // operation, exact for any pattern) and tests the result with VPTEST.
@@ -27,11 +31,13 @@ uint64_t rotateRight(uint64_t x, unsigned bits) { return bits == 0 ? x : (x >> b
 
 // The value in every element of a 16-byte vector.
 __m128i broadcast(uint8_t value) { return _mm_set1_epi8(static_cast<char>(value)); }
+__m128i broadcast(uint16_t value) { return _mm_set1_epi16(static_cast<short>(value)); }
 __m128i broadcast(uint32_t value) { return _mm_set1_epi32(static_cast<int>(value)); }
 __m256i widen(__m128i x) { return _mm256_insertf128_si256(_mm256_castsi128_si256(x), x, 1); }
 
 // The value repeated over 64 bits, for scalar stores and the rotated body pattern.
 uint64_t repeated(uint8_t value) { return uint64_t{value} * 0x0101010101010101ULL; }
+uint64_t repeated(uint16_t value) { return uint64_t{value} * 0x0001000100010001ULL; }
 uint64_t repeated(uint32_t value) { return uint64_t{value} * 0x100000001ULL; }
 
 // Fills n <= 32 bytes (a whole number of elements, at least one) with the value:
@@ -47,10 +53,12 @@ TARNELL_INLINE void fillShort(Byte* d, std::size_t n, T value) {
   } else if (n >= 4) {
     const auto pattern = static_cast<uint32_t>(repeated(value));
     __builtin_memcpy(d, &pattern, 4), __builtin_memcpy(d + n - 4, &pattern, 4);
+  } else if (n >= 2) {
+    // 2 or 3 bytes: one 16-bit value, or three bytes of a byte fill.
+    const auto pattern = static_cast<uint16_t>(repeated(value));
+    __builtin_memcpy(d, &pattern, 2), __builtin_memcpy(d + n - 2, &pattern, 2);
   } else {
-    // 1..3 bytes (byte fills only): first, middle and last, some the same byte.
-    const auto b = static_cast<Byte>(value);
-    d[0] = b, d[n / 2] = b, d[n - 1] = b;
+    d[0] = static_cast<Byte>(value);
   }
 }
 
@@ -58,9 +66,16 @@ TARNELL_INLINE void fillShort(Byte* d, std::size_t n, T value) {
 // whole number of elements in use the broadcast value as it is; the aligned body of
 // a long run may start mid-element and uses the pattern rotated by that phase. The
 // broadcast stays in registers (AVX has no broadcast from a general register, and
-// one through memory costs a store-to-load round trip per call).
+// one through memory costs a store-to-load round trip per call). With `stream` the
+// whole cache lines of the aligned body bypass the caches; the caller fences once
+// when its last run is done. A line is written either by cached stores or by
+// streaming ones, never both (a line first stored to in the cache and then
+// streamed to costs a round trip to memory: rows of a padded block filled so ran
+// at a third of the speed), so the ends of the run, up to the first whole line at
+// least one store past its start and from the last one that ends a store before
+// its end, are cached stores.
 template <typename T>
-void fillRun(Byte* d, std::size_t n, T value) {
+void fillRun(Byte* d, std::size_t n, T value, bool stream) {
   if (n <= 32) {
     if (n != 0) fillShort(d, n, value);
     return;
@@ -80,22 +95,41 @@ void fillRun(Byte* d, std::size_t n, T value) {
     store32(d + n - 128, v), store32(d + n - 96, v), store32(d + n - 64, v), store32(d + n - 32, v);
     return;
   }
-  std::size_t k = (32 - (reinterpret_cast<uintptr_t>(d) & 31)) & 31;
+  const auto address = reinterpret_cast<uintptr_t>(d);
+  std::size_t k = (32 - (address & 31)) & 31;
   const __m256i body = widen(
       _mm_set1_epi64x(static_cast<long long>(rotateRight(repeated(value), static_cast<unsigned>(8 * (k % sizeof(T)))))));
   store32(d, v);
-  if (n >= kNonTemporalBytes) {
-    for (; k + 128 <= n; k += 128)
+  if (stream) {
+    // n > 256, so the streamed lines [firstLine, lastLine) are not empty.
+    const std::size_t firstLine = ((address + 32 + 63) & ~uintptr_t{63}) - address;
+    const std::size_t lastLine = ((address + n - 32) & ~uintptr_t{63}) - address;
+    for (; k < firstLine; k += 32) store32Aligned(d + k, body);
+    for (; k + 128 <= lastLine; k += 128)
       stream32(d + k, body), stream32(d + k + 32, body), stream32(d + k + 64, body), stream32(d + k + 96, body);
-    for (; k + 32 <= n; k += 32) stream32(d + k, body);
-    _mm_sfence();
-  } else {
-    for (; k + 128 <= n; k += 128)
-      store32Aligned(d + k, body), store32Aligned(d + k + 32, body), store32Aligned(d + k + 64, body),
-          store32Aligned(d + k + 96, body);
-    for (; k + 32 <= n; k += 32) store32Aligned(d + k, body);
+    for (; k < lastLine; k += 32) stream32(d + k, body);
   }
+  for (; k + 128 <= n; k += 128)
+    store32Aligned(d + k, body), store32Aligned(d + k + 32, body), store32Aligned(d + k + 64, body),
+        store32Aligned(d + k + 96, body);
+  for (; k + 32 <= n; k += 32) store32Aligned(d + k, body);
   store32(d + n - 32, v);
+}
+
+// One run of count elements: below 16 bytes plain stores, otherwise the wide fill.
+template <typename T>
+void fillElements(void* destination, int32_t count, T value) {
+  auto* d = static_cast<Byte*>(destination);
+  // One unsigned compare admits 1..32 bytes and turns away counts below 1 as well.
+  if (static_cast<uint32_t>(count) - 1u < 32u / sizeof(T)) {
+    fillShort(d, sizeof(T) * static_cast<std::size_t>(count), value);
+    return;
+  }
+  if (count < 1) return;
+  const std::size_t n = sizeof(T) * static_cast<std::size_t>(count);
+  const bool stream = n >= kNonTemporalFillBytes;
+  fillRun(d, n, value, stream);
+  if (stream) _mm_sfence();
 }
 
 bool isOneRun(int32_t rows, int32_t width, int32_t step, std::size_t elementBytes) {
@@ -103,16 +137,22 @@ bool isOneRun(int32_t rows, int32_t width, int32_t step, std::size_t elementByte
          int64_t{rows} * int64_t{width} < kOneRunLimit;
 }
 
+// A block as one run or row by row. Whether the stores bypass the caches depends
+// on the bytes of the whole block, not of one row, so a padded block is written
+// the way the same block with tight rows is; the fence comes once, at the end.
 template <typename T>
 void fillBlockRuns(void* destination, int32_t rows, int32_t width, int32_t step, T value) {
   if (rows < 1 || width < 1) return;
   auto* d = static_cast<Byte*>(destination);
   const std::size_t rowBytes = static_cast<std::size_t>(width) * sizeof(T);
+  const std::size_t total = rowBytes * static_cast<std::size_t>(rows);
+  const bool stream = total >= kNonTemporalFillBytes;
   if (isOneRun(rows, width, step, sizeof(T))) {
-    fillRun(d, rowBytes * static_cast<std::size_t>(rows), value);
-    return;
+    fillRun(d, total, value, stream);
+  } else {
+    for (int32_t r = 0; r < rows; ++r) fillRun(d + static_cast<std::ptrdiff_t>(r) * step, rowBytes, value, stream);
   }
-  for (int32_t r = 0; r < rows; ++r) fillRun(d + static_cast<std::ptrdiff_t>(r) * step, rowBytes, value);
+  if (stream) _mm_sfence();
 }
 
 bool allZero(__m256 x) { return _mm256_testz_si256(_mm256_castps_si256(x), _mm256_castps_si256(x)) != 0; }
@@ -143,19 +183,18 @@ bool dwordsMatch(const Byte* p, std::size_t n, uint32_t value) {
 }
 
 // Slot 3: below 16 bytes plain stores, otherwise the wide fill.
-void fillBytes(void* destination, int32_t count, uint8_t value) {
-  auto* d = static_cast<Byte*>(destination);
-  // One unsigned compare admits 1..32 and turns away counts below 1 as well.
-  if (static_cast<uint32_t>(count) - 1u < 32u) {
-    fillShort(d, static_cast<std::size_t>(count), value);
-    return;
-  }
-  if (count < 1) return;
-  fillRun(d, static_cast<std::size_t>(count), value);
-}
+void fillBytes(void* destination, int32_t count, uint8_t value) { fillElements(destination, count, value); }
 
 // Slot 4.
 void fillBlock(void* destination, int32_t rows, int32_t width, int32_t step, uint8_t value) {
+  fillBlockRuns(destination, rows, width, step, value);
+}
+
+// Slot 65: the SSE2 tier's slot, thirty-two bytes per step where AVX is present.
+void fillWords(void* destination, int32_t count, uint16_t value) { fillElements(destination, count, value); }
+
+// Slot 66.
+void fillWordBlock(void* destination, int32_t rows, int32_t width, int32_t step, uint16_t value) {
   fillBlockRuns(destination, rows, width, step, value);
 }
 
@@ -180,15 +219,7 @@ uint8_t blockDwordsUniform(const void* address, int32_t rows, int32_t width, int
 }
 
 // Slot 136: below 4 values plain stores, otherwise the wide fill.
-void fillDwords(void* destination, int32_t count, uint32_t value) {
-  auto* d = static_cast<Byte*>(destination);
-  if (static_cast<uint32_t>(count) - 1u < 8u) {
-    fillShort(d, 4 * static_cast<std::size_t>(count), value);
-    return;
-  }
-  if (count < 1) return;
-  fillRun(d, 4 * static_cast<std::size_t>(count), value);
-}
+void fillDwords(void* destination, int32_t count, uint32_t value) { fillElements(destination, count, value); }
 
 // Slot 137.
 void fillDwordBlock(void* destination, int32_t rows, int32_t width, int32_t step, uint32_t value) {
@@ -199,8 +230,10 @@ void fillDwordBlock(void* destination, int32_t rows, int32_t width, int32_t step
 
 constinit const MemoryTable g_memoryAvx = {.fillBytes = &fillBytes,
                                            .fillBlock = &fillBlock,
-                                           .fillDwords = &fillDwords,
+                                           .fillWords = &fillWords,
+                                           .fillWordBlock = &fillWordBlock,
                                            .blockDwordsUniform = &blockDwordsUniform,
+                                           .fillDwords = &fillDwords,
                                            .fillDwordBlock = &fillDwordBlock};
 
 }  // namespace tarnell::memory

@@ -14,13 +14,22 @@
 
 namespace tarnell::memory {
 
-// Runs of at least this many bytes are written with non-temporal stores (the SSE2
-// copy loop and every fill, one run or one row at a time): 8 MiB is a quarter of a 32 MiB
-// last-level cache, about what one core can keep when the others are busy, and
-// comfortably above any L2. A run this long would evict the caller's working set
-// for data it is unlikely to read back soon. Fixed rather than measured at start-up
-// because the routines keep no state.
-constexpr std::size_t kNonTemporalBytes = std::size_t{8} << 20;
+// Fills of at least this many bytes (one run, or a whole block counted together)
+// bypass the caches with non-temporal stores and one closing store fence. The
+// last-level cache of the processors this is tuned for holds 32 MiB: a fill smaller
+// than that stays in it, and the plane is most often used right after it is filled
+// (and again filled next time): there a cached fill of a 16 MiB plane followed by a
+// read of it runs about twice as fast as a streamed one. A fill as large as the
+// cache cannot stay in it anyway; streaming it is then as fast or faster and spares
+// what the caller keeps cached. docs/contracts.md has the measurements. Fixed rather
+// than read from the processor at start-up, because the routines keep no state.
+constexpr std::size_t kNonTemporalFillBytes = std::size_t{32} << 20;
+
+// Runs of at least this many bytes are copied with non-temporal stores by the SSE2
+// copy loop: a copy touches twice its length, and from 8 MiB on (16 MiB between
+// source and destination) a streamed copy measured faster than a cached one even
+// when the same run is copied again and again.
+constexpr std::size_t kNonTemporalCopyBytes = std::size_t{8} << 20;
 
 // Below this many bytes the SSE2 copy moves the run through registers (all loads
 // before any store, so overlap in either direction is safe); the SSSE3 copy does
@@ -48,21 +57,32 @@ uint8_t blockWordsAllEqualSse2(const void* address, int32_t rows, int32_t width,
 void fillDwordsSse2(void* destination, int32_t count, uint32_t value);
 
 // ----------------------------------------------------------- kernel tables
-// The bodies of the wider tiers, by slot: the SSSE3 copies, the SSE4.1 search,
-// the AVX fills and test; see host/kernels.h.
+// The slots with bodies at several levels, in slot order: the SSE2 tier's own
+// (memory_sse2.cpp, written by the SSE2 step), the SSSE3 copies, the AVX fills and
+// 32-bit test, and the AVX2 tests and search; see host/kernels.h. Which step writes
+// a slot stays the installer's: an AVX body of slot 65 is what the SSE2 step
+// writes there on a processor with AVX.
 #define TARNELL_MEMORY_KERNELS(X) \
   X(copyBytes)                    \
   X(copyBlock)                    \
   X(fillBytes)                    \
   X(fillBlock)                    \
-  X(fillDwords)                   \
+  X(bytesAllEqual)                \
+  X(blockBytesAllEqual)           \
   X(byteBounds)                   \
+  X(fillWords)                    \
+  X(fillWordBlock)                \
+  X(blockWordsUniformValue)       \
+  X(blockWordsAllEqual)           \
   X(blockDwordsUniform)           \
+  X(fillDwords)                   \
   X(fillDwordBlock)
 TARNELL_KERNEL_TABLE(MemoryTable, TARNELL_MEMORY_KERNELS)
 
+extern constinit const MemoryTable g_memorySse2;   // memory_sse2.cpp
 extern constinit const MemoryTable g_memorySsse3;  // memory_ssse3.cpp
 extern constinit const MemoryTable g_memorySse41;  // memory_sse41.cpp
 extern constinit const MemoryTable g_memoryAvx;    // memory_avx.cpp
+extern constinit const MemoryTable g_memoryAvx2;   // memory_avx2.cpp
 
 }  // namespace tarnell::memory

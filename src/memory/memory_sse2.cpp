@@ -22,7 +22,7 @@ using Byte = unsigned char;
 inline __m128i load(const Byte* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
 inline void store(Byte* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
 inline void storeAligned(Byte* p, __m128i v) { _mm_store_si128(reinterpret_cast<__m128i*>(p), v); }
-inline void stream(Byte* p, __m128i v) { _mm_stream_si128(reinterpret_cast<__m128i*>(p), v); }
+inline void streamAligned(Byte* p, __m128i v) { _mm_stream_si128(reinterpret_cast<__m128i*>(p), v); }
 
 template <typename T>
 inline T loadScalar(const Byte* p) {
@@ -37,6 +37,17 @@ inline void storeScalar(Byte* p, T v) {
 
 inline std::size_t bytesToAlign(const void* p) {
   return (16 - (reinterpret_cast<uintptr_t>(p) & 15)) & 15;
+}
+
+// Offsets from p of the first cache-line boundary at or after p + offset, and of
+// the last one at or before it.
+inline std::size_t lineAtOrAfter(const void* p, std::size_t offset) {
+  const auto a = reinterpret_cast<uintptr_t>(p);
+  return ((a + offset + 63) & ~uintptr_t{63}) - a;
+}
+inline std::size_t lineAtOrBefore(const void* p, std::size_t offset) {
+  const auto a = reinterpret_cast<uintptr_t>(p);
+  return ((a + offset) & ~uintptr_t{63}) - a;
 }
 
 // Copies n < 128 bytes: every load happens before the first store, so the result
@@ -71,38 +82,41 @@ inline void copySmall(const Byte* s, Byte* d, std::size_t n) {
 // source: aligned stores on the destination, the unaligned first and last sixteen
 // bytes loaded up front and stored last. It runs forward, loading each block before
 // storing it, so it is also right when the source starts inside the destination.
-// Long runs that do not overlap at all bypass the caches.
+// Long runs that do not overlap at all bypass the caches in the whole lines between
+// the ends (the lines with the first and last sixteen bytes are stored to in the
+// cache, and a line is never written by both kinds of store).
 void copyLoop(const Byte* s, Byte* d, std::size_t n) {
   const __m128i head = load(s), tail = load(s + n - 16);
   std::size_t k = bytesToAlign(d);
   const auto sa = reinterpret_cast<uintptr_t>(s), da = reinterpret_cast<uintptr_t>(d);
   const bool disjoint = sa >= da + n || da >= sa + n;
-  if (disjoint && n >= kNonTemporalBytes) {
-    for (; k + 64 <= n; k += 64) {
+  const bool stream = disjoint && n >= kNonTemporalCopyBytes;
+  if (stream) {
+    const std::size_t firstLine = lineAtOrAfter(d, 16), lastLine = lineAtOrBefore(d, n - 16);
+    for (; k < firstLine; k += 16) storeAligned(d + k, load(s + k));
+    for (; k + 64 <= lastLine; k += 64) {
       const __m128i v0 = load(s + k), v1 = load(s + k + 16), v2 = load(s + k + 32), v3 = load(s + k + 48);
-      stream(d + k, v0), stream(d + k + 16, v1), stream(d + k + 32, v2), stream(d + k + 48, v3);
+      streamAligned(d + k, v0), streamAligned(d + k + 16, v1), streamAligned(d + k + 32, v2),
+          streamAligned(d + k + 48, v3);
     }
-    for (; k + 16 <= n; k += 16) stream(d + k, load(s + k));
-    _mm_sfence();
-  } else {
-    for (; k + 64 <= n; k += 64) {
-      const __m128i v0 = load(s + k), v1 = load(s + k + 16), v2 = load(s + k + 32), v3 = load(s + k + 48);
-      storeAligned(d + k, v0), storeAligned(d + k + 16, v1), storeAligned(d + k + 32, v2),
-          storeAligned(d + k + 48, v3);
-    }
-    for (; k + 16 <= n; k += 16) storeAligned(d + k, load(s + k));
   }
+  for (; k + 64 <= n; k += 64) {
+    const __m128i v0 = load(s + k), v1 = load(s + k + 16), v2 = load(s + k + 32), v3 = load(s + k + 48);
+    storeAligned(d + k, v0), storeAligned(d + k + 16, v1), storeAligned(d + k + 32, v2), storeAligned(d + k + 48, v3);
+  }
+  for (; k + 16 <= n; k += 16) storeAligned(d + k, load(s + k));
   store(d, head);
   store(d + n - 16, tail);
+  if (stream) _mm_sfence();
 }
 
 inline uint64_t rotateRight(uint64_t x, unsigned bits) { return bits == 0 ? x : (x >> bits) | (x << (64 - bits)); }
 
 // Fills n bytes (a whole number of elements of elementBytes, which divides 8) with
-// a pattern whose first byte is the first byte of an element. Runs past the
-// non-temporal threshold bypass the caches (all fills: the host asks it of the
-// 32-bit fill, and the others gain as much from it).
-void fillPattern(Byte* d, std::size_t n, uint64_t pattern, std::size_t elementBytes) {
+// a pattern whose first byte is the first byte of an element. With `stream` the
+// aligned body bypasses the caches (all fills: the host asks it of the 32-bit fill,
+// and the others gain as much from it); the caller fences once after its last run.
+void fillPattern(Byte* d, std::size_t n, uint64_t pattern, std::size_t elementBytes, bool stream) {
   if (n < 16) {
     if (n >= 8) {
       storeScalar(d, pattern), storeScalar(d + n - 8, pattern);
@@ -138,16 +152,20 @@ void fillPattern(Byte* d, std::size_t n, uint64_t pattern, std::size_t elementBy
   const __m128i body =
       _mm_set1_epi64x(static_cast<long long>(rotateRight(pattern, static_cast<unsigned>(8 * (k % elementBytes)))));
   store(d, v);
-  if (n >= kNonTemporalBytes) {
-    for (; k + 64 <= n; k += 64) stream(d + k, body), stream(d + k + 16, body), stream(d + k + 32, body), stream(d + k + 48, body);
-    for (; k + 16 <= n; k += 16) stream(d + k, body);
-    _mm_sfence();
-  } else {
-    for (; k + 64 <= n; k += 64)
-      storeAligned(d + k, body), storeAligned(d + k + 16, body), storeAligned(d + k + 32, body),
-          storeAligned(d + k + 48, body);
-    for (; k + 16 <= n; k += 16) storeAligned(d + k, body);
+  if (stream) {
+    // The whole lines in between are streamed (n > 256: there are some); a line is
+    // never written by both kinds of store (streaming to a line just stored to in
+    // the cache costs a round trip to memory).
+    const std::size_t firstLine = lineAtOrAfter(d, 16), lastLine = lineAtOrBefore(d, n - 16);
+    for (; k < firstLine; k += 16) storeAligned(d + k, body);
+    for (; k + 64 <= lastLine; k += 64)
+      streamAligned(d + k, body), streamAligned(d + k + 16, body), streamAligned(d + k + 32, body),
+          streamAligned(d + k + 48, body);
   }
+  for (; k + 64 <= n; k += 64)
+    storeAligned(d + k, body), storeAligned(d + k + 16, body), storeAligned(d + k + 32, body),
+        storeAligned(d + k + 48, body);
+  for (; k + 16 <= n; k += 16) storeAligned(d + k, body);
   store(d + n - 16, v);
 }
 
@@ -195,16 +213,28 @@ inline Byte* rowAt(void* base, int32_t row, int32_t step) {
   return static_cast<Byte*>(base) + static_cast<std::ptrdiff_t>(row) * step;
 }
 
-// Fills a block row by row (or as one run) with a pattern of elementBytes.
+// One run of n bytes, streamed from the fill threshold on.
+void fillOneRun(Byte* d, std::size_t n, uint64_t pattern, std::size_t elementBytes) {
+  const bool stream = n >= kNonTemporalFillBytes;
+  fillPattern(d, n, pattern, elementBytes, stream);
+  if (stream) _mm_sfence();
+}
+
+// Fills a block row by row (or as one run) with a pattern of elementBytes. Whether
+// the stores bypass the caches depends on the bytes of the whole block, so a padded
+// block is written the way the same block with tight rows is; one fence at the end.
 void fillBlockPattern(void* destination, int32_t rows, int32_t width, int32_t step, uint64_t pattern,
                       std::size_t elementBytes) {
   if (rows < 1 || width < 1) return;
   const std::size_t rowBytes = static_cast<std::size_t>(width) * elementBytes;
+  const std::size_t total = rowBytes * static_cast<std::size_t>(rows);
   if (isOneRun(rows, width, step, elementBytes)) {
-    fillPattern(static_cast<Byte*>(destination), rowBytes * static_cast<std::size_t>(rows), pattern, elementBytes);
+    fillOneRun(static_cast<Byte*>(destination), total, pattern, elementBytes);
     return;
   }
-  for (int32_t r = 0; r < rows; ++r) fillPattern(rowAt(destination, r, step), rowBytes, pattern, elementBytes);
+  const bool stream = total >= kNonTemporalFillBytes;
+  for (int32_t r = 0; r < rows; ++r) fillPattern(rowAt(destination, r, step), rowBytes, pattern, elementBytes, stream);
+  if (stream) _mm_sfence();
 }
 
 // Every element of the block matches the pattern (rows and width at least 1).
@@ -268,7 +298,7 @@ void copyBlockSse2(const void* source, void* destination, int32_t rows, int32_t 
 // Slot 3.
 void fillBytesSse2(void* destination, int32_t count, uint8_t value) {
   if (count < 1) return;
-  fillPattern(static_cast<Byte*>(destination), static_cast<std::size_t>(count), replicate8(value), 1);
+  fillOneRun(static_cast<Byte*>(destination), static_cast<std::size_t>(count), replicate8(value), 1);
 }
 
 // Slot 4.
@@ -291,7 +321,7 @@ uint8_t blockBytesAllEqualSse2(const void* address, int32_t rows, int32_t width,
 // Slot 65.
 void fillWordsSse2(void* destination, int32_t count, uint16_t value) {
   if (count < 1) return;
-  fillPattern(static_cast<Byte*>(destination), 2 * static_cast<std::size_t>(count), replicate16(value), 2);
+  fillOneRun(static_cast<Byte*>(destination), 2 * static_cast<std::size_t>(count), replicate16(value), 2);
 }
 
 // Slot 66.
@@ -319,7 +349,16 @@ uint8_t blockWordsAllEqualSse2(const void* address, int32_t rows, int32_t width,
 // Slot 136.
 void fillDwordsSse2(void* destination, int32_t count, uint32_t value) {
   if (count < 1) return;
-  fillPattern(static_cast<Byte*>(destination), 4 * static_cast<std::size_t>(count), replicate32(value), 4);
+  fillOneRun(static_cast<Byte*>(destination), 4 * static_cast<std::size_t>(count), replicate32(value), 4);
 }
+
+// The SSE2 tier's slots with wider bodies elsewhere (the kernel table takes the
+// widest one the processor runs; the installer's SSE2 step writes it).
+constinit const MemoryTable g_memorySse2 = {.bytesAllEqual = &bytesAllEqualSse2,
+                                            .blockBytesAllEqual = &blockBytesAllEqualSse2,
+                                            .fillWords = &fillWordsSse2,
+                                            .fillWordBlock = &fillWordBlockSse2,
+                                            .blockWordsUniformValue = &blockWordsUniformValueSse2,
+                                            .blockWordsAllEqual = &blockWordsAllEqualSse2};
 
 }  // namespace tarnell::memory

@@ -10,45 +10,46 @@ TARNELL_FORWARDER(paintForward79, kPntg, 79);
 namespace tarnell {
 
 // All 37 entries with SSE2, in the suite's order, each once; nothing without it.
+// The kernel table decides each routine's body (a companion's calls the worker
+// body of its own level).
 void installPaint(const SuiteWriter<code::pntg>& w, const CpuFeatureFlags& flags) {
-  using namespace paint;
   if (flags.sse2 == 0) return;
-  w.put(slot::PaintP8, &PaintP8);
-  w.put(slot::PaintP8x3, PaintP8x3);
-  w.put(slot::PaintP8x4, PaintP8x4);
-  w.put(slot::PaintP16, &PaintP16);
-  w.put(slot::PaintP16x3, PaintP16x3);
-  w.put(slot::PaintP16x4, PaintP16x4);
-  w.put(slot::PaintQ8, &PaintQ8);
-  w.put(slot::PaintQ8x3, PaintQ8x3);
-  w.put(slot::PaintQ8x4, PaintQ8x4);
-  w.put(slot::PaintQ16, &PaintQ16);
-  w.put(slot::PaintQ16x3, PaintQ16x3);
-  w.put(slot::PaintQ16x4, PaintQ16x4);
-  w.put(slot::PaintSingle5, &PaintSingle5);
-  w.put(slot::PaintSingle81, &PaintSingle81);
-  w.put(slot::PaintR8, &PaintR8);
-  w.put(slot::PaintR8x3, PaintR8x3);
-  w.put(slot::PaintR8x4, PaintR8x4);
-  w.put(slot::PaintR16, &PaintR16);
-  w.put(slot::PaintR16x3, PaintR16x3);
-  w.put(slot::PaintR16x4, PaintR16x4);
-  w.put(slot::PaintS8, &PaintS8);
-  w.put(slot::PaintS8x3, PaintS8x3);
-  w.put(slot::PaintS8x4, PaintS8x4);
-  w.put(slot::PaintS16, &PaintS16);
-  w.put(slot::PaintS16x3, PaintS16x3);
-  w.put(slot::PaintS16x4, PaintS16x4);
-  w.put(slot::PaintT8, &PaintT8);
-  w.put(slot::PaintT8x3, PaintT8x3);
-  w.put(slot::PaintT8x4, PaintT8x4);
-  w.put(slot::PaintT16, &PaintT16);
-  w.put(slot::PaintT16x3, PaintT16x3);
-  w.put(slot::PaintT16x4, PaintT16x4);
-  w.put(slot::PaintSingle18, &PaintSingle18);
+  w.put(slot::PaintP8);
+  w.put(slot::PaintP8x3);
+  w.put(slot::PaintP8x4);
+  w.put(slot::PaintP16);
+  w.put(slot::PaintP16x3);
+  w.put(slot::PaintP16x4);
+  w.put(slot::PaintQ8);
+  w.put(slot::PaintQ8x3);
+  w.put(slot::PaintQ8x4);
+  w.put(slot::PaintQ16);
+  w.put(slot::PaintQ16x3);
+  w.put(slot::PaintQ16x4);
+  w.put(slot::PaintSingle5);
+  w.put(slot::PaintSingle81);
+  w.put(slot::PaintR8);
+  w.put(slot::PaintR8x3);
+  w.put(slot::PaintR8x4);
+  w.put(slot::PaintR16);
+  w.put(slot::PaintR16x3);
+  w.put(slot::PaintR16x4);
+  w.put(slot::PaintS8);
+  w.put(slot::PaintS8x3);
+  w.put(slot::PaintS8x4);
+  w.put(slot::PaintS16);
+  w.put(slot::PaintS16x3);
+  w.put(slot::PaintS16x4);
+  w.put(slot::PaintT8);
+  w.put(slot::PaintT8x3);
+  w.put(slot::PaintT8x4);
+  w.put(slot::PaintT16);
+  w.put(slot::PaintT16x3);
+  w.put(slot::PaintT16x4);
+  w.put(slot::PaintSingle18);
   w.forward(slot::PaintSingle38, &paintForward38);
-  w.put(slot::PaintSingle9, &PaintSingle9);
-  w.put(slot::PaintSingle92, &PaintSingle92);
+  w.put(slot::PaintSingle9);
+  w.put(slot::PaintSingle92);
   w.forward(slot::PaintSingle79, &paintForward79);
 }
 

@@ -14,12 +14,12 @@
 // steps in registers.
 #include <emmintrin.h>
 
-#include <array>
 #include <cstring>
 
 #include "host/install.h"
 #include "host/invariant_divisor.h"
 #include "host/module_state.h"
+#include "resample/box_reduce8_divisor.h"
 #include "resample/kernel_scalar.h"
 #include "resample/resample_routines.h"
 
@@ -33,51 +33,12 @@ namespace tarnell::resample {
 
 namespace {
 
-constexpr int32_t kMaxFactor = 8;
-constexpr int32_t kMaxArea = kMaxFactor * kMaxFactor;
-
-// n / d = (n x multiplier) >> (16 + shift) for every n in 0 .. 255 d + d / 2 (a
-// rounded sum of the area): the smallest shift whose rounded-up reciprocal fits 16
-// bits and is exact over that whole range, found and checked here at compile time (and
-// over every sum, through the routine, by the tests).
-struct LaneDivisor {
-  uint16_t multiplier;
-  uint16_t shift;
-};
-constexpr LaneDivisor laneDivisor(uint32_t d) {
-  if (d == 1) return {0, 0};  // never used: area 1 copies the sums
-  for (uint32_t s = 0; s < 16; ++s) {
-    const uint64_t m = ((uint64_t{1} << (16 + s)) + d - 1) / d;
-    if (m > 0xFFFF) break;
-    // m >= 2^(16 + s) / d, so the product never falls below the quotient, and it
-    // grows with n: checking the largest n of each quotient covers every n.
-    const uint64_t last = 255 * d + d / 2;
-    bool exact = true;
-    for (uint64_t q = 0; q * d <= last && exact; ++q) {
-      const uint64_t n = q * d + d - 1 < last ? q * d + d - 1 : last;
-      exact = (n * m) >> (16 + s) == q;
-    }
-    if (exact) return {static_cast<uint16_t>(m), static_cast<uint16_t>(s)};
-  }
-  return {0, 0xFFFF};  // none: the speed path refuses the area
-}
-constexpr std::array<LaneDivisor, kMaxArea + 1> kLaneDivisors = [] {
-  std::array<LaneDivisor, kMaxArea + 1> t{};
-  for (uint32_t d = 1; d <= kMaxArea; ++d) t[d] = laneDivisor(d);
-  return t;
-}();
-static_assert([] {
-  for (uint32_t d = 2; d <= kMaxArea; ++d)
-    if (kLaneDivisors[d].shift == 0xFFFF) return false;
-  return true;
-}());
-
 // (n + area / 2) / area in each 16-bit lane.
 struct LaneDivide {
   explicit LaneDivide(uint32_t area)
       : round(_mm_set1_epi16(static_cast<int16_t>(area / 2))),
-        multiplier(_mm_set1_epi16(static_cast<int16_t>(kLaneDivisors[area].multiplier))),
-        shift(_mm_cvtsi32_si128(kLaneDivisors[area].shift)),
+        multiplier(_mm_set1_epi16(static_cast<int16_t>(kLaneDivisors.area[area].multiplier))),
+        shift(_mm_cvtsi32_si128(kLaneDivisors.area[area].shift)),
         copy(area == 1) {}
   __m128i operator()(__m128i sums) const {
     const __m128i n = _mm_add_epi16(sums, round);
@@ -177,9 +138,8 @@ void foldEights(const uint16_t* sums, int32_t pixels, int32_t a, uint16_t* block
 // folded and divided in registers (the row span is exactly a times the width, so
 // the last, overlapping step stays inside it).
 template <int Spp, int A>
-void reducePairsRow(const uint8_t* top, intptr_t stride, int32_t b, int32_t width, const LaneDivide& divider,
-                    uint8_t* d) {
-  const LaneDivide divide = divider;  // a local copy: the byte stores cannot alias it
+void reducePairsRow(const uint8_t* top, intptr_t stride, int32_t b, int32_t width, uint32_t area, uint8_t* d) {
+  const LaneDivide divide(area);  // a local: the byte stores cannot alias it
   const __m128i zero = _mm_setzero_si128();
   for (int32_t x = 0;; x += 16) {
     if (x > width - 16) x = width - 16;
@@ -200,15 +160,7 @@ void reducePairsRow(const uint8_t* top, intptr_t stride, int32_t b, int32_t widt
   }
 }
 
-using PairsRow = void (*)(const uint8_t*, intptr_t, int32_t, int32_t, const LaneDivide&, uint8_t*);
-// The register path for (spp, a), or none.
-PairsRow pairsRowFor(int32_t spp, int32_t a) {
-  static constexpr PairsRow kRows[2][5] = {{nullptr, &reducePairsRow<1, 2>, &reducePairsRow<2, 2>, nullptr,
-                                     &reducePairsRow<4, 2>},
-                                    {nullptr, &reducePairsRow<1, 4>, &reducePairsRow<2, 4>, nullptr,
-                                     &reducePairsRow<4, 4>}};
-  return a == 2 || a == 4 ? kRows[a / 4][spp] : nullptr;
-}
+
 
 // Folds the a pixels of each output pixel: the result's lane x is the sum over dx
 // of sums[(x / spp) a spp + dx spp + x % spp], for x in 0 .. width (rounded up to
@@ -294,9 +246,18 @@ void boxReduceScalar(const uint8_t* source, uint8_t* destination, int32_t rows, 
   }
 }
 
-}  // namespace
+constinit const BoxReduceRows kRowsSse2 = {
+    .pairs = {{nullptr, &reducePairsRow<1, 2>, &reducePairsRow<2, 2>, nullptr, &reducePairsRow<4, 2>},
+              {nullptr, &reducePairsRow<1, 4>, &reducePairsRow<2, 4>, nullptr, &reducePairsRow<4, 4>}},
+    .least = 16,
+    .sumRows = &sumRows,
+    .divideRow = &divideRow,
+};
 
-void BoxReduce8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t width, int32_t sourceStride,
+// The per-call part, baseline code whatever the level of the row kernels: the
+// hand-over of wide rows, the shapes the speed path takes, the fold.
+template <const BoxReduceRows* Rows>
+void boxReduce8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t width, int32_t sourceStride,
                 int32_t destinationStride, int32_t samplesPerPixel, int32_t a, int32_t b) {
   if (width > kBoxReduceMaxWidth) {
     reinterpret_cast<SlotFnOf<slot::BoxReduce8>>(&HostBoxReduce8)(source, destination, rows, width, sourceStride,
@@ -309,26 +270,39 @@ void BoxReduce8(const uint8_t* source, uint8_t* destination, int32_t rows, int32
     return;
   }
   const int32_t spp = samplesPerPixel;
+  const auto area = static_cast<uint32_t>(a * b);
+  // a = 2 or 4 over whole pixels of 1, 2 or 4 samples: all in registers, the level's
+  // kernel from its least width, the SSE2 one from sixteen outputs.
+  if ((a == 2 || a == 4) && spp != 3 && width % spp == 0 && width >= kRowsSse2.least) {
+    const BoxReduceRows& k = width >= Rows->least ? *Rows : kRowsSse2;
+    BoxReduceRows::Pairs* const row = k.pairs[a / 4][spp];
+    for (int32_t r = 0; r < rows; ++r)
+      row(rowAt(source, intptr_t{r} * b, sourceStride), sourceStride, b, width, area,
+          rowAt(destination, r, destinationStride));
+    return;
+  }
   const int32_t lastPixel = (width - 1) / spp;
   // Source bytes from the row start to the last one read (last pixel's last block
   // column, its last output channel).
   const int32_t span = (lastPixel * a + a - 1) * spp + (width - 1) % spp + 1;
   // Slack: folding reads up to eight whole pixels past the last and four lanes of
   // each, dividing reads sixteen lanes.
-  alignas(16) uint16_t sums[kBoxReduceMaxWidth * kMaxFactor + 8 * 4 * kMaxFactor + 32];
-  alignas(16) uint16_t block[kBoxReduceMaxWidth + 32];
-  const auto area = static_cast<uint32_t>(a * b);
-  if (const PairsRow row = pairsRowFor(spp, a); row != nullptr && width % spp == 0 && width >= 16) {
-    const LaneDivide divide(area);
-    for (int32_t r = 0; r < rows; ++r)
-      row(rowAt(source, intptr_t{r} * b, sourceStride), sourceStride, b, width, divide,
-          rowAt(destination, r, destinationStride));
-    return;
-  }
+  alignas(32) uint16_t sums[kBoxReduceMaxWidth * kMaxFactor + 8 * 4 * kMaxFactor + 32];
+  alignas(32) uint16_t block[kBoxReduceMaxWidth + 32];
   for (int32_t r = 0; r < rows; ++r) {
-    sumRows(rowAt(source, intptr_t{r} * b, sourceStride), sourceStride, b, span, sums);
-    divideRow(foldPixels(sums, width, spp, a, block), width, area, rowAt(destination, r, destinationStride));
+    Rows->sumRows(rowAt(source, intptr_t{r} * b, sourceStride), sourceStride, b, span, sums);
+    Rows->divideRow(foldPixels(sums, width, spp, a, block), width, area, rowAt(destination, r, destinationStride));
   }
 }
+
+}  // namespace
+
+void BoxReduce8(const uint8_t* source, uint8_t* destination, int32_t rows, int32_t width, int32_t sourceStride,
+                int32_t destinationStride, int32_t samplesPerPixel, int32_t a, int32_t b) {
+  boxReduce8<&kRowsSse2>(source, destination, rows, width, sourceStride, destinationStride, samplesPerPixel, a, b);
+}
+
+// The AVX2 body: this per-call part around the AVX2 row kernels.
+constinit const ResampleTable g_boxReduceAvx2 = {.BoxReduce8 = &boxReduce8<&g_boxReduceRowsAvx2>};
 
 }  // namespace tarnell::resample

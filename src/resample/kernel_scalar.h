@@ -7,6 +7,14 @@
 
 namespace tarnell::resample {
 
+// Copies a row through the live 'memo' slot 0, as the host's own routine does
+// (filter_columns8_scalar.cpp).
+void copyRow(const uint8_t* source, uint8_t* destination, int32_t width);
+
+// The helpers have internal linkage: files built for wider instruction sets
+// include this header too, and must not share compiled code with baseline files.
+namespace {
+
 // First sample (or row) a kernel of `taps` reads for a position centred on index.
 inline intptr_t firstTap(int32_t index, int32_t taps) { return intptr_t{index} + 1 - taps / 2; }
 
@@ -32,9 +40,6 @@ inline T* rowAt(T* base, intptr_t row, intptr_t strideSamples) {
   return base + row * strideSamples;
 }
 
-// Copies a row through the live 'memo' slot 0, as the host's own routine does.
-void copyRow(const uint8_t* source, uint8_t* destination, int32_t width);
-
 // The row walk of the 8-bit vertical filters: 0 or 1 tap copies source row
 // indices[r] + 1 through the live 'memo' slot 0 (copy); otherwise row(first row,
 // weights, destination row) filters one output row.
@@ -53,4 +58,5 @@ void eachColumnRow(const uint8_t* source, uint8_t* destination, int32_t rows, in
   }
 }
 
+}  // namespace
 }  // namespace tarnell::resample

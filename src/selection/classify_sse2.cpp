@@ -44,4 +44,6 @@ int32_t selectionSlot33(const uint8_t* plane, int32_t rows, int32_t count, int32
   return _mm_movemask_epi8(_mm_cmpeq_epi8(all, _mm_set1_epi8(-1))) == 0xFFFF ? 1 : 3;
 }
 
+constinit const SelectionTable g_classifySse2 = {.selectionSlot33 = &selectionSlot33};
+
 }  // namespace tarnell::selection

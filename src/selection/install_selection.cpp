@@ -16,11 +16,11 @@ void installSelection(const SuiteWriter<code::sele>& w, const CpuFeatureFlags& f
     w.put(slot::spreadMarkVertical, &spreadMarkVerticalScalar);
     return;
   }
-  w.put(slot::propagateDecaying, &propagateDecaying);
+  w.put(slot::propagateDecaying);
   w.forward(slot::propagateDecaying16, &selectionForward73);
-  w.put(slot::selectionSlot33, &selectionSlot33);
+  w.put(slot::selectionSlot33);
   w.forward(slot::selectionSlot75, &selectionForward75);
-  w.put(slot::spreadMarkVertical, &spreadMarkVertical);
+  w.put(slot::spreadMarkVertical);
 }
 
 int32_t installSelectionSuite(HostInfo* /*hostInfo*/) {
