@@ -19,6 +19,7 @@
 #include <type_traits>
 
 #include "blend/blendf.h"
+#include "blend/blendf_packed.h"
 #include "host/inline.h"
 #include "host/module_state.h"
 
@@ -179,40 +180,13 @@ TARNELL_INLINE void packedRow(float* d, const float* s, float c, const float* m,
   if (i < columns) scalar(i);
 }
 
-template <class Op, PackedWeight W, bool SourcePlane>
-void packedRows(const PackedPlanes& p) {
-  float* d = p.destination;
-  const float* s = p.source;
-  const float* m = p.mask;
-  for (int32_t r = 0; r < p.rows; ++r) {
-    packedRow<Op, W, SourcePlane>(d, s, p.constant, m, p.k, p.columns);
-    d += p.destinationRow;
-    if constexpr (SourcePlane) s += p.sourceRow;
-    if constexpr (W == PackedWeight::mask || W == PackedWeight::opacityMask) m += p.maskRow;
-  }
-}
-
 // The SSE2 kernel of an operation's packed loops: the weights its cases use, with
 // a source plane or the constant.
 template <class Op>
 void packedLoop(const PackedPlanes& p, PackedWeight w) {
-  const bool source = p.source != nullptr;
-  if constexpr (std::is_same_v<Op, Min>) {
-    packedRows<Op, PackedWeight::none, true>(p);
-  } else {
-    switch (w) {
-      case PackedWeight::none:
-        return packedRows<Op, PackedWeight::none, true>(p);
-      case PackedWeight::opacity:
-        return source ? packedRows<Op, PackedWeight::opacity, true>(p)
-                      : packedRows<Op, PackedWeight::opacity, false>(p);
-      case PackedWeight::mask:
-        return packedRows<Op, PackedWeight::mask, true>(p);
-      case PackedWeight::opacityMask:
-        return source ? packedRows<Op, PackedWeight::opacityMask, true>(p)
-                      : packedRows<Op, PackedWeight::opacityMask, false>(p);
-    }
-  }
+  packedLoopOf<std::is_same_v<Op, Min>>(p, w, [](auto weight, auto sourcePlane, auto... row) {
+    packedRow<Op, decltype(weight)::value, decltype(sourcePlane)::value>(row...);
+  });
 }
 
 constinit const PackedLoops kPackedLoopsSse2 = {&packedLoop<Lighten>, &packedLoop<Darken>, &packedLoop<Add>,

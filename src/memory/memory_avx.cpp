@@ -14,6 +14,7 @@
 #include <cstdint>
 
 #include "host/inline.h"
+#include "memory/block_walk.h"
 #include "memory/memory_routines.h"
 
 namespace tarnell::memory {
@@ -130,11 +131,6 @@ void fillElements(void* destination, int32_t count, T value) {
   const bool stream = n >= kNonTemporalFillBytes;
   fillRun(d, n, value, stream);
   if (stream) _mm_sfence();
-}
-
-bool isOneRun(int32_t rows, int32_t width, int32_t step, std::size_t elementBytes) {
-  return int64_t{step} == int64_t{width} * static_cast<int64_t>(elementBytes) &&
-         int64_t{rows} * int64_t{width} < kOneRunLimit;
 }
 
 // A block as one run or row by row. Whether the stores bypass the caches depends

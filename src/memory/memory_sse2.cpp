@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "host/module_state.h"
+#include "memory/block_walk.h"
 #include "memory/memory_routines.h"
 
 namespace tarnell::memory {
@@ -64,17 +65,8 @@ inline void copySmall(const Byte* s, Byte* d, std::size_t n) {
   } else if (n >= 16) {
     const __m128i a = load(s), b = load(s + n - 16);
     store(d, a), store(d + n - 16, b);
-  } else if (n >= 8) {
-    const auto a = loadScalar<uint64_t>(s), b = loadScalar<uint64_t>(s + n - 8);
-    storeScalar(d, a), storeScalar(d + n - 8, b);
-  } else if (n >= 4) {
-    const auto a = loadScalar<uint32_t>(s), b = loadScalar<uint32_t>(s + n - 4);
-    storeScalar(d, a), storeScalar(d + n - 4, b);
-  } else if (n >= 2) {
-    const auto a = loadScalar<uint16_t>(s), b = loadScalar<uint16_t>(s + n - 2);
-    storeScalar(d, a), storeScalar(d + n - 2, b);
-  } else if (n == 1) {
-    d[0] = s[0];
+  } else {
+    copyUnder16(s, d, n);
   }
 }
 
@@ -199,20 +191,6 @@ inline uint64_t replicate8(uint8_t v) { return uint64_t{v} * 0x0101010101010101U
 inline uint64_t replicate16(uint16_t v) { return uint64_t{v} * 0x0001000100010001ULL; }
 inline uint64_t replicate32(uint32_t v) { return uint64_t{v} * 0x0000000100000001ULL; }
 
-// Whether a block of rows x width elements is one run: row step equal to the row's
-// width in bytes, and an element count a 32-bit count can hold.
-inline bool isOneRun(int32_t rows, int32_t width, int32_t step, std::size_t elementBytes) {
-  return int64_t{step} == int64_t{width} * static_cast<int64_t>(elementBytes) &&
-         int64_t{rows} * int64_t{width} < kOneRunLimit;
-}
-
-inline const Byte* rowAt(const void* base, int32_t row, int32_t step) {
-  return static_cast<const Byte*>(base) + static_cast<std::ptrdiff_t>(row) * step;
-}
-inline Byte* rowAt(void* base, int32_t row, int32_t step) {
-  return static_cast<Byte*>(base) + static_cast<std::ptrdiff_t>(row) * step;
-}
-
 // One run of n bytes, streamed from the fill threshold on.
 void fillOneRun(Byte* d, std::size_t n, uint64_t pattern, std::size_t elementBytes) {
   const bool stream = n >= kNonTemporalFillBytes;
@@ -286,13 +264,7 @@ void copyBytesSse2(const void* source, void* destination, int32_t count) {
 // Slot 1.
 void copyBlockSse2(const void* source, void* destination, int32_t rows, int32_t widthBytes, int32_t sourceStep,
                    int32_t destinationStep) {
-  if (source == destination || rows < 1 || widthBytes < 1) return;
-  if (sourceStep == widthBytes && destinationStep == widthBytes && int64_t{rows} * widthBytes < kOneRunLimit) {
-    copyBytesSse2(source, destination, rows * widthBytes);
-    return;
-  }
-  for (int32_t r = 0; r < rows; ++r)
-    copyBytesSse2(rowAt(source, r, sourceStep), rowAt(destination, r, destinationStep), widthBytes);
+  copyBlockWalk(source, destination, rows, widthBytes, sourceStep, destinationStep, &copyBytesSse2);
 }
 
 // Slot 3.

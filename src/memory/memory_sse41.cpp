@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "memory/block_walk.h"
 #include "memory/memory_routines.h"
 
 namespace tarnell::memory {
@@ -58,55 +59,14 @@ std::size_t lastDifferent(const Byte* p, std::size_t n, uint8_t value, __m128i v
   return differs == 0 ? n : 31 - static_cast<std::size_t>(__builtin_clz(differs));
 }
 
-// Slot 36: (top, left, bottom, right) of the bytes that differ from the value,
-// bottom and right one past the last such row and column. Rows are searched from
-// the top and from the bottom; the rows in between only where they could widen
-// the rectangle (left of the leftmost column found so far, right of the rightmost).
+// Slot 36: the row walk of block_walk.h over this level's run searches.
 void byteBounds(const void* address, int32_t rows, int32_t width, int32_t step, uint8_t value, int16_t* bounds) {
   if (bounds == nullptr || rows < 1 || width < 1) return;  // nothing to report, nothing to do
   const __m128i v = _mm_set1_epi8(static_cast<char>(value));
-  const auto n = static_cast<std::size_t>(width);
-  const auto* base = static_cast<const Byte*>(address);
-  auto row = [&](int32_t r) { return base + static_cast<std::ptrdiff_t>(r) * step; };
-
-  int32_t top = 0;
-  std::size_t left = n, right = 0;  // right: one past the rightmost differing column
-  for (; top < rows; ++top) {
-    const std::size_t first = firstDifferent(row(top), n, value, v);
-    if (first < n) {
-      left = first;
-      right = lastDifferent(row(top), n, value, v) + 1;
-      break;
-    }
-  }
-  if (top == rows) {
-    bounds[0] = static_cast<int16_t>(rows), bounds[1] = static_cast<int16_t>(width);
-    bounds[2] = 0, bounds[3] = 0;
-    return;
-  }
-  int32_t bottom = rows - 1;
-  for (; bottom > top; --bottom) {
-    const std::size_t first = firstDifferent(row(bottom), n, value, v);
-    if (first < n) {
-      if (first < left) left = first;
-      const std::size_t last = lastDifferent(row(bottom), n, value, v) + 1;
-      if (last > right) right = last;
-      break;
-    }
-  }
-  for (int32_t r = top + 1; r < bottom && (left > 0 || right < n); ++r) {
-    const Byte* p = row(r);
-    if (left > 0) {
-      const std::size_t first = firstDifferent(p, left, value, v);
-      if (first < left) left = first;
-    }
-    if (right < n) {
-      const std::size_t last = lastDifferent(p + right, n - right, value, v);
-      if (last < n - right) right += last + 1;
-    }
-  }
-  bounds[0] = static_cast<int16_t>(top), bounds[1] = static_cast<int16_t>(left);
-  bounds[2] = static_cast<int16_t>(bottom + 1), bounds[3] = static_cast<int16_t>(right);
+  byteBoundsWalk(
+      address, rows, width, step, bounds,
+      [&](const Byte* p, std::size_t n) { return firstDifferent(p, n, value, v); },
+      [&](const Byte* p, std::size_t n) { return lastDifferent(p, n, value, v); });
 }
 
 }  // namespace

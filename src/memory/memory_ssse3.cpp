@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "host/inline.h"
+#include "memory/block_walk.h"
 #include "memory/memory_routines.h"
 
 // The C library's copies (declared here: this file includes no library header
@@ -38,20 +39,8 @@ TARNELL_INLINE void copySmall(const Byte* s, Byte* d, std::size_t n) {
   } else if (n >= 16) {
     const __m128i a = load(s), b = load(s + n - 16);
     store(d, a), store(d + n - 16, b);
-  } else if (n >= 8) {
-    uint64_t a, b;
-    __builtin_memcpy(&a, s, 8), __builtin_memcpy(&b, s + n - 8, 8);
-    __builtin_memcpy(d, &a, 8), __builtin_memcpy(d + n - 8, &b, 8);
-  } else if (n >= 4) {
-    uint32_t a, b;
-    __builtin_memcpy(&a, s, 4), __builtin_memcpy(&b, s + n - 4, 4);
-    __builtin_memcpy(d, &a, 4), __builtin_memcpy(d + n - 4, &b, 4);
-  } else if (n >= 2) {
-    uint16_t a, b;
-    __builtin_memcpy(&a, s, 2), __builtin_memcpy(&b, s + n - 2, 2);
-    __builtin_memcpy(d, &a, 2), __builtin_memcpy(d + n - 2, &b, 2);
-  } else if (n == 1) {
-    d[0] = s[0];
+  } else {
+    copyUnder16(s, d, n);
   }
 }
 
@@ -77,16 +66,7 @@ void copyBytes(const void* source, void* destination, int32_t count) {
 // Slot 1: one copy when both steps equal the width, else row by row.
 void copyBlock(const void* source, void* destination, int32_t rows, int32_t widthBytes, int32_t sourceStep,
                int32_t destinationStep) {
-  if (source == destination || rows < 1 || widthBytes < 1) return;
-  if (sourceStep == widthBytes && destinationStep == widthBytes && int64_t{rows} * widthBytes < kOneRunLimit) {
-    copyBytes(source, destination, rows * widthBytes);
-    return;
-  }
-  const auto* s = static_cast<const Byte*>(source);
-  auto* d = static_cast<Byte*>(destination);
-  for (int32_t r = 0; r < rows; ++r)
-    copyBytes(s + static_cast<std::ptrdiff_t>(r) * sourceStep, d + static_cast<std::ptrdiff_t>(r) * destinationStep,
-              widthBytes);
+  copyBlockWalk(source, destination, rows, widthBytes, sourceStep, destinationStep, &copyBytes);
 }
 
 }  // namespace

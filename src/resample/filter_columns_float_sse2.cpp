@@ -8,37 +8,11 @@
 
 #include <algorithm>
 
+#include "resample/filter_float_steps.h"
 #include "resample/kernel_scalar.h"
 #include "resample/resample_routines.h"
 
 namespace tarnell::resample {
-
-namespace {
-
-// Four output samples at x.
-__m128 columnSum4(const float* row0, intptr_t stride, const int16_t* w, int32_t n) {
-  __m128 acc = _mm_setzero_ps();
-  for (int32_t k = 0; k < n; k += 4) {
-    __m128 p[4];
-    for (int32_t i = 0; i < 4; ++i)
-      p[i] = k + i < n ? _mm_mul_ps(_mm_set1_ps(static_cast<float>(w[k + i])), _mm_loadu_ps(row0 + (k + i) * stride))
-                       : _mm_setzero_ps();
-    acc = _mm_add_ps(acc, _mm_add_ps(_mm_add_ps(p[0], p[1]), _mm_add_ps(p[2], p[3])));
-  }
-  return _mm_mul_ps(acc, _mm_set1_ps(kWeightScale));
-}
-
-float columnSum1(const float* row0, intptr_t stride, const int16_t* w, int32_t n) {
-  float acc = 0.0f;
-  for (int32_t k = 0; k < n; k += 4) {
-    float p[4];
-    for (int32_t i = 0; i < 4; ++i) p[i] = k + i < n ? static_cast<float>(w[k + i]) * row0[(k + i) * stride] : 0.0f;
-    acc = acc + ((p[0] + p[1]) + (p[2] + p[3]));
-  }
-  return acc * kWeightScale;
-}
-
-}  // namespace
 
 void FilterColumnsFloat(const float* source, float* destination, int32_t rows, int32_t width, const int32_t* indices,
                         const uint8_t* phases, int32_t sourceStride, int32_t destinationStride, int16_t taps,

@@ -9,52 +9,14 @@
 #include <cstdint>
 #include <cstring>
 
+#include "resample/filter_float_steps.h"
 #include "resample/resample_routines.h"
 
 namespace tarnell::resample {
 namespace {
 
-// n floats (1..4) from p, zero above; reads nothing past them.
-__m128 loadFloats(const float* p, int n) {
-  switch (n) {
-    case 1: return _mm_load_ss(p);
-    case 2: return _mm_castpd_ps(_mm_load_sd(reinterpret_cast<const double*>(p)));
-    case 3: return _mm_movelh_ps(_mm_castpd_ps(_mm_load_sd(reinterpret_cast<const double*>(p))), _mm_load_ss(p + 2));
-    default: return _mm_loadu_ps(p);
-  }
-}
 
-// n weights (1..4) as floats, zero above; reads only those n.
-__m128 loadWeights(const int16_t* w, int n) {
-  __m128i words;
-  switch (n) {
-    case 1: words = _mm_cvtsi32_si128(static_cast<uint16_t>(w[0])); break;
-    case 2: {
-      int32_t v;
-      std::memcpy(&v, w, 4);
-      words = _mm_cvtsi32_si128(v);
-      break;
-    }
-    case 3: {
-      int32_t v;
-      std::memcpy(&v, w, 4);
-      words = _mm_insert_epi16(_mm_cvtsi32_si128(v), w[2], 2);
-      break;
-    }
-    default: words = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(w)); break;
-  }
-  return _mm_cvtepi32_ps(_mm_cvtepi16_epi32(words));
-}
 
-// Dot product of the first n lanes (1..4), in lane 0.
-__m128 dot(__m128 s, __m128 w, int n) {
-  switch (n) {
-    case 1: return _mm_dp_ps(s, w, 0x11);
-    case 2: return _mm_dp_ps(s, w, 0x31);
-    case 3: return _mm_dp_ps(s, w, 0x71);
-    default: return _mm_dp_ps(s, w, 0xF1);
-  }
-}
 
 // One output for any tap count (none or negative: 0).
 float output(const float* p, const int16_t* w, int32_t n) {
