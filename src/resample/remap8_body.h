@@ -497,10 +497,11 @@ struct Sse2Groups {
 // on an idle machine, 4.4 to 7.4 at 4096 under load). Tiles of 16 output rows by
 // 64 pixels, where each row reuses the lines the rows above it fetched, ran at 2.6
 // to 4.2 ns a pixel at every size idle and 4.4 to 5.2 under load, a few per cent
-// apart from run to run: slower than row order's best, never near its worst. One-sample pixels read a quarter of the source
-// per pixel, and most of their traffic is the coordinate and destination streams,
-// which tiles cut into short runs: they keep row order (measured faster and as
-// steady), as do runs along one source row.
+// apart from run to run: slower than row order's best, never near its worst.
+// One-sample pixels read a quarter of the source per pixel, and most of their
+// traffic is the coordinate and destination streams, which tiles cut into short
+// runs: they keep row order (measured faster and as steady), as do runs along one
+// source row.
 constexpr int32_t kTileRows = 16;
 constexpr int32_t kTilePixels = 64;  // a multiple of eight: whole groups
 
