@@ -24,40 +24,16 @@ namespace {
 
 using SlotKey = std::pair<uint32_t, int>;
 
-CpuFeatureFlags flagsOf(unsigned bits) {
-  CpuFeatureFlags f{};
-  f.mmx = 1;
-  f.sse = f.sseSecond = bits & 1;
-  f.sse2 = (bits >> 1) & 1;
-  f.sse3 = f.ssse3 = (bits >> 2) & 1;
-  f.sse41 = (bits >> 3) & 1;
-  f.avx = (bits >> 4) & 1;
-  f.avx2 = (bits >> 5) & 1;
-  return f;
-}
 constexpr unsigned kEveryFeature = 63;
 
 // What every installer leaves in its suite's table for these flags: slot -> routine.
 std::map<SlotKey, HostRoutine> written(const CpuFeatureFlags& flags) {
   std::map<SlotKey, HostRoutine> out;
-  auto keep = [&](uint32_t suite, const installs::Installed& w) {
+  std::set<uint32_t> suites;
+  for (const verify::InstallerWrites& installer : verify::installerWrites()) suites.insert(installer.suite);
+  for (uint32_t suite : suites) {
+    const installs::Installed w = installs::recordSuite(suite, flags);
     for (int slot : w.order) out[{suite, slot}] = w.at(slot);
-  };
-  keep(code::blnd, installs::recordInstall<code::blnd>(&installBlend, flags));
-  keep(code::conv, installs::recordInstall<code::conv>(&installConvert, flags));
-  keep(code::core, installs::recordInstall<code::core>([](const SuiteWriter<code::core>& w) { installNoiseHookInto(w); }, flags));
-  keep(code::filt, installs::recordInstall<code::filt>(&installFilter, flags));
-  keep(code::memo, installs::recordInstall<code::memo>(&installMemory, flags));
-  keep(code::pntg, installs::recordInstall<code::pntg>(&installPaint, flags));
-  keep(code::rsmp, installs::recordInstall<code::rsmp>(&installResample, flags));
-  keep(code::sele, installs::recordInstall<code::sele>(&installSelection, flags));
-  {  // the path installer asks the host's 'core' services first
-    refhost::ReferenceHost host;
-    HostRoutine* const saved = g_liveTables[kCore];
-    g_liveTables[kCore] = host.liveTable(code::core);
-    keep(code::path, installs::recordInstall<code::path>(
-                         [](const SuiteWriter<code::path>& w) { installPath(w, "Tarnell"); }, flags));
-    g_liveTables[kCore] = saved;
   }
   return out;
 }
@@ -77,7 +53,7 @@ TEST(Coverage, ForwardedSlotsAreListedOnceInSuiteAndSlotOrderAndHaveNoCheck) {
 }
 
 TEST(Coverage, EveryForwardedSlotIsWrittenWithAForwarderOnAProcessorWithEveryFeature) {
-  const std::map<SlotKey, HostRoutine> all = written(flagsOf(kEveryFeature));
+  const std::map<SlotKey, HostRoutine> all = written(installs::flagsOfBits(kEveryFeature));
   // The host routine a forwarder must reach: it notes its arguments and answers.
   static uintptr_t seen[4];
   static int calls;
@@ -108,7 +84,7 @@ TEST(Coverage, EveryForwardedSlotIsWrittenWithAForwarderOnAProcessorWithEveryFea
 TEST(Coverage, EveryWrittenSlotIsCheckedOrForwardedUnderEveryFlagSet) {
   std::set<SlotKey> uncovered;
   for (unsigned bits = 0; bits <= kEveryFeature; ++bits)
-    for (const auto& [key, routine] : written(flagsOf(bits)))
+    for (const auto& [key, routine] : written(installs::flagsOfBits(bits)))
       if (verify::findCheck(key.first, key.second) == nullptr && verify::findForwarded(key.first, key.second) == nullptr)
         uncovered.insert(key);
   std::string names;

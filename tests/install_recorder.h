@@ -2,11 +2,15 @@
 // recorder the installer tests share.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <initializer_list>
 #include <vector>
 
 #include "host/install.h"
 #include "host/kernels.h"
+#include "host/module_state.h"
+#include "refhost/refhost.h"
 #include "verify/installs.h"
 
 namespace tarnell::installs {
@@ -43,6 +47,55 @@ Installed recordInstall(Install&& install, const CpuFeatureFlags& flags) {
 template <uint32_t Suite>
 Installed recordInstall(void (*install)(const SuiteWriter<Suite>&, const CpuFeatureFlags&), const CpuFeatureFlags& flags) {
   return recordInstall<Suite>([&](const SuiteWriter<Suite>& writer) { install(writer, flags); }, flags);
+}
+
+// The suite's installer on a scratch table. The path installer asks the host's
+// gestalts, so it runs with a reference host's live 'core' table.
+inline Installed recordSuite(uint32_t suite, const CpuFeatureFlags& f) {
+  switch (suite) {
+    case code::core:
+      return recordInstall<code::core>([](const SuiteWriter<code::core>& w) { installNoiseHookInto(w); }, f);
+    case code::blnd:
+      return recordInstall<code::blnd>(&installBlend, f);
+    case code::conv:
+      return recordInstall<code::conv>(&installConvert, f);
+    case code::filt:
+      return recordInstall<code::filt>(&installFilter, f);
+    case code::memo:
+      return recordInstall<code::memo>(&installMemory, f);
+    case code::pntg:
+      return recordInstall<code::pntg>(&installPaint, f);
+    case code::rsmp:
+      return recordInstall<code::rsmp>(&installResample, f);
+    case code::sele:
+      return recordInstall<code::sele>(&installSelection, f);
+    case code::path: {
+      refhost::ReferenceHost host;
+      HostRoutine* const keep = g_liveTables[kCore];
+      g_liveTables[kCore] = host.liveTable(code::core);
+      Installed out = recordInstall<code::path>([](const SuiteWriter<code::path>& w) { installPath(w, "Tarnell"); }, f);
+      g_liveTables[kCore] = keep;
+      return out;
+    }
+  }
+  ADD_FAILURE() << "no installer for suite " << suite;
+  return {};
+}
+
+// One of the 128 combinations of the flags the installers read: bits 0 to 5 SSE
+// (both reports), SSE2, SSE3 with SSSE3, SSE4.1, AVX, AVX2; bit 6 flips the first
+// SSE report (flush-to-zero) apart from the second (the installers').
+inline CpuFeatureFlags flagsOfBits(unsigned bits) {
+  CpuFeatureFlags f{};
+  f.mmx = 1;
+  f.sse = f.sseSecond = bits & 1;
+  f.sse2 = (bits >> 1) & 1;
+  f.sse3 = f.ssse3 = (bits >> 2) & 1;
+  f.sse41 = (bits >> 3) & 1;
+  f.avx = (bits >> 4) & 1;
+  f.avx2 = (bits >> 5) & 1;
+  if ((bits >> 6) & 1) f.sse = !f.sse;
+  return f;
 }
 
 // Injected flags for the installers gated by SSE, SSE2 and SSE4.1: MMX always, SSE

@@ -22,61 +22,16 @@ namespace {
 
 std::vector<CpuFeatureFlags> everyFlagSet() {
   std::vector<CpuFeatureFlags> sets;
-  for (unsigned bits = 0; bits < 128; ++bits) {
-    CpuFeatureFlags f{};
-    f.mmx = 1;
-    f.sse = f.sseSecond = bits & 1;
-    f.sse2 = (bits >> 1) & 1;
-    f.sse3 = f.ssse3 = (bits >> 2) & 1;
-    f.sse41 = (bits >> 3) & 1;
-    f.avx = (bits >> 4) & 1;
-    f.avx2 = (bits >> 5) & 1;
-    // The first SSE report (flush-to-zero) apart from the second (the installers').
-    if ((bits >> 6) & 1) f.sse = !f.sse;
-    sets.push_back(f);
-  }
+  for (unsigned bits = 0; bits < 128; ++bits) sets.push_back(installs::flagsOfBits(bits));
   return sets;
 }
 
-// Each installer on a scratch table, by suite. The path installer asks the host's
-// gestalts, so it runs with a reference host's live 'core' table.
-installs::Installed record(uint32_t suite, const CpuFeatureFlags& f) {
-  switch (suite) {
-    case code::core:
-      return installs::recordInstall<code::core>([](const SuiteWriter<code::core>& w) { installNoiseHookInto(w); }, f);
-    case code::blnd:
-      return installs::recordInstall<code::blnd>(&installBlend, f);
-    case code::conv:
-      return installs::recordInstall<code::conv>(&installConvert, f);
-    case code::filt:
-      return installs::recordInstall<code::filt>(&installFilter, f);
-    case code::memo:
-      return installs::recordInstall<code::memo>(&installMemory, f);
-    case code::pntg:
-      return installs::recordInstall<code::pntg>(&installPaint, f);
-    case code::rsmp:
-      return installs::recordInstall<code::rsmp>(&installResample, f);
-    case code::sele:
-      return installs::recordInstall<code::sele>(&installSelection, f);
-    case code::path: {
-      refhost::ReferenceHost host;
-      HostRoutine* const keep = g_liveTables[kCore];
-      g_liveTables[kCore] = host.liveTable(code::core);
-      installs::Installed out =
-          installs::recordInstall<code::path>([](const SuiteWriter<code::path>& w) { installPath(w, "Tarnell"); }, f);
-      g_liveTables[kCore] = keep;
-      return out;
-    }
-  }
-  ADD_FAILURE() << "no installer for suite " << suite;
-  return {};
-}
 
 TEST(Installers, EveryInstallerWritesWhatItsListSaysForEveryFlagSet) {
   for (const CpuFeatureFlags& f : everyFlagSet()) {
     for (const verify::InstallerWrites& installer : verify::installerWrites()) {
       const std::vector<verify::SlotRef> listed = verify::writesOf(installer, installs::featuresOf(f));
-      const installs::Installed got = record(installer.suite, f);
+      const installs::Installed got = installs::recordSuite(installer.suite, f);
       const std::string where = std::string(installer.installer) + " sse " + std::to_string(f.sseSecond) + " sse2 " +
                                 std::to_string(f.sse2) + " ssse3 " + std::to_string(f.ssse3) + " sse41 " +
                                 std::to_string(f.sse41) + " avx " + std::to_string(f.avx) + " avx2 " +
@@ -154,7 +109,7 @@ TEST(Installers, ForwardedSlotsReachTheSavedHostRoutineOfTheirSlot) {
   const auto forwarded = verify::forwardedSlots();
   EXPECT_FALSE(forwarded.empty());
   for (const verify::SlotName& s : forwarded) {
-    const installs::Installed got = record(s.suite, all);
+    const installs::Installed got = installs::recordSuite(s.suite, all);
     const int row = suiteIndexOf(s.suite);
     HostRoutine& saved = tarnell_saved_tables[row][s.slot];
     const HostRoutine keep = saved;
