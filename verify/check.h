@@ -150,16 +150,6 @@ constexpr Check planeCheck(SlotId<Suite, Slot>, const PlaneShape& shape) {
   return {Suite, Slot, SlotSignature<Suite, Slot>::name, SlotSignature<Suite, Slot>::text, &shape, nullptr, nullptr};
 }
 
-// A routine of the slot's type: as<slot::MultiplyInto8>(routine), or by number
-// where a check serves several slots.
-template <auto Id>
-SlotFnOf<Id> as(HostRoutine routine) {
-  return reinterpret_cast<SlotFnOf<Id>>(routine);
-}
-template <uint32_t Suite, int Slot>
-SlotFn<Suite, Slot> as(HostRoutine routine) {
-  return reinterpret_cast<SlotFn<Suite, Slot>>(routine);
-}
 
 // A prepared benchmark case of a custom check: run() calls the routine once on
 // the case's data; bytesMoved counts bytes read plus written by one call.

@@ -186,16 +186,6 @@ struct Planes {
 
 // ------------------------------------------------------------- operations
 
-// A routine of the slot's type: as<slot::MultiplySource8>(routine), or by number
-// where one call serves two slots.
-template <auto Id>
-SlotFnOf<Id> as(HostRoutine routine) {
-  return reinterpret_cast<SlotFnOf<Id>>(routine);
-}
-template <uint32_t Suite, int Slot>
-SlotFn<Suite, Slot> as(HostRoutine routine) {
-  return reinterpret_cast<SlotFn<Suite, Slot>>(routine);
-}
 
 // Which slot an operation times.
 struct SlotKey {

@@ -143,6 +143,17 @@ template <auto Id>
 using SlotFnOf = SlotFn<decltype(Id)::suite, decltype(Id)::number>;
 template <auto Id>
 using SlotTypeOf = typename SlotSignature<decltype(Id)::suite, decltype(Id)::number>::Fn;
+// A table entry as the routine of its slot's type: as<slot::MultiplyInto8>(routine),
+// or by number (as<code::blnd, 30>(routine)) where one piece of code serves several
+// slots. For the host's side and the tools, which call what the tables hold.
+template <auto Id>
+SlotFnOf<Id> as(HostRoutine routine) {
+  return reinterpret_cast<SlotFnOf<Id>>(routine);
+}
+template <uint32_t Suite, int Slot>
+SlotFn<Suite, Slot> as(HostRoutine routine) {
+  return reinterpret_cast<SlotFn<Suite, Slot>>(routine);
+}
 
 // --- 'core': host services the module calls -------------------------------
 // Slot 0: the host's buffer notification. Its arguments are four machine words
