@@ -73,7 +73,8 @@ inline Installed recordSuite(uint32_t suite, const CpuFeatureFlags& f) {
       refhost::ReferenceHost host;
       HostRoutine* const keep = g_liveTables[kCore];
       g_liveTables[kCore] = host.liveTable(code::core);
-      Installed out = recordInstall<code::path>([](const SuiteWriter<code::path>& w) { installPath(w, "Tarnell"); }, f);
+      Installed out =
+          recordInstall<code::path>([](const SuiteWriter<code::path>& w) { installPath(w, "Tarnell"); }, f);
       g_liveTables[kCore] = keep;
       return out;
     }

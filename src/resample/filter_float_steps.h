@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 #include "resample/resample_routines.h"
 
@@ -43,6 +44,28 @@ inline float columnSum1(const float* row0, intptr_t stride, const int16_t* w, in
     acc = acc + ((p[0] + p[1]) + (p[2] + p[3]));
   }
   return acc * kWeightScale;
+}
+
+// Rows of a band for the fixed-tap row loops, which convert an output's weights
+// once per band: about 48 KiB of source rows, 4 to 128 of them.
+inline int32_t bandRows(int32_t width) {
+  const int64_t band = 49152 / (int64_t{width} * 4);
+  return band < 4 ? 4 : band > 128 ? 128 : static_cast<int32_t>(band);
+}
+
+// The tap counts that have row loops of their own, 1 and every even count from 2
+// to 20, as fixed(std::integral_constant<int, K>{}); any other count: general().
+template <class Fixed, class General>
+inline void byTapCount(int32_t taps, Fixed fixed, General general) {
+  switch (taps) {
+#define TARNELL_FLOAT_CASE(K) \
+  case K: return fixed(std::integral_constant<int, K>{});
+    TARNELL_FLOAT_CASE(1) TARNELL_FLOAT_CASE(2) TARNELL_FLOAT_CASE(4) TARNELL_FLOAT_CASE(6) TARNELL_FLOAT_CASE(8)
+    TARNELL_FLOAT_CASE(10) TARNELL_FLOAT_CASE(12) TARNELL_FLOAT_CASE(14) TARNELL_FLOAT_CASE(16)
+    TARNELL_FLOAT_CASE(18) TARNELL_FLOAT_CASE(20)
+#undef TARNELL_FLOAT_CASE
+    default: return general();
+  }
 }
 
 #if defined(__SSE4_1__)

@@ -44,8 +44,7 @@ void rowsFixed(const float* source, float* destination, int32_t rowCount, int32_
                const uint8_t* phases, intptr_t ss, intptr_t ds, const int16_t* weights) {
   constexpr int kGroups = (Taps + 3) / 4;
   constexpr auto lanes = [](int g) { return Taps - 4 * g < 4 ? Taps - 4 * g : 4; };
-  int32_t band = 49152 / (width * 4);
-  band = band < 4 ? 4 : band > 128 ? 128 : band;
+  const int32_t band = bandRows(width);
   for (int32_t top = 0; top < rowCount; top += band) {
     const int32_t rows = rowCount - top < band ? rowCount - top : band;
     for (int32_t x = 0; x < width; ++x) {
@@ -67,15 +66,12 @@ void FilterRowsFloat(const float* source, float* destination, int32_t rowCount, 
                      int16_t taps, const int16_t* weights) {
   if (rowCount < 1 || width < 1) return;
   const intptr_t ss = sourceStride / 4, ds = destinationStride / 4;
-  switch (taps) {
-#define TARNELL_FLOAT_CASE(K) \
-  case K: return rowsFixed<K>(source, destination, rowCount, width, indices, phases, ss, ds, weights);
-    TARNELL_FLOAT_CASE(1) TARNELL_FLOAT_CASE(2) TARNELL_FLOAT_CASE(4) TARNELL_FLOAT_CASE(6) TARNELL_FLOAT_CASE(8)
-    TARNELL_FLOAT_CASE(10) TARNELL_FLOAT_CASE(12) TARNELL_FLOAT_CASE(14) TARNELL_FLOAT_CASE(16)
-    TARNELL_FLOAT_CASE(18) TARNELL_FLOAT_CASE(20)
-#undef TARNELL_FLOAT_CASE
-    default: return rowsGeneral(source, destination, rowCount, width, indices, phases, ss, ds, taps, weights);
-  }
+  byTapCount(
+      taps,
+      [&](auto k) {
+        rowsFixed<decltype(k)::value>(source, destination, rowCount, width, indices, phases, ss, ds, weights);
+      },
+      [&] { rowsGeneral(source, destination, rowCount, width, indices, phases, ss, ds, taps, weights); });
 }
 
 }  // namespace
