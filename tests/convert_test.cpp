@@ -438,6 +438,22 @@ TEST(ConvertLargeRegions, StreamTheSameBytesAsTheHost) {
       check();
     }
     {
+      // Three planes, each large: converted plane after plane, streamed. The sources
+      // overlap (read only) at different word offsets; the destinations lie apart.
+      const auto threeTo8 = kernels.get(slot::convert16To8Planar3).fn;
+      Buffer module3(3 * kSamples, 1), reference3(3 * kSamples, 1);
+      std::memset(module3.data, 0x55, 3 * kSamples);
+      std::memset(reference3.data, 0x55, 3 * kSamples);
+      const uint16_t* s = source.as<uint16_t>();
+      auto run = [&](auto routine, unsigned char* d) {
+        routine(s, s + 1, s + 7, d, d + kSamples, d + 2 * kSamples + 3, kRows, kColumns, 2 * (kColumns + kPad),
+                kColumns + kPad - 1, 0);
+      };
+      run(reinterpret_cast<SlotFnOf<slot::convert16To8Planar3>>(host.original(code::conv, 16)), reference3.data);
+      run(threeTo8, module3.data);
+      ASSERT_EQ(std::memcmp(module3.data, reference3.data, 3 * kSamples), 0) << "three planes 16 to 8";
+    }
+    {
       for (std::size_t i = 0; i < kSamples; ++i)
         setFloat(source.data, i, static_cast<float>(i % 4099) / 4000.0f - 0.01f);
       auto check = compare(kSamples, "float to 8");

@@ -244,9 +244,19 @@ void region16To8(const Planes16To8& planes, int32_t rows, int32_t columns, int32
   if (rows < 1 || columns < 1) return;
   const intptr_t sourceStep = wordRowStep(sourceStride);
   const intptr_t destinationStep = destinationStride;
-  const bool stream = planes.count == 1 && streams(rows, columns, 1);
+  const bool large = streams(rows, columns, 1);
+  const bool stream = large && (planes.count == 1 || dither == 0);
   if (dither != 0) {
     dithered16To8<Rows>(planes, rows, columns, sourceStep, destinationStep, stream);
+  } else if (planes.count > 1 && large) {
+    // Plane after plane, each streamed as one plane is: two memory streams at a
+    // time instead of six, and no destination line read for ownership. Without
+    // dither nothing ties one plane's rows to another's.
+    for (int k = 0; k < planes.count; ++k) {
+      const Planes16To8 one{{planes.source[k], nullptr, nullptr}, {planes.destination[k], nullptr, nullptr}, 1};
+      for (int32_t r = 0; r < rows; ++r)
+        rowOfPlanes<Rows>(one, r * sourceStep, r * destinationStep, columns, nullptr, true);
+    }
   } else {
     for (int32_t r = 0; r < rows; ++r)
       rowOfPlanes<Rows>(planes, r * sourceStep, r * destinationStep, columns, nullptr, stream);
