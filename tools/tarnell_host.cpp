@@ -798,13 +798,13 @@ int runBench(const Options& o, const char* argv0) {
     if (sum.counted > 0) {
       const tool::BenchReportRow& slowest = sum.slowest;
       const tool::BenchReportRow& leastShare = sum.leastShare;
-      progress.print("bench: %zu slots at %dx%d; median speedup %.2fx; lowest %.2fx (%s:%d %s); lowest share of memcpy "
-                     "%.0f%% (%s:%d %s)\n",
-                     rows.size(), o.width, o.height, sum.medianSpeedup, slowest.speedup, slowest.suite.c_str(),
+      progress.print("bench: %zu slot%s at %dx%d; median speedup %.2fx; lowest %.2fx (%s:%d %s); lowest share of "
+                     "memcpy %.0f%% (%s:%d %s)\n",
+                     rows.size(), rows.size() == 1 ? "" : "s", o.width, o.height, sum.medianSpeedup, slowest.speedup, slowest.suite.c_str(),
                      slowest.slot, slowest.name.c_str(), 100 * leastShare.memcpyShare, leastShare.suite.c_str(),
                      leastShare.slot, leastShare.name.c_str());
     } else {
-      progress.print("bench: %zu slots at %dx%d\n", rows.size(), o.width, o.height);
+      progress.print("bench: %zu slot%s at %dx%d\n", rows.size(), rows.size() == 1 ? "" : "s", o.width, o.height);
     }
     if (!sum.leftOut.empty())
       progress.print("bench: left out of the median and the lowest: %s (fixed work: %s)\n", fixedNames.c_str(),
