@@ -244,19 +244,9 @@ void region16To8(const Planes16To8& planes, int32_t rows, int32_t columns, int32
   if (rows < 1 || columns < 1) return;
   const intptr_t sourceStep = wordRowStep(sourceStride);
   const intptr_t destinationStep = destinationStride;
-  const bool large = streams(rows, columns, 1);
-  const bool stream = large && (planes.count == 1 || dither == 0);
+  const bool stream = planes.count == 1 && streams(rows, columns, 1);
   if (dither != 0) {
     dithered16To8<Rows>(planes, rows, columns, sourceStep, destinationStep, stream);
-  } else if (planes.count > 1 && large) {
-    // Plane after plane, each streamed as one plane is: two memory streams at a
-    // time instead of six, and no destination line read for ownership. Without
-    // dither nothing ties one plane's rows to another's.
-    for (int k = 0; k < planes.count; ++k) {
-      const Planes16To8 one{{planes.source[k], nullptr, nullptr}, {planes.destination[k], nullptr, nullptr}, 1};
-      for (int32_t r = 0; r < rows; ++r)
-        rowOfPlanes<Rows>(one, r * sourceStep, r * destinationStep, columns, nullptr, true);
-    }
   } else {
     for (int32_t r = 0; r < rows; ++r)
       rowOfPlanes<Rows>(planes, r * sourceStep, r * destinationStep, columns, nullptr, stream);
@@ -265,21 +255,30 @@ void region16To8(const Planes16To8& planes, int32_t rows, int32_t columns, int32
 }
 
 template <const ConvertRows* Rows>
-void planar3(const uint16_t* source0, const uint16_t* source1, const uint16_t* source2, uint8_t* destination0,
-             uint8_t* destination1, uint8_t* destination2, int32_t rows, int32_t columns, int32_t sourceStride,
-             int32_t destinationStride, uint8_t dither) {
-  const Planes16To8 planes{{reinterpret_cast<const Byte*>(source0), reinterpret_cast<const Byte*>(source1),
-                            reinterpret_cast<const Byte*>(source2)},
-                           {destination0, destination1, destination2},
-                           3};
-  region16To8<Rows>(planes, rows, columns, sourceStride, destinationStride, dither);
-}
-
-template <const ConvertRows* Rows>
 void onePlane16To8(const uint16_t* source, uint8_t* destination, int32_t rows, int32_t columns, int32_t sourceStride,
                    int32_t destinationStride, uint8_t dither) {
   const Planes16To8 planes{
       {reinterpret_cast<const Byte*>(source), nullptr, nullptr}, {destination, nullptr, nullptr}, 1};
+  region16To8<Rows>(planes, rows, columns, sourceStride, destinationStride, dither);
+}
+
+template <const ConvertRows* Rows>
+void planar3(const uint16_t* source0, const uint16_t* source1, const uint16_t* source2, uint8_t* destination0,
+             uint8_t* destination1, uint8_t* destination2, int32_t rows, int32_t columns, int32_t sourceStride,
+             int32_t destinationStride, uint8_t dither) {
+  // A large region without dither goes plane after plane, each as the one-plane
+  // form (streamed): two memory streams at a time instead of six, and no
+  // destination line read for ownership. Only the dither ties the planes' rows.
+  if (dither == 0 && rows > 0 && columns > 0 && streams(rows, columns, 1)) {
+    onePlane16To8<Rows>(source0, destination0, rows, columns, sourceStride, destinationStride, 0);
+    onePlane16To8<Rows>(source1, destination1, rows, columns, sourceStride, destinationStride, 0);
+    onePlane16To8<Rows>(source2, destination2, rows, columns, sourceStride, destinationStride, 0);
+    return;
+  }
+  const Planes16To8 planes{{reinterpret_cast<const Byte*>(source0), reinterpret_cast<const Byte*>(source1),
+                            reinterpret_cast<const Byte*>(source2)},
+                           {destination0, destination1, destination2},
+                           3};
   region16To8<Rows>(planes, rows, columns, sourceStride, destinationStride, dither);
 }
 
